@@ -1,0 +1,14 @@
+// The merged JSON configuration document and the command line that names it.
+#pragma once
+
+#include <picojson.h>
+
+#include <string>
+
+using ConfigDocument = picojson::value;
+
+struct CommandLine {
+  std::string sceneFile;
+  std::string configFile;
+  picojson::value override;  // null when none
+};
