@@ -163,6 +163,7 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_ACTIVE_PLUGIN 4100               /* G int32: id of the active plug-in, -1 none */
 #define ZVR_CONTEXT_SCENE 4101                       /* S ptr, G 8 bytes: the scene rendered */
 #define ZVR_CONTEXT_RENDER_LAYERS 4102               /* G text: attached render layer names, one per line */
+#define ZVR_CONTEXT_OWNED_FILE 4103                  /* S text: a file the context deletes when it is deleted */
 
 /* ---- info keys of other objects ------------------------------------------------------------ */
 #define ZVR_OBJECT_NAME 0x777777                     /* any object, text up to 256 bytes */
