@@ -302,6 +302,8 @@ ZVR_API ZvrStatus zvrContextSetParameterByKeyPtr(ZvrContext context, ZvrContextI
 ZVR_API ZvrStatus zvrContextSetParameterByKeyString(ZvrContext context, ZvrContextInfo key, const char* text);
 /* Reads a key; with a null buffer and size 0 reports the size needed in *outSize. */
 ZVR_API ZvrStatus zvrContextGetInfo(ZvrContext context, ZvrContextInfo key, size_t size, void* data, size_t* outSize);
+/* Stores a failure text as the context's last error; for libraries layered on this one. */
+ZVR_API ZvrStatus zvrContextSetLastError(ZvrContext context, const char* text);
 
 /* ---- rendering ---------------------------------------------------------------------------- */
 /* Renders ZVR_CONTEXT_ITERATIONS iterations of the context's scene into every bound AOV. */
