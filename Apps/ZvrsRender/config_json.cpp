@@ -1,0 +1,86 @@
+#include "config_json.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+#include "failure.h"
+
+const char defaultConfigText[] =
+    "\t{\t\"plugin\":\"Quillon64.dll\",\t\"width\":1280,\t\"height\":720, \t\"gui\":1,\t\"iterations\":10,"
+    "\t\"radianceclamp\":2.0,\t\"animation.time\":0.0,\t\"output\":\"test.png\",\t\"output.json\":\"output.json\","
+    "\t\"print.progress\":1,\t\"context\":{\t\t\"gpu0\":1,\t\t\"gpu1\":0,\t\t\"threads\":16,\t\t\"debug\":0\t},"
+    "\t\"aovs\": {\t\t\"normal\": \"test_n.png\"\t}\t}";
+
+ConfigDocument parseJsonText(const std::vector<char>& buffer) {
+  ConfigDocument document;
+  std::string error;
+  // picojson composes the "syntax error at line %d near: " text with the rest of the line itself.
+  picojson::parse(document, buffer.begin(), buffer.end(), &error);
+  if (!error.empty()) FATAL_ERROR(10005, error.c_str());
+  return document;
+}
+
+ConfigDocument parseJsonString(const char* text, size_t length) {
+  return parseJsonText(std::vector<char>(text, text + length));
+}
+
+ConfigDocument loadConfigFile(const std::string& path) {
+  char message[4096];
+  std::ifstream file(path, std::ios::binary);
+  if (!file.is_open()) {
+    std::snprintf(message, sizeof message, "Config file '%s' not found.", path.c_str());
+    FATAL_ERROR(10004, message);
+  }
+  file.seekg(0, std::ios::end);
+  const std::streamoff length = file.tellg();
+  // A folder opens as a stream but has no length; it is as useless as an empty file.
+  if (length <= 0) {
+    std::snprintf(message, sizeof message, "Config file '%s' is empty.", path.c_str());
+    FATAL_ERROR(10005, message);
+  }
+  file.seekg(0, std::ios::beg);
+  std::vector<char> buffer(static_cast<size_t>(length));
+  file.read(buffer.data(), length);
+  // A short read is left to the parser, which reports where the text stops making sense.
+  buffer.resize(static_cast<size_t>(file.gcount()));
+  return parseJsonText(buffer);
+}
+
+std::string valueToText(const picojson::value& value) { return value.to_str(); }
+
+void mergeOverride(const picojson::value& override, picojson::value& target) {
+  if (valueToText(override) != "object") return;
+  // A block the document lacks merges into this null, which refuses any entry with picojson's
+  // own assertion: the override may change blocks but not create them.
+  static picojson::value missingBlock;
+  for (const auto& [key, value] : override.get<picojson::object>()) {
+    picojson::object& targetObject = target.get<picojson::object>();
+    auto existing = targetObject.find(key);
+    // The test goes by text, so a string "object" is taken for a block as well.
+    if (valueToText(value) == "object") {
+      mergeOverride(value, existing != targetObject.end() ? existing->second : missingBlock);
+      continue;
+    }
+    if (existing != targetObject.end()) {
+      std::printf("Command Argument: override parameter '%s' from value '%s' to '%s'\n", key.c_str(),
+                  valueToText(existing->second).c_str(), valueToText(value).c_str());
+      targetObject.erase(existing);
+    } else {
+      std::printf("Command Argument: add parameter '%s' to value '%s'\n", key.c_str(), valueToText(value).c_str());
+    }
+    targetObject.insert(std::make_pair(key, value));
+  }
+}
+
+std::vector<std::string> readOutputList(const ConfigDocument& document, const std::string& key) {
+  const picojson::value& value = document.get(key);
+  std::vector<std::string> names;
+  if (value.is<std::string>()) {
+    names.push_back(value.get<std::string>());
+  } else if (value.is<picojson::array>()) {
+    for (const picojson::value& element : value.get<picojson::array>())
+      if (element.is<std::string>()) names.push_back(element.get<std::string>());
+  }
+  return names;
+}

@@ -1,0 +1,4 @@
+// The help text: usage, an example and a commented sketch of the configuration document.
+#pragma once
+
+void printHelp();
