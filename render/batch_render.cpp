@@ -1,0 +1,189 @@
+#include "batch_render.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "aov_names.h"
+#include "failure.h"
+#include "output_elements.h"
+#include "save_image.h"
+
+namespace {
+
+const int32_t kDorrikFamily = 3;
+
+void printPercent(float percent) {
+  std::printf("%3.0f%%\n", percent);
+  std::fflush(stdout);
+}
+
+void printShaderCompilationAdvice() {
+  std::printf("\n\n============= ZVR_ERROR_SHADER_COMPILATION =============\n");
+  std::printf("ERROR: render can't run because precompiled kernels are not found.\n");
+  std::printf("Please check the readme of the ZVR SDK for more information about precompiled kernels.\n");
+  std::printf("The precompiled kernels path can be set with  \"precompiled.binary\" in the config JSON file.\n");
+  std::printf("Example:\n");
+  std::printf("   \"precompiled.binary\":\"kelbin\",  \n");
+  std::printf("Then use this path structure:\n");
+  std::printf("<working directory>/kelbin/****.kelbin\n");
+  std::printf("<working directory>/kelbin/****.cudabin\n");
+  std::printf("<working directory>/kelbin/AllPreCompilations.json\n");
+  std::printf("===========================================================\n");
+  std::printf("\n\n");
+  std::fflush(stdout);
+}
+
+uint32_t batchCount(uint32_t batchSize, uint32_t remaining) {
+  return batchSize < 1 ? 1u : std::min(batchSize, remaining);
+}
+
+void renderIterations(ZvrContext context, const RenderSettings& settings, ProgressRecord& progress) {
+  const uint32_t iterations = settings.iterations;
+  uint32_t done = 0;
+  while (done < iterations) {
+    const float percent =
+        std::min(99.0f, std::max(0.0f, static_cast<float>(done) * 100.0f / static_cast<float>(iterations)));
+    if (settings.printProgress) printPercent(percent);
+    const uint32_t count = batchCount(settings.batchSize, iterations - done);
+    CHECK_STATUS(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, count), context,
+                 "ZVR context setting \"iterations\" failed.", Warning);
+    progress.offset = percent;
+    progress.scale = static_cast<float>(count) * 100.0f / static_cast<float>(iterations);
+    const ZvrStatus status = zvrContextRender(context);
+    if (status == ZVR_ERROR_SHADER_COMPILATION) printShaderCompilationAdvice();
+    CHECK_STATUS(status, context, "ZVR rendering failed.", Critical);
+    done += count;
+  }
+}
+
+bool isDorrik(const std::vector<int32_t>& pluginKinds) {
+  return !pluginKinds.empty() && pluginKinds[0] == kDorrikFamily;
+}
+
+uint32_t resolveFlag(const std::string& name) { return colorSet.count(name) != 0 ? 0u : 1u; }
+
+std::string resolvingText(const std::string& name) {
+  // Composed for each element but deliberately not shown: resolving is silent.
+  char text[512];
+  std::snprintf(text, sizeof(text), "Resolving %s...\n", name.c_str());
+  return text;
+}
+
+void saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
+                     std::vector<OutputElement>& elements) {
+  ZvrFrameBuffer shared = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc);
+  for (OutputElement& element : elements) {
+    resolvingText(element.name);
+    CHECK_STATUS(zvrFrameBufferClear(shared), context, "ZVR framebuffer operation failed.", Critical);
+    CHECK_STATUS(zvrContextResolveFrameBuffer(context, element.framebuffer, shared, resolveFlag(element.name)),
+                 context, "ZVR context resolving framebuffer failed.", Warning);
+    const bool isColor = element.name == "color";
+    for (const std::string& file : element.fileNames) {
+      if (element.name == "deep.color") {
+        zvrFrameBufferSaveToFile(element.framebuffer, file.c_str());
+        continue;
+      }
+      // The preview family's framebuffers already hold final values, so the raw one is saved.
+      ZvrFrameBuffer source = isDorrik(pluginKinds) ? element.framebuffer : shared;
+      CHECK_STATUS(SaveOutputImage(context, settings, source, file.c_str(), isColor), context,
+                   "ZVR framebuffer saving failed.", Critical);
+    }
+  }
+  CHECK_STATUS(zvrObjectDelete(shared), context, "ZVR framebuffer deletion failed.", Critical);
+}
+
+const std::map<uint32_t, std::string>& cryptoLayerNames() {
+  static const std::map<uint32_t, std::string> names = {
+      {48, "CryptoMaterial00"}, {49, "CryptoMaterial01"}, {50, "CryptoMaterial02"}, {51, "CryptoMaterial03"},
+      {52, "CryptoMaterial04"}, {53, "CryptoMaterial05"}, {56, "CryptoObject00"},   {57, "CryptoObject01"},
+      {58, "CryptoObject02"},   {59, "CryptoObject03"},   {60, "CryptoObject04"},   {61, "CryptoObject05"}};
+  return names;
+}
+
+bool hasExrExtension(const std::string& file) {
+  if (file.size() < 4) return false;
+  std::string extension = file.substr(file.size() - 4);
+  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return extension == ".exr";
+}
+
+void saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
+                    std::vector<OutputElement>& elements) {
+  std::vector<ZvrFrameBuffer> resolved;
+  ZvrFrameBuffer colorBuffer = nullptr;
+  for (OutputElement& element : elements) {
+    resolvingText(element.name);
+    const bool isColor = element.name == "color";
+    if (element.name == "deep.color") {
+      for (const std::string& file : element.fileNames) zvrFrameBufferSaveToFile(element.framebuffer, file.c_str());
+      continue;
+    }
+    if (isDorrik(pluginKinds)) {
+      resolved.push_back(element.framebuffer);
+      if (isColor) colorBuffer = element.framebuffer;
+      element.framebuffer = nullptr;
+      continue;
+    }
+    ZvrFrameBuffer buffer = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc);
+    CHECK_STATUS(zvrFrameBufferClear(buffer), context, "ZVR framebuffer operation failed.", Critical);
+    std::string layerName = element.layerName;
+    const auto id = aovNameToId.find(element.name);
+    if (id != aovNameToId.end()) {
+      const auto crypto = cryptoLayerNames().find(id->second);
+      if (crypto != cryptoLayerNames().end()) layerName = crypto->second;
+    }
+    CHECK_STATUS(zvrObjectSetName(buffer, layerName.c_str()), context, "ZVR framebuffer operation failed.", Critical);
+    CHECK_STATUS(zvrContextResolveFrameBuffer(context, element.framebuffer, buffer, resolveFlag(element.name)),
+                 context, "ZVR context resolving framebuffer failed.", Warning);
+    CHECK_STATUS(zvrObjectDelete(element.framebuffer), context, "ZVR framebuffer deletion failed.", Critical);
+    element.framebuffer = nullptr;
+    if (isColor) colorBuffer = buffer;
+    resolved.push_back(buffer);
+  }
+
+  // The colour element always exists once main has run; without it there is nothing to write.
+  const auto color = std::find_if(elements.begin(), elements.end(),
+                                  [](const OutputElement& element) { return element.name == "color"; });
+  if (color != elements.end()) {
+    for (const std::string& file : color->fileNames) {
+      ZvrStatus status = ZVR_SUCCESS;
+      if (hasExrExtension(file)) {
+        status = zvrFrameBufferSaveToFileEx(resolved.data(), static_cast<uint32_t>(resolved.size()), file.c_str(),
+                                            nullptr);
+      } else {
+        status = zvrFrameBufferSaveToFile(colorBuffer, file.c_str());
+      }
+      CHECK_STATUS(status, context, "ZVR framebuffer saving failed.", Critical);
+    }
+  }
+  for (ZvrFrameBuffer buffer : resolved) {
+    CHECK_STATUS(zvrObjectDelete(buffer), context, "ZVR framebuffer deletion failed.", Critical);
+  }
+}
+
+bool multilayerRequested(const ConfigDocument& document) {
+  const picojson::value& flag = document.get("multilayerexr");
+  return flag.is<double>() && flag.get<double>() != 0.0;
+}
+
+}  // namespace
+
+void renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
+                   const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
+                   TimingRecord& timing) {
+  timing.stampCount = 1;
+  timing.stamps[0] = readHighResolutionCounter();
+  renderIterations(context, settings, progress);
+  timing.stamps[timing.stampCount] = readHighResolutionCounter();
+  timing.stampCount = 2;
+  if (settings.printProgress) printPercent(100.0f);
+
+  if (multilayerRequested(document)) {
+    saveMultilayer(pluginKinds, context, settings, elements);
+  } else {
+    saveSingleFiles(pluginKinds, context, settings, elements);
+  }
+}

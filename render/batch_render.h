@@ -1,0 +1,15 @@
+// The offline render: iterations in batches with a percentage, then every element resolved and
+// saved, one file per element and name or one multilayer EXR.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "ZvrCore.h"
+#include "config_document.h"
+#include "render_settings.h"
+#include "run_records.h"
+
+void renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
+                   const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
+                   TimingRecord& timing);

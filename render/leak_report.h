@@ -1,0 +1,6 @@
+// Counts the library objects still alive in a context at shutdown and prints them.
+#pragma once
+
+#include "ZvrCore.h"
+
+void ReportContextLeaks(ZvrContext context);

@@ -1,0 +1,17 @@
+// Output elements from the configuration's "aovs" block, their framebuffers bound to the context.
+#pragma once
+
+#include <vector>
+
+#include "ZvrCore.h"
+#include "config_document.h"
+#include "render_settings.h"
+#include "run_records.h"
+
+// Creates and clears a framebuffer; a failure ends the process.
+ZvrFrameBuffer createFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc);
+// The selected elements in the sorted order of the block's keys; unknown names are skipped.
+std::vector<OutputElement> createOutputElements(const ConfigDocument& document, ZvrContext context,
+                                                const RenderSettings& settings);
+// Installs the colour table of the id AOVs.
+void setIndicesLookup(ZvrContext context);

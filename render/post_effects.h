@@ -1,0 +1,18 @@
+// Makes sure the context has the post effects the library's own writer needs: normalization
+// always, gamma correction when a gamma was asked for and the scene brought no tone or gamma.
+#pragma once
+
+#include <vector>
+
+#include "ZvrCore.h"
+#include "config_document.h"
+#include "render_settings.h"
+#include "run_records.h"
+
+std::vector<PostEffectEntry> SetupPostEffects(const ConfigDocument& document, ZvrContext context,
+                                              const RenderSettings& settings);
+
+// The type of an attached post effect; `status` receives the library's answer.
+uint32_t readPostEffectType(ZvrPostEffect effect, ZvrStatus& status);
+// The name a post effect type is listed under, or null for a type without one.
+const char* postEffectTypeName(uint32_t type);

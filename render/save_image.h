@@ -1,0 +1,9 @@
+// Writes one output image: by the render library's writer, or for the beauty element with
+// post-processing through the program's own pixel pipeline into a PNG stream.
+#pragma once
+
+#include "ZvrCore.h"
+#include "render_settings.h"
+
+ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
+                          const char* path, bool isColor);
