@@ -1,6 +1,7 @@
 #include "config_json.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -28,13 +29,14 @@ ConfigDocument parseJsonString(const char* text, size_t length) {
 ConfigDocument loadConfigFile(const std::string& path) {
   char message[4096];
   std::ifstream file(path, std::ios::binary);
-  if (!file.is_open()) {
+  // A folder opens as a stream on Linux but holds no document.
+  std::error_code ignored;
+  if (!file.is_open() || std::filesystem::is_directory(path, ignored)) {
     std::snprintf(message, sizeof message, "Config file '%s' not found.", path.c_str());
     FATAL_ERROR(10004, message);
   }
   file.seekg(0, std::ios::end);
   const std::streamoff length = file.tellg();
-  // A folder opens as a stream but has no length; it is as useless as an empty file.
   if (length <= 0) {
     std::snprintf(message, sizeof message, "Config file '%s' is empty.", path.c_str());
     FATAL_ERROR(10005, message);
