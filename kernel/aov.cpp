@@ -1,0 +1,47 @@
+#include "aov.h"
+
+namespace zvr::kernel {
+namespace {
+
+bool isAdvanced(uint32_t aov) {
+  return aov == 10 || aov == 30 || aov == 42 || (aov >= 23 && aov <= 26) || (aov >= 80 && aov <= 91) ||
+         (aov >= 32 && aov <= 37) || (aov >= 48 && aov <= 53) || (aov >= 56 && aov <= 61) || aov == 64;
+}
+
+bool refuse(uint32_t aov, std::string* why, const std::string& text) {
+  if (why) *why = "AOV " + std::to_string(aov) + " " + text;
+  return false;
+}
+
+}  // namespace
+
+bool pathTracerSupportsAov(uint32_t aov, std::string* why) {
+  switch (aov) {
+    case kAovColor: case kAovOpacity: case kAovWorldCoordinate: case kAovUv: case kAovMaterialId: case kAovNormalGeom:
+    case kAovNormal: case kAovDepth: case kAovObjectId: case kAovGroupId: case kAovBackground: case kAovEmission:
+    case kAovVelocity: case kAovDirectIllumination: case kAovIndirectIllumination: case kAovAo: case kAovDirectDiffuse:
+    case kAovDirectReflect: case kAovIndirectDiffuse: case kAovIndirectReflect: case kAovRefract: case kAovVolume:
+    case kAovAlbedoDiffuse: case kAovVariance: case kAovCameraNormal: case kAovSss: case kAovMeshId:
+      return true;
+  }
+  if (isAdvanced(aov))
+    return refuse(aov, why, "(catchers, light groups, light path expressions, cryptomatte, deep) comes with the advanced AOV work and is not available yet");
+  return refuse(aov, why, "is not a known AOV id");
+}
+
+bool previewSupportsAov(uint32_t aov, std::string* why) {
+  switch (aov) {
+    case kAovColor: case kAovOpacity: case kAovDepth: case kAovNormal: case kAovNormalGeom: case kAovWorldCoordinate:
+    case kAovUv: case kAovMaterialId: case kAovObjectId: case kAovMeshId: case kAovGroupId: case kAovAlbedoDiffuse:
+    case kAovAo:
+      return true;
+  }
+  std::string inner;
+  if (!pathTracerSupportsAov(aov, &inner)) {
+    if (why) *why = inner;
+    return false;
+  }
+  return refuse(aov, why, "is not produced by the preview renderer; use a path-tracing plug-in for it");
+}
+
+}  // namespace zvr::kernel

@@ -1,0 +1,282 @@
+#include "bsdf.h"
+
+#include <array>
+
+#include "microfacet.h"
+#include "sampling.h"
+
+namespace zvr::kernel {
+namespace {
+
+constexpr float kCoatIor = 1.5f;
+constexpr int kSheenTableSize = 32;
+
+float roughnessToAlpha(float r) { return std::max(1e-4f, r * r); }
+
+}  // namespace
+
+float sheenAlbedo(float cosO, float sheenRoughness) {
+  // E(cos, roughness) by quadrature over the hemisphere, computed once.
+  static const std::array<float, kSheenTableSize * kSheenTableSize> table = [] {
+    std::array<float, kSheenTableSize * kSheenTableSize> t{};
+    constexpr int n = 48;
+    for (int ri = 0; ri < kSheenTableSize; ++ri) {
+      float alpha = std::max(0.07f, sqr((ri + 0.5f) / kSheenTableSize));
+      for (int ci = 0; ci < kSheenTableSize; ++ci) {
+        float c = (ci + 0.5f) / kSheenTableSize;
+        Vec3 wo(std::sqrt(1 - c * c), 0, c);
+        double sum = 0;
+        for (int i = 0; i < n; ++i)
+          for (int j = 0; j < n; ++j) {
+            Vec3 wi = squareToCosineHemisphere((i + 0.5f) / n, (j + 0.5f) / n);
+            if (wi.z <= 0) continue;
+            Vec3 h = normalize(wo + wi);
+            // f * cos / (cos / pi)
+            sum += charlieD(h, alpha) * sheenVisibility(wo.z, wi.z) * kPi;
+          }
+        t[ri * kSheenTableSize + ci] = std::min(1.0f, float(sum / (n * n)));
+      }
+    }
+    return t;
+  }();
+  int ci = std::min(kSheenTableSize - 1, int(clamp01(cosO) * kSheenTableSize));
+  int ri = std::min(kSheenTableSize - 1, int(clamp01(sheenRoughness) * kSheenTableSize));
+  return table[ri * kSheenTableSize + ci];
+}
+
+Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& coat, Vec3 ng, Vec3 wo, float minRoughness)
+    : ng_(ng), wo_(wo), m_(material) {
+  bool outside = dot(wo, ng) >= 0;
+  frame_ = shading;
+  coatFrame_ = coat;
+  // Lobes work with wo in the upper hemisphere: flip the frames to the side of wo.
+  if (dot(wo, frame_.n) < 0) frame_ = Frame{-frame_.n, frame_.s};
+  if (dot(wo, coatFrame_.n) < 0) coatFrame_ = Frame{-coatFrame_.n, coatFrame_.s};
+  woLocal_ = frame_.toLocal(wo);
+  woLocal_.z = std::max(woLocal_.z, 1e-6f);
+  woCoat_ = coatFrame_.toLocal(wo);
+  woCoat_.z = std::max(woCoat_.z, 1e-6f);
+
+  float metallic = clamp01(m_.metallic), transmission = clamp01(m_.transmission);
+  m_.metallic = metallic;
+  m_.transmission = transmission;
+  volume_ = transmission > 0 && !m_.thinWalled;
+  float ior = m_.ior >= 1.0f ? m_.ior : 1.5f;
+  m_.ior = ior;
+  eta_ = volume_ ? (outside ? ior : 1 / ior) : ior;
+  alpha_ = roughnessToAlpha(std::max(clamp01(m_.roughness), minRoughness));
+  coatAlpha_ = roughnessToAlpha(std::max(clamp01(m_.clearcoatRoughness), minRoughness));
+  sheenAlpha_ = std::max(0.07f, sqr(clamp01(m_.sheenRoughness)));
+  diffuseColor_ = m_.baseColor * ((1 - metallic) * (1 - transmission));
+
+  float cosO = woLocal_.z;
+  float coatF = m_.clearcoat > 0 ? clamp01(m_.clearcoat) * fresnelDielectric(woCoat_.z, kCoatIor) : 0;
+  float maxSheen = clamp01(maxComponent(m_.sheenColor));
+  float sheenE = maxSheen > 0 ? maxSheen * sheenAlbedo(cosO, m_.sheenRoughness) : 0;
+  baseScale_ = (1 - coatF) * (1 - sheenE);
+
+  float fd = dielectricReflectance(cosO);
+  weights_[kDiffuseLobe] = luminance(diffuseColor_) * (1 - fd) * baseScale_;
+  weights_[kReflectLobe] = maxComponent(reflectFresnel(cosO)) * baseScale_;
+  weights_[kRefractLobe] = (1 - metallic) * transmission * std::max(luminance(m_.baseColor), 1e-3f) *
+                           (1 - clamp01(m_.specular) * fresnelDielectric(cosO, eta_)) * baseScale_;
+  weights_[kCoatLobe] = coatF;
+  weights_[kSheenLobe] = sheenE * (1 - coatF);
+  float sum = 0;
+  for (float w : weights_) sum += w;
+  for (float& w : weights_) w = sum > 0 ? w / sum : 0;
+  bool glossyDelta = alpha_ < kDeltaAlpha;
+  nonDelta_ = weights_[kDiffuseLobe] > 0 || weights_[kSheenLobe] > 0 ||
+              (!glossyDelta && (weights_[kReflectLobe] > 0 || weights_[kRefractLobe] > 0)) ||
+              (weights_[kCoatLobe] > 0 && coatAlpha_ >= kDeltaAlpha);
+}
+
+float Bsdf::dielectricReflectance(float cosH) const {
+  return maxComponent((1 - m_.metallic) > 0 ? [&] {
+    float f = fresnelDielectric(cosH, eta_), f0 = fresnelDielectric(1, eta_);
+    float w = f0 < 1 ? clamp01((f - f0) / (1 - f0)) : 1;
+    Vec3 tinted(std::min(1.0f, f0 * m_.specularColor.x), std::min(1.0f, f0 * m_.specularColor.y),
+                std::min(1.0f, f0 * m_.specularColor.z));
+    return (tinted * (1 - w) + Vec3(w)) * clamp01(m_.specular);
+  }() : Vec3(0));
+}
+
+Vec3 Bsdf::reflectFresnel(float cosH) const {
+  float f = fresnelDielectric(cosH, eta_), f0 = fresnelDielectric(1, eta_);
+  float w = f0 < 1 ? clamp01((f - f0) / (1 - f0)) : 1;
+  Vec3 tinted(std::min(1.0f, f0 * m_.specularColor.x), std::min(1.0f, f0 * m_.specularColor.y),
+              std::min(1.0f, f0 * m_.specularColor.z));
+  Vec3 dielectric = (tinted * (1 - w) + Vec3(w)) * clamp01(m_.specular);
+  Vec3 metal = fresnelSchlick(m_.baseColor, cosH);
+  return metal * m_.metallic + dielectric * (1 - m_.metallic);
+}
+
+Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) const {
+  *pdf = 0;
+  switch (lobe) {
+    case kDiffuseLobe: {
+      if (wi.z <= 0) return Vec3(0);
+      *pdf = wi.z * kInvPi;
+      return diffuseColor_ * ((1 - dielectricReflectance(wo.z)) * baseScale_ * kInvPi * wi.z);
+    }
+    case kSheenLobe: {
+      if (wi.z <= 0) return Vec3(0);
+      *pdf = wi.z * kInvPi;
+      Vec3 h = normalize(wo + wi);
+      float coatF = m_.clearcoat > 0 ? clamp01(m_.clearcoat) * fresnelDielectric(woCoat_.z, kCoatIor) : 0;
+      return m_.sheenColor * (charlieD(h, sheenAlpha_) * sheenVisibility(wo.z, wi.z) * wi.z * (1 - coatF));
+    }
+    case kReflectLobe: {
+      if (wi.z <= 0 || alpha_ < kDeltaAlpha) return Vec3(0);
+      Vec3 h = normalize(wo + wi);
+      float cosH = dot(wo, h);
+      if (cosH <= 0) return Vec3(0);
+      *pdf = ggxVisiblePdf(wo, h, alpha_) / (4 * cosH);
+      return reflectFresnel(cosH) * (baseScale_ * ggxD(h, alpha_) * ggxG(wo, wi, alpha_) / (4 * wo.z));
+    }
+    case kCoatLobe: {
+      if (wiC.z <= 0 || coatAlpha_ < kDeltaAlpha) return Vec3(0);
+      Vec3 h = normalize(woC + wiC);
+      float cosH = dot(woC, h);
+      if (cosH <= 0) return Vec3(0);
+      *pdf = ggxVisiblePdf(woC, h, coatAlpha_) / (4 * cosH);
+      float f = clamp01(m_.clearcoat) * fresnelDielectric(cosH, kCoatIor);
+      return Vec3(f * ggxD(h, coatAlpha_) * ggxG(woC, wiC, coatAlpha_) / (4 * woC.z));
+    }
+    case kRefractLobe: {
+      if (wi.z >= 0 || alpha_ < kDeltaAlpha) return Vec3(0);
+      Vec3 tint = m_.baseColor * ((1 - m_.metallic) * m_.transmission * baseScale_);
+      if (!volume_) {
+        Vec3 mirrored(wi.x, wi.y, -wi.z);
+        Vec3 h = normalize(wo + mirrored);
+        float cosH = dot(wo, h);
+        if (cosH <= 0) return Vec3(0);
+        *pdf = ggxVisiblePdf(wo, h, alpha_) / (4 * cosH);
+        float t = 1 - clamp01(m_.specular) * fresnelDielectric(cosH, eta_);
+        return tint * (t * ggxD(h, alpha_) * ggxG(wo, mirrored, alpha_) / (4 * wo.z));
+      }
+      Vec3 h = wi * eta_ + wo;
+      if (dot(h, h) <= 0) return Vec3(0);
+      h = normalize(h);
+      if (h.z < 0) h = -h;
+      float dO = dot(wo, h), dI = dot(wi, h);
+      if (dO <= 0 || dI >= 0) return Vec3(0);
+      float denom = sqr(dI + dO / eta_);
+      float t = 1 - clamp01(m_.specular) * fresnelDielectric(dO, eta_);
+      *pdf = ggxVisiblePdf(wo, h, alpha_) * std::fabs(dI) / denom;
+      float f = ggxD(h, alpha_) * ggxG(wo, wi, alpha_) * std::fabs(dI * dO) / (wo.z * denom);
+      return tint * (t * f / (eta_ * eta_));
+    }
+  }
+  return Vec3(0);
+}
+
+BsdfEval Bsdf::eval(Vec3 wi) const {
+  BsdfEval result;
+  Vec3 wiL = frame_.toLocal(wi), wiC = coatFrame_.toLocal(wi);
+  bool sameSide = dot(wi, ng_) * dot(wo_, ng_) > 0;
+  for (int lobe = 0; lobe < kLobeCount; ++lobe) {
+    if (weights_[lobe] <= 0) continue;
+    bool transmits = lobe == kRefractLobe;
+    if (transmits == sameSide) continue;
+    float p = 0;
+    Vec3 f = evalLobe(lobe, woLocal_, wiL, woCoat_, wiC, &p);
+    int category = lobe == kRefractLobe ? kLobeRefract : (lobe == kReflectLobe || lobe == kCoatLobe) ? kLobeReflect : kLobeDiffuse;
+    result.value[category] += f;
+    result.pdf += weights_[lobe] * p;
+  }
+  return result;
+}
+
+float Bsdf::pdf(Vec3 wi) const { return eval(wi).pdf; }
+
+bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
+  int lobe = 0;
+  float acc = 0;
+  for (lobe = 0; lobe < kLobeCount - 1; ++lobe) {
+    acc += weights_[lobe];
+    if (uLobe < acc && weights_[lobe] > 0) break;
+  }
+  while (lobe > 0 && weights_[lobe] <= 0) --lobe;
+  float sel = weights_[lobe];
+  if (sel <= 0) return false;
+  const Vec3 wo = woLocal_;
+  out.category = lobe == kRefractLobe ? kLobeRefract : (lobe == kReflectLobe || lobe == kCoatLobe) ? kLobeReflect : kLobeDiffuse;
+  out.transmitted = lobe == kRefractLobe;
+
+  // Perfectly smooth lobes.
+  if ((lobe == kReflectLobe || lobe == kRefractLobe) && alpha_ < kDeltaAlpha) {
+    Vec3 wiL;
+    Vec3 f;
+    if (lobe == kReflectLobe) {
+      wiL = Vec3(-wo.x, -wo.y, wo.z);
+      f = reflectFresnel(wo.z) * baseScale_;
+    } else {
+      float t = 1 - clamp01(m_.specular) * fresnelDielectric(wo.z, eta_);
+      Vec3 tint = m_.baseColor * ((1 - m_.metallic) * m_.transmission * baseScale_ * t);
+      if (volume_) {
+        if (!refract(wo, Vec3(0, 0, 1), eta_, wiL)) return false;
+        f = tint / (eta_ * eta_);
+      } else {
+        wiL = -wo;
+        f = tint;
+      }
+    }
+    out.wi = frame_.toWorld(wiL);
+    if ((dot(out.wi, ng_) * dot(wo_, ng_) > 0) == out.transmitted) return false;
+    out.delta = true;
+    out.pdf = sel;
+    out.weight = f / sel;
+    return true;
+  }
+  if (lobe == kCoatLobe && coatAlpha_ < kDeltaAlpha) {
+    Vec3 wiC(-woCoat_.x, -woCoat_.y, woCoat_.z);
+    out.wi = coatFrame_.toWorld(wiC);
+    if (dot(out.wi, ng_) * dot(wo_, ng_) <= 0) return false;
+    out.delta = true;
+    out.pdf = sel;
+    out.weight = Vec3(clamp01(m_.clearcoat) * fresnelDielectric(woCoat_.z, kCoatIor) / sel);
+    return true;
+  }
+
+  Vec3 wi;
+  switch (lobe) {
+    case kDiffuseLobe:
+    case kSheenLobe:
+      wi = frame_.toWorld(squareToCosineHemisphere(u1, u2));
+      break;
+    case kReflectLobe: {
+      Vec3 h = ggxSampleVisible(wo, alpha_, u1, u2);
+      wi = frame_.toWorld(reflect(wo, h));
+      break;
+    }
+    case kCoatLobe: {
+      Vec3 h = ggxSampleVisible(woCoat_, coatAlpha_, u1, u2);
+      wi = coatFrame_.toWorld(reflect(woCoat_, h));
+      break;
+    }
+    case kRefractLobe: {
+      Vec3 h = ggxSampleVisible(wo, alpha_, u1, u2);
+      Vec3 wiL;
+      if (volume_) {
+        if (!refract(wo, h, eta_, wiL)) return false;
+      } else {
+        wiL = reflect(wo, h);
+        wiL.z = -wiL.z;
+      }
+      wi = frame_.toWorld(wiL);
+      break;
+    }
+  }
+  BsdfEval e = eval(wi);
+  if (e.pdf <= 0) return false;
+  Vec3 f = e.total();
+  if (isBlack(f)) return false;
+  out.wi = wi;
+  out.pdf = e.pdf;
+  out.delta = false;
+  out.weight = f / e.pdf;
+  return true;
+}
+
+}  // namespace zvr::kernel

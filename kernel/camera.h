@@ -1,0 +1,35 @@
+// Primary rays: perspective and orthographic projections and the panoramic modes.
+#pragma once
+
+#include "math.h"
+
+namespace zvr::kernel {
+
+enum CameraMode : uint32_t { kModePlain = 0, kModeLatLong = 3, kModeStereoLatLong = 4, kModeFisheye = 7 };
+constexpr float kStereoEyeOffset = 0.032f;
+
+struct Ray {
+  Vec3 origin, direction;
+  float tMin = 0, tMax = 1e30f;
+};
+
+class Camera {
+ public:
+  Camera(const CameraData& data, uint32_t width, uint32_t height);
+  // Ray through film position (x, y) in pixels, (0, 0) the top-left corner. False where the
+  // projection has no ray (outside a fisheye's circle).
+  bool generateRay(float x, float y, Ray& ray) const;
+  // World-to-camera rotation of a direction (for camera-space normals).
+  Vec3 toCameraSpace(Vec3 worldDir) const;
+  Vec3 position() const { return position_; }
+  // Angle one pixel spans at the image centre, for texture footprints.
+  float pixelSpread() const { return pixelSpread_; }
+
+ private:
+  CameraData data_;
+  float width_, height_;
+  Vec3 position_, right_, up_, back_;
+  float tanHalfY_, aspect_, pixelSpread_;
+};
+
+}  // namespace zvr::kernel

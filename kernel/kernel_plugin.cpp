@@ -1,0 +1,182 @@
+#include "kernel_plugin.h"
+
+#include <tbb/blocked_range2d.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <chrono>
+#include <new>
+
+#include "ZvrCore.h"
+#include "aov.h"
+#include "filter.h"
+
+namespace zvr::kernel {
+namespace {
+
+void onDeviceError(void* user, RTCError code, const char* text) {
+  auto* errors = static_cast<DeviceErrors*>(user);
+  std::lock_guard<std::mutex> lock(errors->mutex);
+  if (!errors->text.empty()) errors->text += "; ";
+  errors->text += "ray tracing device error " + std::to_string(int(code)) + (text ? std::string(": ") + text : std::string());
+}
+
+double millisecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+KernelPlugin::KernelPlugin() {
+  device_ = rtcNewDevice(nullptr);
+  if (device_) {
+    rtcSetDeviceErrorFunction(device_, onDeviceError, &errors_);
+    scene_ = std::make_unique<Scene>(device_, &errors_);
+  }
+}
+
+KernelPlugin::~KernelPlugin() {
+  scene_.reset();
+  if (device_) rtcReleaseDevice(device_);
+}
+
+bool KernelPlugin::includeShape(const ShapeData& shape, const RenderParams&) const { return shape.visible; }
+
+bool KernelPlugin::validate(const RenderRequest& r, std::string* error) const {
+  auto fail = [&](const std::string& text) {
+    if (error) *error = text;
+    return false;
+  };
+  if (!r.scene || !r.params) return fail("render request without a scene or parameters");
+  if (!r.host) return fail("render request without a host");
+  if (r.width == 0 || r.height == 0) return fail("render target size " + std::to_string(r.width) + "x" + std::to_string(r.height) + " is empty");
+  if (!r.scene->hasCamera) return fail("the scene has no camera to render from");
+  const RenderParams& p = *r.params;
+  if (p.imageFilterType > 6) return fail("image filter type " + std::to_string(p.imageFilterType) + " is not one of 0 to 6");
+  if (!(p.imageFilterRadius > 0) || !std::isfinite(p.imageFilterRadius))
+    return fail("image filter radius " + std::to_string(p.imageFilterRadius) + " is not a positive number");
+  for (const auto& t : r.targets) {
+    if (!t.target) return fail("AOV " + std::to_string(t.aov) + " is bound to no framebuffer");
+    if (t.target->width() != r.width || t.target->height() != r.height)
+      return fail("framebuffer of AOV " + std::to_string(t.aov) + " is " + std::to_string(t.target->width()) + "x" +
+                  std::to_string(t.target->height()) + ", the colour target is " + std::to_string(r.width) + "x" +
+                  std::to_string(r.height));
+    std::string why;
+    if (!supportsAov(t.aov, &why)) return fail(why);
+  }
+  return checkRequest(r, error);
+}
+
+int32_t KernelPlugin::render(const RenderRequest& request, std::string* error) {
+  try {
+    return renderChecked(request, error);
+  } catch (const std::bad_alloc&) {
+    if (error) *error = std::string(name()) + ": out of memory while rendering";
+    return ZVR_ERROR_OUT_OF_MEMORY;
+  } catch (const std::exception& e) {
+    if (error) *error = std::string(name()) + ": " + e.what();
+    return ZVR_ERROR_INTERNAL;
+  }
+}
+
+int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* error) {
+  if (!device_) {
+    if (error) *error = std::string(name()) + ": the ray tracing device could not be created";
+    return ZVR_ERROR_INTERNAL;
+  }
+  if (!validate(request, error)) return ZVR_ERROR_INVALID_ARGUMENT;
+  const SceneSnapshot& snap = *request.scene;
+  const RenderParams& params = *request.params;
+
+  auto updateStart = std::chrono::steady_clock::now();
+  auto include = [&](const ShapeData& s) { return includeShape(s, params); };
+  if (!scene_->update(snap, params, textureBudgetScale(params), include, error)) return ZVR_ERROR_INVALID_ARGUMENT;
+  // Emissive triangles belong to the lights, so a changed scene rebuilds them as well.
+  if (!lightsBuilt_ || snap.lightRevision != lightRevision_ || scene_->version() != lightSceneVersion_) {
+    lights_.build(snap, *scene_);
+    lightsBuilt_ = true;
+    lightRevision_ = snap.lightRevision;
+    lightSceneVersion_ = scene_->version();
+  }
+  request.host->reportUpdateTime(float(millisecondsSince(updateStart)));
+
+  Camera camera(snap.camera, request.width, request.height);
+  IntegratorSettings settings = integratorSettings(params, request.targets);
+  PathIntegrator integrator(*scene_, lights_, camera, params, settings);
+  Film film(request.targets, request.width, request.height, params.indexColors);
+  uint32_t threads = params.threadCount > 0 ? params.threadCount : uint32_t(tbb::this_task_arena::max_concurrency());
+
+  for (uint32_t i = 0; i < request.iterations; ++i) {
+    if (request.host->abortRequested()) break;
+    auto start = std::chrono::steady_clock::now();
+    film.clear();
+    renderIteration(request, integrator, request.firstSampleIndex + i, film, threads);
+    if (averagedFramebuffers()) film.commitAverages();
+    else film.commitSums();
+    writeVariance(request, film);
+    if (i == 0) request.host->reportFirstIterationTime(float(millisecondsSince(start)));
+    request.host->reportProgress(float(i + 1) / float(request.iterations));
+  }
+  return 0;
+}
+
+void KernelPlugin::renderIteration(const RenderRequest& request, const PathIntegrator& integrator, uint64_t sampleIndex,
+                                   Film& film, uint32_t threads) const {
+  const RenderParams& params = *request.params;
+  FilterSampler filter(params.imageFilterType, params.imageFilterRadius);
+  uint32_t tileW = params.tileSize[0] >= 1 ? uint32_t(params.tileSize[0]) : 32;
+  uint32_t tileH = params.tileSize[1] >= 1 ? uint32_t(params.tileSize[1]) : 32;
+  uint32_t w = request.width, h = request.height;
+  uint32_t sampleLow = uint32_t(sampleIndex), sampleHigh = uint32_t(sampleIndex >> 32);
+  auto body = [&](const tbb::blocked_range2d<uint32_t>& range) {
+    SampleResult result;
+    for (uint32_t y = range.rows().begin(); y < range.rows().end(); ++y)
+      for (uint32_t x = range.cols().begin(); x < range.cols().end(); ++x) {
+        uint32_t seed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, x), y), sampleHigh);
+        Sampler sampler(seed, sampleLow);
+        auto u = sampler.get2D();
+        FilterSampler::Sample fs = filter.sample(u.first, u.second);
+        integrator.trace(float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy, sampler, result);
+        film.addSample(x, y, fs.weight, result);
+      }
+  };
+  tbb::task_arena arena(int(std::max(1u, threads)));
+  arena.execute([&] {
+    tbb::parallel_for(tbb::blocked_range2d<uint32_t>(0, h, tileH, 0, w, tileW), body, tbb::simple_partitioner());
+  });
+}
+
+void KernelPlugin::writeVariance(const RenderRequest& request, const Film& film) {
+  FrameBufferTarget* target = nullptr;
+  for (const auto& t : request.targets)
+    if (t.aov == kAovVariance) target = t.target;
+  if (!target) return;
+  size_t pixels = size_t(request.width) * request.height;
+  if (target->iterations() == 0 || sum_.size() != pixels * 3) {
+    sum_.assign(pixels * 3, 0);
+    sumSq_.assign(pixels * 3, 0);
+    previousVariance_.assign(pixels * 3, 0);
+    varianceCount_ = 0;
+  }
+  ++varianceCount_;
+  double n = varianceCount_;
+  std::vector<float> out(pixels * 4);
+  const auto& c = film.colorSums();
+  for (size_t i = 0; i < pixels; ++i) {
+    float w = c[4 * i + 3];
+    for (int k = 0; k < 3; ++k) {
+      double v = w != 0 ? c[4 * i + k] / w : 0;
+      sum_[3 * i + k] += v;
+      sumSq_[3 * i + k] += v * v;
+      double mean = sum_[3 * i + k] / n;
+      double var = n > 1 ? std::max(0.0, (sumSq_[3 * i + k] - n * mean * mean) / (n - 1)) : 0;
+      // The target keeps a running average of what it is given; this value makes that average the variance.
+      out[4 * i + k] = float(n * var - (n - 1) * previousVariance_[3 * i + k]);
+      previousVariance_[3 * i + k] = float(var);
+    }
+    out[4 * i + 3] = 1;
+  }
+  target->averageIteration(out.data());
+}
+
+}  // namespace zvr::kernel

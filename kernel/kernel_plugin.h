@@ -1,0 +1,52 @@
+// The shared base of the render plug-ins: owns the ray tracing device and the scene, and runs
+// iterations over tiles on a thread arena; a family supplies its integrator choice and filters.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "film.h"
+#include "lights.h"
+#include "path_integrator.h"
+#include "scene.h"
+
+namespace zvr::kernel {
+
+class KernelPlugin : public RenderPlugin {
+ public:
+  KernelPlugin();
+  ~KernelPlugin() override;
+  int32_t render(const RenderRequest& request, std::string* error) override;
+
+ protected:
+  virtual IntegratorSettings integratorSettings(const RenderParams& params, const std::vector<AovTarget>& targets) const = 0;
+  // Which shapes are rendered; the base renders the visible ones.
+  virtual bool includeShape(const ShapeData& shape, const RenderParams& params) const;
+  // Preview plug-ins keep final averages (weight 1) instead of sums.
+  virtual bool averagedFramebuffers() const { return false; }
+  // Fraction of the texture memory limit this family may use.
+  virtual float textureBudgetScale(const RenderParams&) const { return 1; }
+  // Checks family-specific settings before rendering; false with `error` set.
+  virtual bool checkRequest(const RenderRequest&, std::string*) const { return true; }
+
+ private:
+  int32_t renderChecked(const RenderRequest& request, std::string* error);
+  bool validate(const RenderRequest& request, std::string* error) const;
+  void renderIteration(const RenderRequest& request, const PathIntegrator& integrator, uint64_t sampleIndex, Film& film,
+                       uint32_t threads) const;
+  void writeVariance(const RenderRequest& request, const Film& film);
+
+  RTCDevice device_ = nullptr;
+  DeviceErrors errors_;
+  std::unique_ptr<Scene> scene_;
+  LightSet lights_;
+  bool lightsBuilt_ = false;
+  uint64_t lightRevision_ = 0, lightSceneVersion_ = 0;
+  // Running moments of colour for the variance AOV.
+  std::vector<double> sum_, sumSq_;
+  uint32_t varianceCount_ = 0;
+  std::vector<float> previousVariance_;
+};
+
+}  // namespace zvr::kernel

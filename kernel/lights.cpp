@@ -1,0 +1,254 @@
+#include "lights.h"
+
+namespace zvr::kernel {
+namespace {
+
+constexpr float kInfiniteDistance = 1e30f;
+
+float srgbDecode(float v) { return v <= 0.04045f ? v / 12.92f : std::pow((v + 0.055f) / 1.055f, 2.4f); }
+
+// Lat-long convention: u = 0 at azimuth -pi, centre of the image along -z; v = 0 at +y.
+void directionToLatLong(Vec3 l, float& u, float& v) {
+  u = 0.5f + std::atan2(l.x, -l.z) / (2 * kPi);
+  v = std::acos(std::min(1.0f, std::max(-1.0f, l.y))) / kPi;
+}
+Vec3 latLongToDirection(float u, float v) {
+  float phi = (u - 0.5f) * 2 * kPi, theta = v * kPi;
+  return {std::sin(theta) * std::sin(phi), std::cos(theta), -std::sin(theta) * std::cos(phi)};
+}
+
+}  // namespace
+
+void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
+  entries_.clear();
+  punctual_.clear();
+  environments_.clear();
+  triangles_.clear();
+  environmentEntry_.clear();
+  firstTriangleEntry_.assign(scene.shapes().size(), -1);
+  sceneRadius_ = std::max(1e-3f, scene.diagonal() / 2);
+  std::vector<float> power;
+  float r2 = sceneRadius_ * sceneRadius_;
+  for (const LightData& l : snapshot.lights) {
+    Vec3 radiance(l.radiance[0], l.radiance[1], l.radiance[2]);
+    if (!isFinite(radiance) || maxComponent(radiance) <= 0) continue;
+    Vec3 travel = normalize(transformVector(l.transform, Vec3(0, 0, -1)));
+    if (l.type == LightType::Environment) {
+      Environment env;
+      env.radiance = radiance;
+      for (int i = 0; i < 3; ++i)
+        env.rows[i] = normalize(Vec3(l.transform.m[4 * i], l.transform.m[4 * i + 1], l.transform.m[4 * i + 2]));
+      float average = 1;
+      const ImageData* img = l.image.get();
+      if (img && img->width > 0 && img->height > 0 && img->channels > 0 &&
+          img->pixels.size() >= size_t(img->width) * img->height * img->channels) {
+        env.width = img->width;
+        env.height = img->height;
+        env.texels.resize(size_t(env.width) * env.height * 3);
+        std::vector<float> weights(size_t(env.width) * env.height);
+        double sum = 0;
+        for (uint32_t y = 0; y < env.height; ++y) {
+          float sinTheta = std::sin(kPi * (y + 0.5f) / env.height);
+          for (uint32_t x = 0; x < env.width; ++x) {
+            size_t i = size_t(y) * env.width + x;
+            const float* p = &img->pixels[i * img->channels];
+            Vec3 c = img->channels >= 3 ? Vec3(p[0], p[1], p[2]) : Vec3(p[0]);
+            if (img->colorSpace == ColorSpace::SRGB) c = Vec3(srgbDecode(c.x), srgbDecode(c.y), srgbDecode(c.z));
+            if (!isFinite(c)) c = Vec3(0);
+            c = Vec3(std::max(0.0f, c.x), std::max(0.0f, c.y), std::max(0.0f, c.z));
+            env.texels[3 * i] = c.x;
+            env.texels[3 * i + 1] = c.y;
+            env.texels[3 * i + 2] = c.z;
+            weights[i] = luminance(c) * sinTheta;
+            sum += luminance(c) * sinTheta;
+          }
+        }
+        average = float(sum / (double(env.width) * env.height) * kPi / 2);
+        env.distribution = Distribution2D(weights, env.width, env.height);
+        if (average <= 0) continue;
+      }
+      environmentEntry_.push_back(entries_.size());
+      entries_.push_back({Kind::Environment, uint32_t(environments_.size())});
+      power.push_back(4 * kPi * kPi * r2 * luminance(radiance) * average);
+      environments_.push_back(std::move(env));
+      continue;
+    }
+    Punctual p;
+    p.position = transformPoint(l.transform, Vec3(0, 0, 0));
+    p.direction = travel;
+    p.radiance = radiance;
+    if (l.type == LightType::Point) {
+      p.kind = Kind::Point;
+      power.push_back(4 * kPi * luminance(radiance));
+    } else if (l.type == LightType::Spot) {
+      p.kind = Kind::Spot;
+      float outer = std::min(std::max(l.outerCone, 0.0f), kPi / 2);
+      float inner = std::min(std::max(l.innerCone, 0.0f), outer);
+      p.cosOuter = std::cos(outer);
+      p.cosInner = std::cos(inner);
+      power.push_back(2 * kPi * (1 - 0.5f * (p.cosInner + p.cosOuter)) * luminance(radiance));
+    } else if (l.type == LightType::Directional) {
+      p.kind = Kind::Directional;
+      power.push_back(4 * kPi * r2 * luminance(radiance));
+    } else {
+      continue;
+    }
+    entries_.push_back({p.kind, uint32_t(punctual_.size())});
+    punctual_.push_back(p);
+  }
+  const auto& shapes = scene.shapes();
+  for (uint32_t s = 0; s < shapes.size(); ++s) {
+    const ShapeRecord& rec = shapes[s];
+    if (!rec.attached || !rec.material || !rec.material->emissive) continue;
+    const MaterialData& m = *rec.material->data;
+    float lum = luminance(Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * m.emissiveStrength);
+    firstTriangleEntry_[s] = int64_t(entries_.size());
+    for (uint32_t t = 0; t < rec.triangleCount; ++t) {
+      Vec3 p, n;
+      float area = 0;
+      scene.trianglePoint(s, t, 1.0f / 3, 1.0f / 3, p, n, area);
+      entries_.push_back({Kind::Triangle, uint32_t(triangles_.size())});
+      triangles_.push_back({s, t});
+      power.push_back(2 * kPi * area * lum);
+    }
+  }
+  distribution_ = Distribution1D(std::move(power));
+}
+
+Vec3 LightSet::environmentRadiance(const Environment& env, Vec3 dir) const {
+  if (env.texels.empty()) return env.radiance;
+  Vec3 l(dot(dir, env.rows[0]), dot(dir, env.rows[1]), dot(dir, env.rows[2]));
+  float u, v;
+  directionToLatLong(normalize(l), u, v);
+  uint32_t x = std::min(env.width - 1, uint32_t(std::max(0.0f, u) * env.width));
+  uint32_t y = std::min(env.height - 1, uint32_t(std::max(0.0f, v) * env.height));
+  const float* t = &env.texels[3 * (size_t(y) * env.width + x)];
+  return env.radiance * Vec3(t[0], t[1], t[2]);
+}
+
+float LightSet::environmentDirectionPdf(const Environment& env, Vec3 dir) const {
+  if (env.texels.empty()) return 1 / (4 * kPi);
+  Vec3 l = normalize(Vec3(dot(dir, env.rows[0]), dot(dir, env.rows[1]), dot(dir, env.rows[2])));
+  float u, v;
+  directionToLatLong(l, u, v);
+  float sinTheta = std::sqrt(std::max(0.0f, 1 - l.y * l.y));
+  if (sinTheta <= 1e-6f) return 0;
+  return env.distribution.density(u, v) / (2 * kPi * kPi * sinTheta);
+}
+
+Vec3 LightSet::environment(Vec3 dir) const {
+  Vec3 sum(0);
+  for (const auto& env : environments_) sum += environmentRadiance(env, dir);
+  return sum;
+}
+
+float LightSet::environmentPdf(Vec3 dir) const {
+  float pdf = 0;
+  for (size_t i = 0; i < environments_.size(); ++i)
+    pdf += distribution_.pmf(environmentEntry_[i]) * environmentDirectionPdf(environments_[i], dir);
+  return pdf;
+}
+
+float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const {
+  if (shape >= firstTriangleEntry_.size() || firstTriangleEntry_[shape] < 0) return 0;
+  Vec3 p, n;
+  float area = 0;
+  scene.trianglePoint(shape, prim, 0, 0, p, n, area);
+  Vec3 d = lightPoint - ref;
+  float dist2 = dot(d, d);
+  float cosL = std::fabs(dot(lightNormal, normalize(d)));
+  if (area <= 0 || cosL <= 0) return 0;
+  return distribution_.pmf(size_t(firstTriangleEntry_[shape]) + prim) * dist2 / (area * cosL);
+}
+
+bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const {
+  if (empty() || distribution_.total() <= 0) return false;
+  float pmf = 0;
+  const Entry& e = entries_[distribution_.sampleDiscrete(uLight, &pmf)];
+  if (pmf <= 0) return false;
+  out.delta = false;
+  out.infinite = false;
+  switch (e.kind) {
+    case Kind::Point:
+    case Kind::Spot: {
+      const Punctual& p = punctual_[e.index];
+      Vec3 d = p.position - ref;
+      float dist2 = dot(d, d);
+      if (dist2 <= 0) return false;
+      out.distance = std::sqrt(dist2);
+      out.wi = d / out.distance;
+      float falloff = 1;
+      if (e.kind == Kind::Spot) {
+        float c = dot(-out.wi, p.direction);
+        if (c <= p.cosOuter) return false;
+        if (c < p.cosInner) {
+          float x = (c - p.cosOuter) / std::max(1e-6f, p.cosInner - p.cosOuter);
+          falloff = x * x * (3 - 2 * x);
+        }
+      }
+      out.radiance = p.radiance * (falloff / dist2);
+      out.pdf = pmf;
+      out.delta = true;
+      return true;
+    }
+    case Kind::Directional: {
+      const Punctual& p = punctual_[e.index];
+      out.wi = -p.direction;
+      out.distance = kInfiniteDistance;
+      out.radiance = p.radiance;
+      out.pdf = pmf;
+      out.delta = true;
+      out.infinite = true;
+      return true;
+    }
+    case Kind::Environment: {
+      const Environment& env = environments_[e.index];
+      Vec3 world;
+      float pdfDir = 0;
+      if (env.texels.empty()) {
+        world = squareToUniformSphere(u1, u2);
+        pdfDir = 1 / (4 * kPi);
+      } else {
+        float u, v, pdfUv;
+        env.distribution.sample(u1, u2, u, v, pdfUv);
+        Vec3 l = latLongToDirection(u, v);
+        float sinTheta = std::sqrt(std::max(0.0f, 1 - l.y * l.y));
+        if (sinTheta <= 1e-6f || pdfUv <= 0) return false;
+        world = normalize(env.rows[0] * l.x + env.rows[1] * l.y + env.rows[2] * l.z);
+        pdfDir = pdfUv / (2 * kPi * kPi * sinTheta);
+      }
+      out.wi = world;
+      out.distance = kInfiniteDistance;
+      out.infinite = true;
+      // Other environments add along the same direction; MIS uses the summed density.
+      out.radiance = environment(world);
+      out.pdf = environmentPdf(world);
+      (void)pdfDir;
+      return out.pdf > 0;
+    }
+    case Kind::Triangle: {
+      const Triangle& t = triangles_[e.index];
+      float b1, b2;
+      squareToTriangle(u1, u2, b1, b2);
+      SurfaceHit hit;
+      scene.fillSurface(t.shape, t.prim, b1, b2, hit);
+      float area = 0;
+      Vec3 p, n;
+      scene.trianglePoint(t.shape, t.prim, b1, b2, p, n, area);
+      Vec3 d = p - ref;
+      float dist2 = dot(d, d);
+      if (dist2 <= 0 || area <= 0) return false;
+      out.distance = std::sqrt(dist2);
+      out.wi = d / out.distance;
+      float cosL = std::fabs(dot(n, out.wi));
+      if (cosL <= 1e-7f) return false;
+      hit.footprint = 0;
+      out.radiance = surfaceEmission(scene, hit);
+      out.pdf = pmf * dist2 / (area * cosL);
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace zvr::kernel

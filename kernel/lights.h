@@ -1,0 +1,69 @@
+// Every emitter of a scene behind one interface: point, spot, directional, environment (constant or
+// an importance-sampled lat-long image) and emissive triangles, chosen in proportion to power.
+#pragma once
+
+#include <vector>
+
+#include "sampling.h"
+#include "material.h"
+#include "scene.h"
+
+namespace zvr::kernel {
+
+struct LightSample {
+  Vec3 radiance;         // arriving radiance (delta lights: the irradiance-carrying value)
+  Vec3 wi;               // towards the light
+  float distance = 0;    // to the light point; infinite lights use a large value
+  float pdf = 0;         // solid angle, including the light choice; delta lights: the choice alone
+  bool delta = false;
+  bool infinite = false;
+};
+
+class LightSet {
+ public:
+  void build(const SceneSnapshot& snapshot, const Scene& scene);
+  bool empty() const { return distribution_.size() == 0; }
+  bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const;
+  // Radiance of the environment along a direction leaving the scene.
+  Vec3 environment(Vec3 dir) const;
+  // Solid-angle density with which sample() picks that environment direction.
+  float environmentPdf(Vec3 dir) const;
+  // Density with which sample() picks a point on an emissive triangle, as seen from `ref`.
+  float trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const;
+  bool hasEnvironment() const { return !environments_.empty(); }
+
+ private:
+  enum class Kind { Point, Spot, Directional, Environment, Triangle };
+  struct Entry {
+    Kind kind;
+    uint32_t index;  // into the kind's own list
+  };
+  struct Punctual {
+    Kind kind;
+    Vec3 position, direction, radiance;  // direction: where the light travels
+    float cosInner = 1, cosOuter = 0;
+  };
+  struct Environment {
+    Vec3 radiance;
+    Vec3 rows[3];                        // world-to-light rotation rows
+    Distribution2D distribution;
+    uint32_t width = 0, height = 0;
+    std::vector<float> texels;           // linear RGB of the finest level
+  };
+  struct Triangle {
+    uint32_t shape, prim;
+  };
+  Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
+  float environmentDirectionPdf(const Environment& env, Vec3 dir) const;
+
+  std::vector<Entry> entries_;
+  std::vector<Punctual> punctual_;
+  std::vector<Environment> environments_;
+  std::vector<Triangle> triangles_;
+  std::vector<size_t> environmentEntry_;
+  std::vector<int64_t> firstTriangleEntry_;  // per shape, -1 when it does not emit
+  Distribution1D distribution_;
+  float sceneRadius_ = 1;
+};
+
+}  // namespace zvr::kernel

@@ -1,0 +1,110 @@
+#include "material.h"
+
+namespace zvr::kernel {
+namespace {
+
+bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lodOffset, Vec4& out) {
+  const Texture* tex = rt.textures[slot];
+  if (!tex) return false;
+  const TextureBinding& b = *rt.bindings[slot];
+  uint32_t set = b.texcoord == 1 ? 1 : 0;
+  float u = hit.uv[set][0], v = hit.uv[set][1];
+  transformTexcoord(b, u, v);
+  float lod = -1e9f;
+  float texels = hit.footprint * hit.uvDensity[set] * std::sqrt(float(tex->baseWidth()) * float(tex->baseHeight()));
+  float scale = std::sqrt(std::fabs(b.scale[0] * b.scale[1]));
+  if (texels > 0) lod = std::log2(texels * (scale > 0 ? scale : 1));
+  lod += lodOffset;
+  out = tex->sample(u, v, lod, b.wrapS, b.wrapT, b.magFilter != 1, b.minFilter != 1);
+  return true;
+}
+
+}  // namespace
+
+Vec3 surfaceEmission(const Scene& scene, const SurfaceHit& hit) {
+  const MaterialRuntime& rt = *scene.shapes()[hit.shape].material;
+  if (!rt.emissive) return Vec3(0);
+  const MaterialData& m = *rt.data;
+  Vec3 e = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * m.emissiveStrength;
+  Vec4 t;
+  if (lookup(rt, kTexEmissive, hit, 0, t)) e *= Vec3(t.x, t.y, t.z);
+  return e;
+}
+
+float evaluateOpacity(const Scene& scene, const SurfaceHit& hit, float lodOffset) {
+  const MaterialRuntime& rt = *scene.shapes()[hit.shape].material;
+  if (rt.opaque) return 1;
+  const MaterialData& m = *rt.data;
+  float a = m.baseColor[3] * hit.color.w;
+  Vec4 t;
+  if (lookup(rt, kTexBaseColor, hit, lodOffset, t)) a *= t.w;
+  if (m.alphaMode == 1) return a >= m.alphaCutoff ? 1.0f : 0.0f;
+  return clamp01(a);
+}
+
+void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset, ShadedPoint& out) {
+  const MaterialRuntime& rt = *scene.shapes()[hit.shape].material;
+  const MaterialData& m = *rt.data;
+  out.data = &m;
+  MaterialSample& s = out.material;
+  Vec4 t;
+  s.baseColor = Vec3(m.baseColor[0], m.baseColor[1], m.baseColor[2]) * Vec3(hit.color.x, hit.color.y, hit.color.z);
+  float alpha = m.baseColor[3] * hit.color.w;
+  if (lookup(rt, kTexBaseColor, hit, lodOffset, t)) {
+    s.baseColor *= Vec3(t.x, t.y, t.z);
+    alpha *= t.w;
+  }
+  s.opacity = m.alphaMode == 0 || m.unlit ? 1.0f : (m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha));
+  s.metallic = m.metallic;
+  s.roughness = m.roughness;
+  if (lookup(rt, kTexMetallicRoughness, hit, lodOffset, t)) {
+    s.roughness *= t.y;
+    s.metallic *= t.z;
+  }
+  s.emission = rt.emissive ? surfaceEmission(scene, hit) : Vec3(0);
+  s.unlit = m.unlit;
+  s.doubleSided = m.doubleSided;
+  s.ior = m.ior;
+  s.transmission = m.transmission;
+  if (lookup(rt, kTexTransmission, hit, lodOffset, t)) s.transmission *= t.x;
+  float thickness = m.thickness;
+  if (lookup(rt, kTexThickness, hit, lodOffset, t)) thickness *= t.y;
+  s.thinWalled = !(thickness > 0);
+  s.attenuation = Vec3(0);
+  if (!s.thinWalled && m.attenuationDistance > 0 && std::isfinite(m.attenuationDistance)) {
+    for (int k = 0; k < 3; ++k)
+      s.attenuation[k] = -std::log(std::max(1e-6f, std::min(1.0f, m.attenuationColor[k]))) / m.attenuationDistance;
+  }
+  s.specular = m.specular;
+  s.specularColor = Vec3(m.specularColor[0], m.specularColor[1], m.specularColor[2]);
+  if (lookup(rt, kTexSpecular, hit, lodOffset, t)) s.specular *= t.w;
+  if (lookup(rt, kTexSpecularColor, hit, lodOffset, t)) s.specularColor *= Vec3(t.x, t.y, t.z);
+  s.clearcoat = m.clearcoat;
+  s.clearcoatRoughness = m.clearcoatRoughness;
+  if (lookup(rt, kTexClearcoat, hit, lodOffset, t)) s.clearcoat *= t.x;
+  if (lookup(rt, kTexClearcoatRoughness, hit, lodOffset, t)) s.clearcoatRoughness *= t.y;
+  s.sheenColor = Vec3(m.sheenColor[0], m.sheenColor[1], m.sheenColor[2]);
+  s.sheenRoughness = m.sheenRoughness;
+  if (lookup(rt, kTexSheenColor, hit, lodOffset, t)) s.sheenColor *= Vec3(t.x, t.y, t.z);
+  if (lookup(rt, kTexSheenRoughness, hit, lodOffset, t)) s.sheenRoughness *= t.w;
+
+  Vec3 n = hit.ns;
+  Vec3 tangent = hit.hasTangent ? hit.tangent : Frame(n).s;
+  Frame base(n, tangent);
+  auto perturb = [&](int slot, float scale, Frame& frame) {
+    if (!hit.hasTangent || !lookup(rt, slot, hit, lodOffset, t)) return;
+    Vec3 tn(2 * t.x - 1, 2 * t.y - 1, 2 * t.z - 1);
+    tn.x *= scale;
+    tn.y *= scale;
+    Vec3 bitangent = cross(n, base.s) * hit.tangentSign;
+    Vec3 mapped = normalize(base.s * tn.x + bitangent * tn.y + n * std::max(tn.z, 1e-3f));
+    if (dot(mapped, hit.ng) <= 0) return;  // keep the shading normal on the geometric side
+    frame = Frame(mapped, base.s);
+  };
+  out.shading = base;
+  perturb(kTexNormal, m.normalScale, out.shading);
+  out.coat = base;
+  perturb(kTexClearcoatNormal, m.clearcoatNormalScale, out.coat);
+}
+
+}  // namespace zvr::kernel

@@ -1,0 +1,23 @@
+// Material inputs at a surface point: factors times textures, vertex colours, normal maps.
+#pragma once
+
+#include "bsdf.h"
+#include "scene.h"
+
+namespace zvr::kernel {
+
+struct ShadedPoint {
+  MaterialSample material;
+  Frame shading;   // normal-mapped, outward
+  Frame coat;      // clearcoat normal, outward
+  const MaterialData* data = nullptr;
+};
+
+// `lodOffset` is added to every texture's level of detail.
+void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset, ShadedPoint& out);
+// Opacity alone (for shadow rays through masked or blended surfaces).
+float evaluateOpacity(const Scene& scene, const SurfaceHit& hit, float lodOffset);
+// Emitted radiance at a surface point, textures applied.
+Vec3 surfaceEmission(const Scene& scene, const SurfaceHit& hit);
+
+}  // namespace zvr::kernel

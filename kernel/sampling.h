@@ -1,0 +1,95 @@
+// Deterministic per-pixel sample streams and the warps and discrete distributions built on them.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "math.h"
+
+namespace zvr::kernel {
+
+inline uint32_t hashCombine(uint32_t seed, uint32_t v) {
+  // A 32-bit integer mix (lowbias32 by Chris Wellons) folded with the seed.
+  uint32_t x = seed ^ (v + 0x9e3779b9u + (seed << 6) + (seed >> 2));
+  x ^= x >> 16;
+  x *= 0x7feb352du;
+  x ^= x >> 15;
+  x *= 0x846ca68bu;
+  x ^= x >> 16;
+  return x;
+}
+
+// Owen-scrambled Sobol in padded 2D pairs (Burley 2020): every pair of dimensions gets its own
+// shuffle of the sample index and its own scramble, all seeded by the pixel, so a pixel's samples
+// depend only on (pixel, sample index) and never on thread scheduling.
+class Sampler {
+ public:
+  Sampler(uint32_t pixelSeed, uint32_t sampleIndex) : seed_(pixelSeed), index_(sampleIndex) {}
+  float get1D() { return get2D().first; }
+  struct Pair {
+    float first, second;
+  };
+  Pair get2D();
+
+ private:
+  uint32_t seed_, index_, dimension_ = 0;
+};
+
+inline Vec3 squareToCosineHemisphere(float u1, float u2) {
+  float r = std::sqrt(u1), phi = 2 * kPi * u2;
+  return {r * std::cos(phi), r * std::sin(phi), std::sqrt(std::max(0.0f, 1 - u1))};
+}
+inline Vec3 squareToUniformSphere(float u1, float u2) {
+  float z = 1 - 2 * u1, r = std::sqrt(std::max(0.0f, 1 - z * z)), phi = 2 * kPi * u2;
+  return {r * std::cos(phi), r * std::sin(phi), z};
+}
+inline Vec3 squareToUniformCone(float u1, float u2, float cosMax) {
+  float z = 1 - u1 * (1 - cosMax), r = std::sqrt(std::max(0.0f, 1 - z * z)), phi = 2 * kPi * u2;
+  return {r * std::cos(phi), r * std::sin(phi), z};
+}
+// Uniform point on a triangle as barycentrics (b1, b2).
+inline void squareToTriangle(float u1, float u2, float& b1, float& b2) {
+  float su = std::sqrt(u1);
+  b1 = 1 - su;
+  b2 = u2 * su;
+}
+inline float powerHeuristic(float a, float b) {
+  float a2 = a * a, b2 = b * b;
+  return a2 + b2 > 0 ? a2 / (a2 + b2) : 0;
+}
+
+// Piecewise-constant 1D distribution over n bins on [0, 1).
+class Distribution1D {
+ public:
+  Distribution1D() = default;
+  explicit Distribution1D(std::vector<float> weights);
+  size_t size() const { return pdf_.size(); }
+  float total() const { return total_; }
+  // Picks a bin; `remapped` is u rescaled into the bin, for reuse.
+  size_t sampleDiscrete(float u, float* pmf, float* remapped = nullptr) const;
+  float pmf(size_t i) const { return total_ > 0 ? pdf_[i] / (total_) : 0; }
+  // Continuous sample on [0,1) with its density.
+  float sampleContinuous(float u, float* pdf, size_t* bin) const;
+  float density(size_t i) const { return total_ > 0 ? pdf_[i] * float(pdf_.size()) / total_ : 0; }
+
+ private:
+  std::vector<float> pdf_, cdf_;
+  float total_ = 0;
+};
+
+// Piecewise-constant 2D distribution on [0,1)^2: rows (v) marginal, then columns (u).
+class Distribution2D {
+ public:
+  Distribution2D() = default;
+  Distribution2D(const std::vector<float>& weights, uint32_t width, uint32_t height);
+  bool empty() const { return rows_.empty(); }
+  void sample(float u1, float u2, float& u, float& v, float& pdf) const;
+  float density(float u, float v) const;
+
+ private:
+  std::vector<Distribution1D> rows_;
+  Distribution1D marginal_;
+  uint32_t width_ = 0, height_ = 0;
+};
+
+}  // namespace zvr::kernel

@@ -1,0 +1,114 @@
+// The renderable scene: world-space triangle meshes in an Embree BVH, their materials with
+// resolved textures, and the surface data of a hit. Rebuilt only when the snapshot's revisions say so.
+#pragma once
+
+#include <embree3/rtcore.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "camera.h"
+#include "texture.h"
+
+namespace zvr::kernel {
+
+enum TextureSlot : int {
+  kTexBaseColor, kTexMetallicRoughness, kTexNormal, kTexOcclusion, kTexEmissive, kTexTransmission, kTexThickness,
+  kTexClearcoat, kTexClearcoatRoughness, kTexClearcoatNormal, kTexSpecular, kTexSpecularColor, kTexSheenColor,
+  kTexSheenRoughness, kTextureSlots
+};
+
+struct MaterialRuntime {
+  std::shared_ptr<const MaterialData> data;
+  const Texture* textures[kTextureSlots] = {};
+  const TextureBinding* bindings[kTextureSlots] = {};
+  bool opaque = true;    // no alpha mask or blend
+  bool emissive = false;
+};
+
+struct ShapeRecord {
+  std::shared_ptr<const MeshData> mesh;
+  const MaterialRuntime* material = nullptr;
+  std::vector<Vec3> positions, normals;  // world space
+  std::vector<float> tangents;           // world space xyz + handedness
+  uint32_t objectId = 0, meshId = 0, groupId = 0, triangleCount = 0;
+  bool attached = false;
+  bool flipWinding = false;              // the transform mirrors
+};
+
+struct SurfaceHit {
+  Vec3 p, ng, ns;       // ng from the winding; ns interpolated, same side as ng
+  float t = 0;
+  uint32_t shape = 0, prim = 0;
+  float b1 = 0, b2 = 0;
+  float uv[2][2] = {};
+  Vec4 color;
+  Vec3 tangent;
+  float tangentSign = 1;
+  bool hasTangent = false;
+  float uvDensity[2] = {0, 0};  // sqrt(uv area / world area) of the triangle, per UV set
+  float footprint = 0;          // world-space width of the ray cone at the hit
+};
+
+// Collects Embree's error texts for the device it is attached to.
+struct DeviceErrors {
+  std::mutex mutex;
+  std::string text;
+};
+
+class Scene {
+ public:
+  explicit Scene(RTCDevice device, DeviceErrors* errors);
+  ~Scene();
+  Scene(const Scene&) = delete;
+  Scene& operator=(const Scene&) = delete;
+
+  // Brings the scene up to the snapshot; `include` filters shapes (visibility, render layers).
+  // Returns false with `error` set when the snapshot holds invalid data.
+  bool update(const SceneSnapshot& snapshot, const RenderParams& params, float textureBudgetScale,
+              const std::function<bool(const ShapeData&)>& include, std::string* error);
+
+  bool intersect(const Ray& ray, SurfaceHit& hit) const;
+  bool occluded(const Ray& ray) const;
+
+  const std::vector<ShapeRecord>& shapes() const { return shapes_; }
+  float diagonal() const { return diagonal_; }
+  Vec3 center() const { return (boundsMin_ + boundsMax_) * 0.5f; }
+  float rayEpsilon() const { return epsilon_; }
+  bool allOpaque() const { return allOpaque_; }
+  // Grows whenever geometry or materials were rebuilt.
+  uint64_t version() const { return version_; }
+  RTCScene handle() const { return scene_; }
+  // Position and outward normal of a point on a triangle.
+  void trianglePoint(uint32_t shape, uint32_t prim, float b1, float b2, Vec3& p, Vec3& n, float& area) const;
+  // Fills texture coordinates and the like at barycentrics (b1, b2) of a triangle.
+  void fillSurface(uint32_t shape, uint32_t prim, float b1, float b2, SurfaceHit& hit) const;
+
+ private:
+  bool rebuildGeometry(const SceneSnapshot& snapshot, const std::function<bool(const ShapeData&)>& include,
+                       std::string* error);
+  void resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& params, float textureBudgetScale);
+
+  RTCDevice device_;
+  DeviceErrors* errors_;
+  RTCScene scene_ = nullptr;
+  std::vector<ShapeRecord> shapes_;
+  std::vector<std::unique_ptr<MaterialRuntime>> materials_;
+  MaterialRuntime defaultMaterial_;
+  TextureCache textures_;
+  Vec3 boundsMin_, boundsMax_;
+  float diagonal_ = 1, epsilon_ = 1e-4f;
+  bool allOpaque_ = true;
+  bool built_ = false;
+  uint64_t version_ = 0;
+  uint64_t geometryRevision_ = 0, transformRevision_ = 0, materialRevision_ = 0;
+  std::vector<uint64_t> includedIds_;
+  float textureGamma_ = 1, textureBudgetScale_ = 1;
+  uint32_t textureCacheMB_ = 0;
+  std::vector<uint64_t> shapeIds_;
+};
+
+}  // namespace zvr::kernel

@@ -1,0 +1,164 @@
+#include "texture.h"
+
+namespace zvr::kernel {
+namespace {
+
+float srgbToLinear(float v) {
+  return v <= 0.04045f ? v / 12.92f : std::pow((v + 0.055f) / 1.055f, 2.4f);
+}
+
+int wrapCoord(int i, int n, uint32_t mode) {
+  switch (mode) {
+    case 1:  // clamp
+      return std::min(std::max(i, 0), n - 1);
+    case 2: {  // mirror
+      int period = 2 * n;
+      int m = ((i % period) + period) % period;
+      return m < n ? m : period - 1 - m;
+    }
+    default:
+      return ((i % n) + n) % n;
+  }
+}
+
+}  // namespace
+
+Texture::Texture(const ImageData& image, bool color, float gamma) {
+  channels_ = std::min(4u, std::max(1u, image.channels));
+  baseWidth_ = std::max(1u, image.width);
+  baseHeight_ = std::max(1u, image.height);
+  Level base{baseWidth_, baseHeight_, std::vector<float>(size_t(baseWidth_) * baseHeight_ * 4)};
+  size_t count = size_t(image.width) * image.height;
+  bool valid = image.width > 0 && image.height > 0 && image.pixels.size() >= count * image.channels;
+  for (size_t i = 0; i < size_t(baseWidth_) * baseHeight_; ++i) {
+    float c[4] = {0, 0, 0, 1};
+    if (valid) {
+      const float* p = &image.pixels[i * image.channels];
+      for (uint32_t k = 0; k < channels_; ++k) c[k] = p[k];
+      // Grey images (1 or 2 channels) spread luminance over RGB; the second channel is alpha.
+      if (channels_ <= 2) {
+        c[3] = channels_ == 2 ? p[1] : 1;
+        c[1] = c[2] = c[0];
+      }
+    }
+    if (color) {
+      for (int k = 0; k < 3; ++k) {
+        if (image.colorSpace == ColorSpace::SRGB) c[k] = srgbToLinear(c[k]);
+        else if (gamma != 1.0f && c[k] > 0) c[k] = std::pow(c[k], gamma);
+      }
+    }
+    for (int k = 0; k < 4; ++k) base.texels[i * 4 + k] = c[k];
+  }
+  levels_.push_back(std::move(base));
+  while (levels_.back().width > 1 || levels_.back().height > 1) {
+    const Level& f = levels_.back();
+    Level next{std::max(1u, f.width / 2), std::max(1u, f.height / 2), {}};
+    next.texels.resize(size_t(next.width) * next.height * 4);
+    for (uint32_t y = 0; y < next.height; ++y)
+      for (uint32_t x = 0; x < next.width; ++x)
+        for (int k = 0; k < 4; ++k) {
+          float s = 0;
+          for (uint32_t dy = 0; dy < 2; ++dy)
+            for (uint32_t dx = 0; dx < 2; ++dx) {
+              uint32_t sx = std::min(f.width - 1, 2 * x + dx), sy = std::min(f.height - 1, 2 * y + dy);
+              s += f.texels[(size_t(sy) * f.width + sx) * 4 + k];
+            }
+          next.texels[(size_t(y) * next.width + x) * 4 + k] = s / 4;
+        }
+    levels_.push_back(std::move(next));
+  }
+}
+
+bool Texture::dropFinestLevel() {
+  if (levels_.size() <= 1) return false;
+  levels_.erase(levels_.begin());
+  ++dropped_;
+  return true;
+}
+
+size_t Texture::bytes() const {
+  size_t b = 0;
+  for (const auto& l : levels_) b += l.texels.size() * sizeof(float);
+  return b;
+}
+
+Vec4 Texture::fetch(const Level& level, int x, int y, uint32_t wrapS, uint32_t wrapT) const {
+  x = wrapCoord(x, int(level.width), wrapS);
+  y = wrapCoord(y, int(level.height), wrapT);
+  const float* t = &level.texels[(size_t(y) * level.width + x) * 4];
+  return {t[0], t[1], t[2], t[3]};
+}
+
+Vec4 Texture::nearest(const Level& level, float u, float v, uint32_t wrapS, uint32_t wrapT) const {
+  return fetch(level, int(std::floor(u * level.width)), int(std::floor(v * level.height)), wrapS, wrapT);
+}
+
+Vec4 Texture::bilinear(const Level& level, float u, float v, uint32_t wrapS, uint32_t wrapT) const {
+  float x = u * level.width - 0.5f, y = v * level.height - 0.5f;
+  float fx = std::floor(x), fy = std::floor(y);
+  float ax = x - fx, ay = y - fy;
+  int ix = int(fx), iy = int(fy);
+  Vec4 a = fetch(level, ix, iy, wrapS, wrapT), b = fetch(level, ix + 1, iy, wrapS, wrapT);
+  Vec4 c = fetch(level, ix, iy + 1, wrapS, wrapT), d = fetch(level, ix + 1, iy + 1, wrapS, wrapT);
+  auto mix = [&](float p, float q, float r, float s) {
+    return (p * (1 - ax) + q * ax) * (1 - ay) + (r * (1 - ax) + s * ax) * ay;
+  };
+  return {mix(a.x, b.x, c.x, d.x), mix(a.y, b.y, c.y, d.y), mix(a.z, b.z, c.z, d.z), mix(a.w, b.w, c.w, d.w)};
+}
+
+Vec4 Texture::sample(float u, float v, float lod, uint32_t wrapS, uint32_t wrapT, bool linearMag, bool linearMin) const {
+  if (!std::isfinite(u) || !std::isfinite(v)) u = v = 0;
+  // Dropped levels shift the pyramid: level 0 now stands for original level `dropped_`.
+  float level = std::max(0.0f, (std::isfinite(lod) ? lod : 0) - float(dropped_));
+  if (lod <= float(dropped_)) {
+    const Level& l0 = levels_[0];
+    return linearMag ? bilinear(l0, u, v, wrapS, wrapT) : nearest(l0, u, v, wrapS, wrapT);
+  }
+  float maxLevel = float(levels_.size() - 1);
+  level = std::min(level, maxLevel);
+  if (!linearMin) return nearest(levels_[size_t(std::lround(level))], u, v, wrapS, wrapT);
+  size_t l0 = size_t(level);
+  size_t l1 = std::min(l0 + 1, levels_.size() - 1);
+  float t = level - float(l0);
+  Vec4 a = bilinear(levels_[l0], u, v, wrapS, wrapT);
+  if (t <= 0 || l1 == l0) return a;
+  Vec4 b = bilinear(levels_[l1], u, v, wrapS, wrapT);
+  return {a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t, a.z + (b.z - a.z) * t, a.w + (b.w - a.w) * t};
+}
+
+const Texture* TextureCache::get(const std::shared_ptr<const ImageData>& image, bool color, float gamma) {
+  if (!image) return nullptr;
+  auto key = std::make_pair(image->id, color);
+  auto it = textures_.find(key);
+  if (it != textures_.end()) return it->second.get();
+  auto tex = std::make_unique<Texture>(*image, color, gamma);
+  const Texture* raw = tex.get();
+  textures_.emplace(key, std::move(tex));
+  keepAlive_[key] = image;
+  return raw;
+}
+
+size_t TextureCache::bytes() const {
+  size_t b = 0;
+  for (const auto& [key, tex] : textures_) b += tex->bytes();
+  return b;
+}
+
+void TextureCache::enforceLimit(size_t limit) {
+  if (limit == 0) return;
+  while (bytes() > limit) {
+    Texture* largest = nullptr;
+    for (auto& [key, tex] : textures_)
+      if (tex->bytes() > (largest ? largest->bytes() : 0) && tex->width() * tex->height() > 1) largest = tex.get();
+    if (!largest || !largest->dropFinestLevel()) break;
+  }
+}
+
+void transformTexcoord(const TextureBinding& b, float& u, float& v) {
+  float su = u * b.scale[0], sv = v * b.scale[1];
+  float c = std::cos(b.rotation), s = std::sin(b.rotation);
+  u = c * su + s * sv + b.offset[0];
+  v = -s * su + c * sv + b.offset[1];
+}
+
+}  // namespace zvr::kernel

@@ -1,0 +1,31 @@
+// Quillon: the path tracer with named integrators, render layers, caustics reduction and a
+// texture memory limit.
+#pragma once
+
+#include "kernel_plugin.h"
+
+namespace zvr::quillon {
+
+constexpr uint32_t kQuillonVersion = 0x00020300;
+
+class QuillonPlugin final : public kernel::KernelPlugin {
+ public:
+  const char* name() const override { return "Quillon"; }
+  uint32_t family() const override { return 2; }
+  uint32_t version() const override { return kQuillonVersion; }
+  bool supportsAov(uint32_t aov, std::string* why) const override;
+  bool setIntegrator(bool gpuKey, const std::string& name, std::string* error) override;
+  bool supportsRenderLayers() const override { return true; }
+  // The integrator a device key has chosen (for the tests and the statistics).
+  kernel::IntegratorMode mode(bool gpuKey) const { return gpuKey ? gpuMode_ : cpuMode_; }
+
+ protected:
+  kernel::IntegratorSettings integratorSettings(const RenderParams& params, const std::vector<AovTarget>& targets) const override;
+  bool includeShape(const ShapeData& shape, const RenderParams& params) const override;
+  float textureBudgetScale(const RenderParams& params) const override;
+
+ private:
+  kernel::IntegratorMode cpuMode_ = kernel::IntegratorMode::PathTracer, gpuMode_ = kernel::IntegratorMode::PathTracer;
+};
+
+}  // namespace zvr::quillon
