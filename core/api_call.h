@@ -1,0 +1,87 @@
+// The frame every exported function runs in: finds the context behind a handle, records the call
+// for the API trace, runs the body inside one try/catch, turns every exception into a status and
+// stores its text as the context's last error. No exception leaves through the C API.
+#pragma once
+
+#include <new>
+#include <string>
+
+#include "context.h"
+#include "failure.h"
+#include "object_registry.h"
+#include "trace_format.h"
+#include "trace_writer.h"
+
+namespace zvr::core {
+
+class ApiCall {
+ public:
+  // `handle` is the object the call is about (any kind); null or dead leaves it without a context.
+  ApiCall(const char* operation, const void* handle);
+
+  ApiCall& handle(const char* name, const void* value) { if (tracing_) line_.handle(name, value); return *this; }
+  ApiCall& number(const char* name, int64_t value) { if (tracing_) line_.number(name, value); return *this; }
+  ApiCall& unsignedNumber(const char* name, uint64_t value) { if (tracing_) line_.unsignedNumber(name, value); return *this; }
+  ApiCall& flags(const char* name, uint64_t value) { if (tracing_) line_.flags(name, value); return *this; }
+  ApiCall& real(const char* name, double value) { if (tracing_) line_.real(name, value); return *this; }
+  ApiCall& text(const char* name, const char* value) { if (tracing_) line_.text(name, value); return *this; }
+  ApiCall& matrix(const char* name, const float* value) { if (tracing_) line_.matrix(name, value); return *this; }
+
+  // For zvrCreateContext: the context exists only once the body has made it.
+  void adoptContext(Context* context);
+  Context* context() const { return context_; }
+
+  template <class Body>
+  ZvrStatus run(Body&& body) noexcept {
+    ZvrStatus status = ZVR_SUCCESS;
+    std::string error;
+    try {
+      body();
+    } catch (const Failure& failure) {
+      status = failure.status();
+      error = failure.what();
+    } catch (const std::bad_alloc&) {
+      status = ZVR_ERROR_OUT_OF_MEMORY;
+      error = "out of memory";
+    } catch (const std::exception& exception) {
+      status = ZVR_ERROR_INTERNAL;
+      error = std::string("internal failure: ") + exception.what();
+    } catch (...) {
+      status = ZVR_ERROR_INTERNAL;
+      error = "internal failure of an unknown kind";
+    }
+    finish(status, error);
+    return status;
+  }
+
+  // Writes the trace line of a call whose result is not a status (zvrRegisterPlugin).
+  void finishWithResult(int32_t result, const std::string& error) noexcept;
+
+ private:
+  void finish(ZvrStatus status, const std::string& error) noexcept;
+
+  const char* operation_;
+  Context* context_ = nullptr;
+  std::string tracePath_;
+  bool tracing_ = false;
+  TraceLine line_;
+};
+
+// The live object behind a handle, of the given kind; Failure with ZVR_ERROR_INVALID_OBJECT if the
+// handle is null, dead, or of another kind. `argument` names the parameter in the message.
+Object* liveObject(const void* handle, const char* argument);
+template <class T>
+T* expect(const void* handle, ZvrObjectType kind, const char* argument) {
+  Object* object = liveObject(handle, argument);
+  if (object->kind() != kind)
+    fail(ZVR_ERROR_INVALID_OBJECT, std::string(argument) + " is a " + kindName(object->kind()) + ", not a " + kindName(kind));
+  return static_cast<T*>(object);
+}
+// The same object must belong to `context`.
+void expectSameContext(const Object* object, const Context* context, const char* argument);
+void requireOut(const void* pointer, const char* argument);
+void requireText(const char* text, const char* argument);
+// Scene edits and deletions wait until the context's render call has returned.
+void requireIdle(const Context* context);
+
+}  // namespace zvr::core

@@ -1,0 +1,25 @@
+// C boundary: rendering and aborting.
+#include "api_call.h"
+#include "render_host.h"
+
+using namespace zvr::core;
+
+extern "C" {
+
+ZVR_API ZvrStatus zvrContextRender(ZvrContext context) {
+  ApiCall call("zvrContextRender", context);
+  call.handle("context", context);
+  return call.run([&] {
+    Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
+    requireIdle(ctx);
+    renderContext(*ctx);
+  });
+}
+
+ZVR_API ZvrStatus zvrContextAbortRender(ZvrContext context) {
+  ApiCall call("zvrContextAbortRender", context);
+  call.handle("context", context);
+  return call.run([&] { expect<Context>(context, ZVR_OBJECT_CONTEXT, "context")->abortRequested = true; });
+}
+
+}  // extern "C"

@@ -1,0 +1,94 @@
+#include "framebuffer.h"
+
+#include <algorithm>
+
+#include "failure.h"
+#include "info_reply.h"
+
+namespace zvr::core {
+
+FrameBuffer::FrameBuffer(Context* context, ZvrFramebufferFormat format, ZvrFramebufferDesc desc)
+    : Object(ZVR_OBJECT_FRAMEBUFFER, context), format_(format), desc_(desc) {
+  pixels_.assign(size_t(desc.width) * desc.height * 4, 0.0f);
+}
+
+void FrameBuffer::addIteration(const float* rgba) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] += rgba[i];
+  content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  ++iterations_;
+}
+
+void FrameBuffer::averageIteration(const float* rgba) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const float keep = float(iterations_) / float(iterations_ + 1);
+  const float add = 1.0f / float(iterations_ + 1);
+  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] = pixels_[i] * keep + rgba[i] * add;
+  content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  ++iterations_;
+}
+
+uint32_t FrameBuffer::iterations() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return iterations_;
+}
+
+std::string FrameBuffer::lightPathExpression() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return lpe_;
+}
+
+void FrameBuffer::clear() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::fill(pixels_.begin(), pixels_.end(), 0.0f);
+  content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  iterations_ = 0;
+}
+
+void FrameBuffer::setLightPathExpression(const std::string& expression) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  lpe_ = expression;
+}
+
+ZvrFramebufferContent FrameBuffer::content() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return content_;
+}
+
+std::vector<float> FrameBuffer::read(ZvrFramebufferContent* content, uint32_t* iterations) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (content) *content = content_;
+  if (iterations) *iterations = iterations_;
+  return pixels_;
+}
+
+void FrameBuffer::write(std::vector<float> pixels, ZvrFramebufferContent content, uint32_t iterations) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (pixels.size() != pixels_.size()) fail(ZVR_ERROR_INTERNAL, "framebuffer write of the wrong size");
+  pixels_ = std::move(pixels);
+  content_ = content;
+  iterations_ = iterations;
+}
+
+void FrameBuffer::getInfo(uint32_t key, size_t size, void* data, size_t* outSize) const {
+  switch (key) {
+    case ZVR_FRAMEBUFFER_FORMAT: replyValue("framebuffer format", format_, size, data, outSize); return;
+    case ZVR_FRAMEBUFFER_DESC: replyValue("framebuffer desc", desc_, size, data, outSize); return;
+    case ZVR_FRAMEBUFFER_DATA: {
+      std::lock_guard<std::mutex> lock(mutex_);
+      replyBytes("framebuffer data (" + std::to_string(desc_.width) + "x" + std::to_string(desc_.height) + " RGBA floats)",
+                 pixels_.data(), pixels_.size() * sizeof(float), size, data, outSize);
+      return;
+    }
+    case ZVR_FRAMEBUFFER_CONTENT: {
+      uint32_t value = content();
+      replyValue("framebuffer content", value, size, data, outSize);
+      return;
+    }
+    case ZVR_FRAMEBUFFER_ITERATIONS: replyValue("framebuffer iterations", iterations(), size, data, outSize); return;
+    case ZVR_FRAMEBUFFER_LPE: replyText("framebuffer light path expression", lightPathExpression(), size, data, outSize); return;
+  }
+  fail(ZVR_ERROR_UNKNOWN_KEY, "framebuffer has no info key " + std::to_string(key));
+}
+
+}  // namespace zvr::core

@@ -1,0 +1,50 @@
+// A render target: RGBA floats (RGB sums of filtered samples, A the sum of weights while
+// accumulating), guarded by its own lock so that a render thread and a reader never meet halfway.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "object.h"
+#include "plugin_api.h"
+
+namespace zvr::core {
+
+class FrameBuffer : public Object, public zvr::FrameBufferTarget {
+ public:
+  FrameBuffer(Context* context, ZvrFramebufferFormat format, ZvrFramebufferDesc desc);
+
+  uint32_t width() const override { return desc_.width; }
+  uint32_t height() const override { return desc_.height; }
+  void addIteration(const float* rgba) override;
+  void averageIteration(const float* rgba) override;
+  uint32_t iterations() const override;
+  std::string lightPathExpression() const override;
+
+  uint64_t dataBytes() const override { return pixels_.size() * sizeof(float); }
+  ZvrFramebufferFormat format() const { return format_; }
+  bool isDeep() const { return format_.componentType == ZVR_COMPONENT_TYPE_DEEP; }
+  size_t valueCount() const { return pixels_.size(); }
+
+  void clear();
+  void setLightPathExpression(const std::string& expression);
+  ZvrFramebufferContent content() const;
+  // A consistent copy of the pixels with the content kind and iteration count they belong to.
+  std::vector<float> read(ZvrFramebufferContent* content = nullptr, uint32_t* iterations = nullptr) const;
+  // Replaces the pixels as a whole (resolve results).
+  void write(std::vector<float> pixels, ZvrFramebufferContent content, uint32_t iterations);
+  void getInfo(uint32_t key, size_t size, void* data, size_t* outSize) const;
+
+ private:
+  ZvrFramebufferFormat format_;
+  ZvrFramebufferDesc desc_;
+  mutable std::mutex mutex_;
+  std::vector<float> pixels_;
+  ZvrFramebufferContent content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  uint32_t iterations_ = 0;
+  std::string lpe_;
+};
+
+}  // namespace zvr::core

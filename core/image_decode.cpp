@@ -1,0 +1,138 @@
+#include "image_decode.h"
+
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+
+#include <cstring>
+
+#include "failure.h"
+#include "scene_objects.h"
+
+namespace zvr::core {
+namespace {
+
+void checkColorSpace(uint32_t colorSpace) {
+  if (colorSpace > ZVR_IMAGE_COLORSPACE_SRGB)
+    fail(ZVR_ERROR_INVALID_ARGUMENT, "image colour space " + std::to_string(colorSpace) + " is not 0 (linear) or 1 (sRGB)");
+}
+
+float halfToFloat(uint16_t h) {
+  const uint32_t sign = uint32_t(h & 0x8000) << 16;
+  uint32_t exponent = (h >> 10) & 0x1f, mantissa = h & 0x3ff, bits;
+  if (exponent == 0) {
+    if (mantissa == 0) {
+      bits = sign;
+    } else {
+      exponent = 127 - 15 + 1;
+      while (!(mantissa & 0x400)) {
+        mantissa <<= 1;
+        --exponent;
+      }
+      bits = sign | (exponent << 23) | ((mantissa & 0x3ff) << 13);
+    }
+  } else if (exponent == 31) {
+    bits = sign | 0x7f800000 | (mantissa << 13);
+  } else {
+    bits = sign | ((exponent + 127 - 15) << 23) | (mantissa << 13);
+  }
+  float value;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
+// A name with the right extension lets OpenImageIO pick the reader for bytes in memory.
+const char* nameForSignature(const unsigned char* b, size_t n) {
+  auto starts = [&](const char* magic, size_t len) { return n >= len && std::memcmp(b, magic, len) == 0; };
+  if (starts("\x89PNG", 4)) return "memory.png";
+  if (starts("\xff\xd8\xff", 3)) return "memory.jpg";
+  if (starts("\x76\x2f\x31\x01", 4)) return "memory.exr";
+  if (starts("#?", 2)) return "memory.hdr";
+  if (starts("BM", 2)) return "memory.bmp";
+  if (starts("II*\0", 4) || starts("MM\0*", 4)) return "memory.tif";
+  if (starts("GIF8", 4)) return "memory.gif";
+  if (n >= 12 && starts("RIFF", 4) && std::memcmp(b + 8, "WEBP", 4) == 0) return "memory.webp";
+  if (starts("8BPS", 4)) return "memory.psd";
+  return nullptr;
+}
+
+std::shared_ptr<const zvr::ImageData> readAll(OIIO::ImageInput& input, const std::string& what, uint32_t colorSpace) {
+  const OIIO::ImageSpec& spec = input.spec();
+  if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0)
+    fail(ZVR_ERROR_IO, what + ": the image has no pixels");
+  auto image = std::make_shared<zvr::ImageData>();
+  image->id = nextDataId();
+  image->width = uint32_t(spec.width);
+  image->height = uint32_t(spec.height);
+  image->channels = uint32_t(std::min(spec.nchannels, 4));
+  image->colorSpace = zvr::ColorSpace(colorSpace);
+  image->pixels.resize(size_t(image->width) * image->height * image->channels);
+  if (!input.read_image(0, 0, 0, int(image->channels), OIIO::TypeDesc::FLOAT, image->pixels.data()))
+    fail(ZVR_ERROR_IO, what + ": " + input.geterror());
+  return image;
+}
+
+}  // namespace
+
+std::shared_ptr<const zvr::ImageData> imageFromPixels(const ZvrImageDesc& desc, const void* data) {
+  if (!data) fail(ZVR_ERROR_INVALID_ARGUMENT, "image data is null");
+  if (desc.width == 0 || desc.height == 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "image size is 0");
+  if (desc.numComponents < 1 || desc.numComponents > 4)
+    fail(ZVR_ERROR_INVALID_ARGUMENT, "image has " + std::to_string(desc.numComponents) + " components, not 1 to 4");
+  checkColorSpace(desc.colorSpace);
+  auto image = std::make_shared<zvr::ImageData>();
+  image->id = nextDataId();
+  image->width = desc.width;
+  image->height = desc.height;
+  image->channels = desc.numComponents;
+  image->colorSpace = zvr::ColorSpace(desc.colorSpace);
+  const size_t count = size_t(desc.width) * desc.height * desc.numComponents;
+  image->pixels.resize(count);
+  switch (desc.componentType) {
+    case ZVR_COMPONENT_TYPE_UINT8: {
+      const auto* in = static_cast<const uint8_t*>(data);
+      for (size_t i = 0; i < count; ++i) image->pixels[i] = in[i] / 255.0f;
+      break;
+    }
+    case ZVR_COMPONENT_TYPE_FLOAT16: {
+      const auto* in = static_cast<const uint16_t*>(data);
+      for (size_t i = 0; i < count; ++i) image->pixels[i] = halfToFloat(in[i]);
+      break;
+    }
+    case ZVR_COMPONENT_TYPE_FLOAT32: std::memcpy(image->pixels.data(), data, count * sizeof(float)); break;
+    default:
+      fail(ZVR_ERROR_INVALID_ARGUMENT, "image component type " + std::to_string(desc.componentType) +
+                                           " is not 1 (uint8), 2 (float16) or 3 (float32)");
+  }
+  return image;
+}
+
+std::shared_ptr<const zvr::ImageData> imageFromFile(const std::string& path, uint32_t colorSpace) {
+  checkColorSpace(colorSpace);
+  auto input = OIIO::ImageInput::open(path);
+  if (!input) fail(ZVR_ERROR_IO, path + ": cannot be read as an image: " + OIIO::geterror());
+  return readAll(*input, path, colorSpace);
+}
+
+std::shared_ptr<const zvr::ImageData> imageFromMemory(const void* bytes, size_t size, uint32_t colorSpace) {
+  checkColorSpace(colorSpace);
+  if (!bytes || size == 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "encoded image bytes are null or empty");
+  const char* name = nameForSignature(static_cast<const unsigned char*>(bytes), size);
+  if (!name) fail(ZVR_ERROR_IO, "encoded image in memory (" + std::to_string(size) + " bytes) has no known file signature");
+  OIIO::Filesystem::IOMemReader reader(bytes, size);
+  auto input = OIIO::ImageInput::open(name, nullptr, &reader);
+  const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";
+  if (!input) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + OIIO::geterror());
+  return readAll(*input, what, colorSpace);
+}
+
+ZvrImageDesc describeImage(const zvr::ImageData& image) {
+  ZvrImageDesc desc{};
+  desc.width = image.width;
+  desc.height = image.height;
+  desc.numComponents = image.channels;
+  desc.componentType = ZVR_COMPONENT_TYPE_FLOAT32;
+  desc.colorSpace = uint32_t(image.colorSpace);
+  return desc;
+}
+
+}  // namespace zvr::core

@@ -1,0 +1,28 @@
+#include "resolve.h"
+
+#include "context.h"
+#include "failure.h"
+#include "framebuffer.h"
+#include "post_effect.h"
+
+namespace zvr::core {
+
+void resolveFrameBuffer(const Context& context, const FrameBuffer& source, FrameBuffer& destination, bool dataOnly) {
+  if (source.width() != destination.width() || source.height() != destination.height())
+    fail(ZVR_ERROR_INVALID_ARGUMENT, "source is " + std::to_string(source.width()) + "x" + std::to_string(source.height()) +
+                                         " but destination is " + std::to_string(destination.width()) + "x" +
+                                         std::to_string(destination.height()));
+  ZvrFramebufferContent content;
+  uint32_t iterations;
+  std::vector<float> pixels = source.read(&content, &iterations);
+  ImageView view{pixels.data(), source.width(), source.height()};
+  for (const PostEffect* effect : context.postEffects) {
+    if (dataOnly && !effect->runsOnData()) continue;
+    effect->apply(view, context.settings.params.displayGamma);
+    if (effect->type() == ZVR_POST_EFFECT_GAMMA_CORRECTION) content = ZVR_FRAMEBUFFER_CONTENT_DISPLAY;
+  }
+  if (dataOnly) content = ZVR_FRAMEBUFFER_CONTENT_DATA;
+  destination.write(std::move(pixels), content, iterations);
+}
+
+}  // namespace zvr::core
