@@ -2,7 +2,9 @@
  *
  * Handles are opaque; every operation returns a ZvrStatus (0 success, negative failure) unless
  * said otherwise, with out-parameters last. After a failure the context's last-error text
- * (ZVR_CONTEXT_LAST_ERROR_MESSAGE) says what was wrong. Matrices are 16 floats with the
+ * (ZVR_CONTEXT_LAST_ERROR_MESSAGE) says what was wrong; a success leaves that text as it was. A
+ * failure whose handle leads to no live context (a deleted or null handle) is reported by every
+ * context's last error until that context fails itself. Matrices are 16 floats with the
  * translation in elements 12, 13, 14; setters with `transpose` set take the other layout. */
 #ifndef ZVR_CORE_H
 #define ZVR_CORE_H
