@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Builds everything twice, normally in build/ and with address and undefined-behaviour sanitizers
+# in build-asan/, and runs the whole test suite in each. Exits non-zero when a build or a test fails.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+
+jobs=2
+failed=0
+
+run_suite() {
+  local folder=$1
+  shift
+  echo "== configuring and building in ${folder}/ $*"
+  cmake -S . -B "$folder" -G Ninja "$@"
+  ninja -C "$folder" -j"$jobs"
+  echo "== running the tests of ${folder}/"
+  # ctest prints its own summary: the share of tests passed and the names of those that failed.
+  if ! (cd "$folder" && ctest -j"$jobs" --output-on-failure); then
+    failed=1
+  fi
+}
+
+run_suite build
+# Leaks are reported as failures; the sanitizers stop at the first error they see.
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+run_suite build-asan -DZVR_SANITIZE=ON
+
+if [ "$failed" -ne 0 ]; then
+  echo "== some tests failed (see the summaries above)"
+  exit 1
+fi
+echo "== all tests passed in build/ and build-asan/"
