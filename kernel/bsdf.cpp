@@ -247,12 +247,17 @@ bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
       break;
     case kReflectLobe: {
       Vec3 h = ggxSampleVisible(wo, alpha_, u1, u2);
-      wi = frame_.toWorld(reflect(wo, h));
+      Vec3 wiL = reflect(wo, h);
+      // A direction outside the lobe's hemisphere belongs to no lobe's density: reject it.
+      if (wiL.z <= 0) return false;
+      wi = frame_.toWorld(wiL);
       break;
     }
     case kCoatLobe: {
       Vec3 h = ggxSampleVisible(woCoat_, coatAlpha_, u1, u2);
-      wi = coatFrame_.toWorld(reflect(woCoat_, h));
+      Vec3 wiC = reflect(woCoat_, h);
+      if (wiC.z <= 0) return false;
+      wi = coatFrame_.toWorld(wiC);
       break;
     }
     case kRefractLobe: {
@@ -264,6 +269,7 @@ bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
         wiL = reflect(wo, h);
         wiL.z = -wiL.z;
       }
+      if (wiL.z >= 0) return false;
       wi = frame_.toWorld(wiL);
       break;
     }

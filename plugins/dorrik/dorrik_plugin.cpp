@@ -21,11 +21,3 @@ kernel::IntegratorSettings DorrikPlugin::integratorSettings(const RenderParams&,
 }
 
 }  // namespace zvr::dorrik
-
-extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() {
-  try {
-    return new zvr::dorrik::DorrikPlugin();
-  } catch (...) {
-    return nullptr;
-  }
-}

@@ -51,11 +51,3 @@ float QuillonPlugin::textureBudgetScale(const RenderParams& params) const {
 }
 
 }  // namespace zvr::quillon
-
-extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() {
-  try {
-    return new zvr::quillon::QuillonPlugin();
-  } catch (...) {
-    return nullptr;
-  }
-}

@@ -21,11 +21,3 @@ kernel::IntegratorSettings VelderPlugin::integratorSettings(const RenderParams&,
 }
 
 }  // namespace zvr::velder
-
-extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() {
-  try {
-    return new zvr::velder::VelderPlugin();
-  } catch (...) {
-    return nullptr;
-  }
-}

@@ -1,0 +1,10 @@
+// The versioned entry point the core looks up.
+#include "velder_plugin.h"
+
+extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() {
+  try {
+    return new zvr::velder::VelderPlugin();
+  } catch (...) {
+    return nullptr;
+  }
+}

@@ -1,0 +1,194 @@
+// Each BSDF configuration: sampling follows its pdf (chi-square), sample weights agree with
+// eval/pdf, and no configuration reflects more energy than it receives.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "bsdf.h"
+
+namespace zvr::kernel {
+namespace {
+
+struct BsdfCase {
+  const char* name;
+  MaterialSample material;
+  float cosThetaO;
+};
+
+MaterialSample makeMaterial(float metallic, float roughness, float transmission = 0, bool thin = true, float clearcoat = 0,
+                            float sheen = 0, float specular = 1) {
+  MaterialSample m;
+  m.baseColor = Vec3(0.9f, 0.8f, 0.7f);
+  m.metallic = metallic;
+  m.roughness = roughness;
+  m.transmission = transmission;
+  m.thinWalled = thin;
+  m.clearcoat = clearcoat;
+  m.clearcoatRoughness = 0.3f;
+  m.sheenColor = Vec3(sheen);
+  m.sheenRoughness = 0.5f;
+  m.specular = specular;
+  return m;
+}
+
+std::vector<BsdfCase> cases() {
+  return {
+      {"lambert", makeMaterial(0, 1, 0, true, 0, 0, 0), 0.7f},
+      {"plastic_rough", makeMaterial(0, 0.5f), 0.5f},
+      {"plastic_grazing", makeMaterial(0, 0.3f), 0.15f},
+      {"metal_rough", makeMaterial(1, 0.4f), 0.8f},
+      {"metal_glossy", makeMaterial(1, 0.15f), 0.4f},
+      {"rough_glass", makeMaterial(0, 0.3f, 1, false), 0.6f},
+      {"rough_glass_inside", makeMaterial(0, 0.4f, 1, false), -0.8f},
+      {"thin_rough_transmission", makeMaterial(0, 0.35f, 1, true), 0.7f},
+      {"clearcoat_over_diffuse", makeMaterial(0, 0.8f, 0, true, 1), 0.6f},
+      {"sheen_over_diffuse", makeMaterial(0, 0.9f, 0, true, 0, 1), 0.5f},
+  };
+}
+
+Vec3 directionFromAngles(float cosTheta, float phi) {
+  float s = std::sqrt(std::max(0.0f, 1 - cosTheta * cosTheta));
+  return {s * std::cos(phi), s * std::sin(phi), cosTheta};
+}
+
+// Upper tail probability of chi-square by the Wilson-Hilferty approximation.
+double chiSquareTail(double x, int dof) {
+  double z = (std::cbrt(x / dof) - (1 - 2.0 / (9 * dof))) / std::sqrt(2.0 / (9 * dof));
+  return 0.5 * std::erfc(z / std::sqrt(2.0));
+}
+
+class BsdfTest : public ::testing::TestWithParam<BsdfCase> {};
+
+TEST_P(BsdfTest, SamplingMatchesPdf) {
+  const BsdfCase& c = GetParam();
+  Frame frame(Vec3(0, 0, 1));
+  Vec3 wo = directionFromAngles(c.cosThetaO, 0.3f);
+  Bsdf bsdf(c.material, frame, frame, Vec3(0, 0, 1), wo);
+  ASSERT_TRUE(bsdf.hasNonDelta());
+
+  constexpr int kThetaBins = 16, kPhiBins = 32, kSamples = 200000;
+  std::vector<double> observed(kThetaBins * kPhiBins, 0.0), expected(kThetaBins * kPhiBins, 0.0);
+  std::mt19937 rng(1234);
+  std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+  int valid = 0;
+  for (int i = 0; i < kSamples; ++i) {
+    BsdfSample s;
+    if (!bsdf.sample(uni(rng), uni(rng), uni(rng), s)) continue;
+    ASSERT_FALSE(s.delta) << c.name;
+    ++valid;
+    float cosT = std::min(1.0f, std::max(-1.0f, s.wi.z));
+    float phi = std::atan2(s.wi.y, s.wi.x);
+    if (phi < 0) phi += 2 * kPi;
+    int tb = std::min(kThetaBins - 1, int((1 - cosT) / 2 * kThetaBins));
+    int pb = std::min(kPhiBins - 1, int(phi / (2 * kPi) * kPhiBins));
+    observed[tb * kPhiBins + pb] += 1;
+    if (i < 2000) {
+      // The weight must be eval / pdf at the sampled direction.
+      BsdfEval e = bsdf.eval(s.wi);
+      ASSERT_GT(e.pdf, 0) << c.name;
+      Vec3 w = e.total() / e.pdf;
+      for (int k = 0; k < 3; ++k) ASSERT_NEAR(s.weight[k], w[k], 1e-3f * std::max(1.0f, w[k])) << c.name;
+      ASSERT_NEAR(s.pdf, e.pdf, 1e-3f * e.pdf) << c.name;
+    }
+  }
+  // Expected counts: integrate the pdf over each bin (uniform in cos theta and phi).
+  constexpr int kSub = 8;
+  double total = 0;
+  for (int tb = 0; tb < kThetaBins; ++tb)
+    for (int pb = 0; pb < kPhiBins; ++pb) {
+      double sum = 0;
+      for (int i = 0; i < kSub; ++i)
+        for (int j = 0; j < kSub; ++j) {
+          float cosT = 1 - 2 * (tb + (i + 0.5f) / kSub) / kThetaBins;
+          float phi = 2 * kPi * (pb + (j + 0.5f) / kSub) / kPhiBins;
+          sum += bsdf.pdf(directionFromAngles(cosT, phi));
+        }
+      double binArea = (2.0 / kThetaBins) * (2 * kPi / kPhiBins);
+      expected[tb * kPhiBins + pb] = sum / (kSub * kSub) * binArea * kSamples;
+      total += expected[tb * kPhiBins + pb];
+    }
+  // The continuous density integrates to the fraction of successful samples.
+  EXPECT_NEAR(total / kSamples, double(valid) / kSamples, 0.02) << c.name;
+
+  // Pool bins with small expectations, then test.
+  double chi2 = 0, pooledObs = 0, pooledExp = 0;
+  int dof = -1;
+  for (size_t i = 0; i < observed.size(); ++i) {
+    if (expected[i] < 5) {
+      pooledObs += observed[i];
+      pooledExp += expected[i];
+      continue;
+    }
+    chi2 += (observed[i] - expected[i]) * (observed[i] - expected[i]) / expected[i];
+    ++dof;
+  }
+  if (pooledExp >= 5) {
+    chi2 += (pooledObs - pooledExp) * (pooledObs - pooledExp) / pooledExp;
+    ++dof;
+  }
+  ASSERT_GT(dof, 0);
+  EXPECT_GT(chiSquareTail(chi2, dof), 1e-4) << c.name << ": chi2 " << chi2 << " with " << dof << " degrees of freedom";
+}
+
+TEST_P(BsdfTest, AlbedoDoesNotExceedOne) {
+  const BsdfCase& c = GetParam();
+  Frame frame(Vec3(0, 0, 1));
+  MaterialSample white = c.material;
+  white.baseColor = Vec3(1);
+  std::mt19937 rng(99);
+  std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+  for (float cosO : {0.95f, 0.5f, 0.1f}) {
+    Vec3 wo = directionFromAngles(c.cosThetaO < 0 ? -cosO : cosO, 1.0f);
+    Bsdf bsdf(white, frame, frame, Vec3(0, 0, 1), wo);
+    constexpr int n = 100000;
+    double sum = 0, sumSq = 0;
+    for (int i = 0; i < n; ++i) {
+      BsdfSample s;
+      float v = 0;
+      if (bsdf.sample(uni(rng), uni(rng), uni(rng), s)) {
+        v = maxComponent(s.weight);
+        // Refraction into a denser medium scales radiance by 1/eta^2; undo it to count energy.
+        if (s.transmitted && !white.thinWalled) v *= wo.z > 0 ? white.ior * white.ior : 1 / (white.ior * white.ior);
+      }
+      sum += v;
+      sumSq += double(v) * v;
+    }
+    double mean = sum / n, sd = std::sqrt(std::max(0.0, sumSq / n - mean * mean) / n);
+    EXPECT_LE(mean, 1.0 + 4 * sd + 1e-3) << c.name << " at cos " << cosO;
+    EXPECT_GT(mean, 0.3) << c.name << " at cos " << cosO << " loses implausibly much energy";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Materials, BsdfTest, ::testing::ValuesIn(cases()),
+                         [](const ::testing::TestParamInfo<BsdfCase>& info) { return std::string(info.param.name); });
+
+// Smooth lobes: a white dielectric splits energy exactly between reflection and refraction.
+TEST(SmoothDielectric, ReflectionAndRefractionConserveEnergy) {
+  MaterialSample m = makeMaterial(0, 0, 1, false);
+  m.baseColor = Vec3(1);
+  Frame frame(Vec3(0, 0, 1));
+  for (float cosO : {1.0f, 0.6f, 0.2f, -0.9f}) {
+    Vec3 wo = directionFromAngles(cosO, 0.2f);
+    Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
+    EXPECT_FALSE(bsdf.hasNonDelta());
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+    double energy = 0;
+    constexpr int n = 20000;
+    for (int i = 0; i < n; ++i) {
+      BsdfSample s;
+      ASSERT_TRUE(bsdf.sample(uni(rng), uni(rng), uni(rng), s));
+      ASSERT_TRUE(s.delta);
+      float eta = cosO > 0 ? m.ior : 1 / m.ior;
+      energy += s.weight.x * (s.transmitted ? eta * eta : 1.0f);
+      if (!s.transmitted) {
+        EXPECT_NEAR(s.wi.z, cosO, 1e-4f);
+      }
+    }
+    EXPECT_NEAR(energy / n, 1.0, 1e-3) << "cos " << cosO;
+  }
+}
+
+}  // namespace
+}  // namespace zvr::kernel

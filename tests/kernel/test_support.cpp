@@ -1,0 +1,153 @@
+#include "test_support.h"
+
+#include <cmath>
+
+namespace zvr::test {
+
+void TestTarget::addIteration(const float* rgba) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (size_t i = 0; i < data_.size(); ++i) data_[i] += rgba[i];
+  ++iterations_;
+  ++adds;
+}
+
+void TestTarget::averageIteration(const float* rgba) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  float n = float(iterations_ + 1);
+  for (size_t i = 0; i < data_.size(); ++i) data_[i] += (rgba[i] - data_[i]) / n;
+  ++iterations_;
+  ++averages;
+}
+
+void TestTarget::clear() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::fill(data_.begin(), data_.end(), 0.0f);
+  iterations_ = 0;
+}
+
+std::vector<float> TestTarget::normalized() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<float> out(data_);
+  if (averages > 0) return out;
+  for (size_t i = 0; i < out.size(); i += 4) {
+    float w = out[i + 3];
+    for (int k = 0; k < 3; ++k) out[i + k] = w != 0 ? out[i + k] / w : 0;
+    out[i + 3] = 1;
+  }
+  return out;
+}
+
+std::shared_ptr<MeshData> makeSphere(float radius, int segments, int rings) {
+  auto m = std::make_shared<MeshData>();
+  const float pi = 3.14159265358979f;
+  for (int r = 0; r <= rings; ++r) {
+    float theta = pi * r / rings;
+    for (int s = 0; s <= segments; ++s) {
+      float phi = 2 * pi * s / segments;
+      float nx = std::sin(theta) * std::cos(phi), ny = std::cos(theta), nz = -std::sin(theta) * std::sin(phi);
+      m->positions.insert(m->positions.end(), {radius * nx, radius * ny, radius * nz});
+      m->normals.insert(m->normals.end(), {nx, ny, nz});
+      m->texcoords0.insert(m->texcoords0.end(), {float(s) / segments, float(r) / rings});
+    }
+  }
+  for (int r = 0; r < rings; ++r)
+    for (int s = 0; s < segments; ++s) {
+      uint32_t a = r * (segments + 1) + s, b = a + segments + 1;
+      // Counter-clockwise seen from outside.
+      m->indices.insert(m->indices.end(), {a, b, a + 1, a + 1, b, b + 1});
+    }
+  return m;
+}
+
+std::shared_ptr<MeshData> makeQuad(float h, float y) {
+  auto m = std::make_shared<MeshData>();
+  m->positions = {-h, y, h, h, y, h, h, y, -h, -h, y, -h};
+  m->normals = {0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0};
+  m->texcoords0 = {0, 1, 1, 1, 1, 0, 0, 0};
+  m->indices = {0, 1, 2, 0, 2, 3};
+  return m;
+}
+
+Matrix4 translation(float x, float y, float z) {
+  Matrix4 m;
+  m.m[12] = x;
+  m.m[13] = y;
+  m.m[14] = z;
+  return m;
+}
+
+Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
+  float b[3] = {ex - tx, ey - ty, ez - tz};
+  float bl = std::sqrt(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]);
+  for (float& v : b) v /= bl;
+  float up[3] = {0, 1, 0};
+  if (std::fabs(b[1]) > 0.999f) up[1] = 0, up[2] = -1;
+  float r[3] = {up[1] * b[2] - up[2] * b[1], up[2] * b[0] - up[0] * b[2], up[0] * b[1] - up[1] * b[0]};
+  float rl = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
+  for (float& v : r) v /= rl;
+  float u[3] = {b[1] * r[2] - b[2] * r[1], b[2] * r[0] - b[0] * r[2], b[0] * r[1] - b[1] * r[0]};
+  Matrix4 m;
+  float rows[4][3] = {{r[0], r[1], r[2]}, {u[0], u[1], u[2]}, {b[0], b[1], b[2]}, {ex, ey, ez}};
+  for (int i = 0; i < 4; ++i)
+    for (int j = 0; j < 3; ++j) m.m[4 * i + j] = rows[i][j];
+  return m;
+}
+
+std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b) {
+  auto m = std::make_shared<MaterialData>();
+  m->baseColor[0] = r;
+  m->baseColor[1] = g;
+  m->baseColor[2] = b;
+  m->metallic = 0;
+  m->roughness = 1;
+  m->specular = 0;
+  return m;
+}
+
+ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
+                Matrix4 transform) {
+  ShapeData s;
+  s.id = id;
+  s.mesh = std::move(mesh);
+  s.material = std::move(material);
+  s.transform = transform;
+  return s;
+}
+
+LightData environmentLight(float radiance) {
+  LightData l;
+  l.id = 1000;
+  l.type = LightType::Environment;
+  l.radiance[0] = l.radiance[1] = l.radiance[2] = radiance;
+  return l;
+}
+
+LightData pointLight(float x, float y, float z, float intensity) {
+  LightData l;
+  l.id = 1001;
+  l.type = LightType::Point;
+  l.transform = translation(x, y, z);
+  l.radiance[0] = l.radiance[1] = l.radiance[2] = intensity;
+  return l;
+}
+
+RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
+                        uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample) {
+  RenderOutput out;
+  RenderRequest request;
+  request.scene = &scene;
+  request.params = &params;
+  request.iterations = iterations;
+  request.firstSampleIndex = firstSample;
+  request.width = width;
+  request.height = height;
+  request.host = &out.host;
+  for (uint32_t aov : aovs) {
+    out.targets.push_back(std::make_unique<TestTarget>(width, height));
+    request.targets.push_back({aov, out.targets.back().get()});
+  }
+  out.status = plugin.render(request, &out.error);
+  return out;
+}
+
+}  // namespace zvr::test

@@ -1,0 +1,180 @@
+// Light transport against answers known in closed form: the white furnace, a point light over
+// a diffuse plane, and the error falling as one over the square root of the sample count.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "aov.h"
+#include "test_support.h"
+#include "velder_plugin.h"
+
+namespace zvr::test {
+namespace {
+
+using kernel::kAovColor;
+using kernel::kAovOpacity;
+using kernel::kAovWorldCoordinate;
+
+struct FurnaceCase {
+  const char* name;
+  float metallic, roughness, transmission, specular;
+};
+
+class FurnaceTest : public ::testing::TestWithParam<FurnaceCase> {};
+
+// A closed sphere of albedo one under a uniform environment of one is invisible: every pixel is one.
+TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
+  const FurnaceCase& c = GetParam();
+  auto material = std::make_shared<MaterialData>();
+  material->metallic = c.metallic;
+  material->roughness = c.roughness;
+  material->transmission = c.transmission;
+  material->thickness = c.transmission > 0 ? 1.0f : 0.0f;
+  material->specular = c.specular;
+  SceneSnapshot scene;
+  scene.shapes.push_back(shape(1, makeSphere(1.0f, 64, 32), material));
+  scene.lights.push_back(environmentLight(1.0f));
+  scene.hasCamera = true;
+  scene.camera.transform = lookAt(0, 0, 3.2f, 0, 0, 0);
+  scene.camera.fovY = 0.75f;
+  RenderParams params;
+  params.maxDepth = params.maxDepthDiffuse = params.maxDepthGlossy = params.maxDepthRefraction =
+      params.maxDepthRefractionGlossy = 64;
+  velder::VelderPlugin plugin;
+  RenderOutput out = renderWith(plugin, scene, params, 32, 32, 256, {kAovColor, kAovOpacity});
+  ASSERT_EQ(out.status, 0) << out.error;
+  auto color = out.image(0), opacity = out.image(1);
+  double sum = 0;
+  int count = 0;
+  for (size_t i = 0; i < color.size(); i += 4) {
+    if (opacity[i] < 1) continue;  // only pixels fully on the sphere
+    sum += (color[i] + color[i + 1] + color[i + 2]) / 3;
+    ++count;
+  }
+  ASSERT_GT(count, 200) << "the sphere should cover much of the image";
+  EXPECT_NEAR(sum / count, 1.0, 0.005) << c.name;
+}
+
+// Single-scattering GGX drops the energy of microfacet paths that would leave below the horizon;
+// on this sphere that is 0.7% for glass of roughness 0.15, so the dielectric case stays smoother.
+INSTANTIATE_TEST_SUITE_P(Materials, FurnaceTest,
+                         ::testing::Values(FurnaceCase{"diffuse", 0, 1, 0, 0}, FurnaceCase{"rough_metal", 1, 0.2f, 0, 1},
+                                           FurnaceCase{"rough_dielectric", 0, 0.05f, 1, 1},
+                                           FurnaceCase{"smooth_dielectric", 0, 0, 1, 1}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+struct PointLightCase {
+  const char* name;
+  float height, intensity, albedo, offsetX;
+};
+
+class PointLightTest : public ::testing::TestWithParam<PointLightCase> {};
+
+// Irradiance I cos(theta) / r^2 on a Lambertian plane gives radiance I cos(theta) / r^2 * albedo / pi.
+TEST_P(PointLightTest, DiffusePlaneMatchesAnalyticRadiance) {
+  const PointLightCase& c = GetParam();
+  SceneSnapshot scene;
+  scene.shapes.push_back(shape(1, makeQuad(4.0f), diffuseMaterial(c.albedo, c.albedo, c.albedo)));
+  scene.lights.push_back(pointLight(c.offsetX, c.height, 0, c.intensity));
+  scene.hasCamera = true;
+  scene.camera.transform = lookAt(0, 3, 0.01f, 0, 0, 0);
+  scene.camera.fovY = 1.2f;
+  RenderParams params;
+  params.imageFilterType = 0;  // pixel box: positions and radiance average over the same area
+  velder::VelderPlugin plugin;
+  RenderOutput out = renderWith(plugin, scene, params, 48, 48, 8, {kAovColor, kAovWorldCoordinate});
+  ASSERT_EQ(out.status, 0) << out.error;
+  auto color = out.image(0), position = out.image(1);
+  int checked = 0;
+  for (size_t i = 0; i < color.size(); i += 4) {
+    float dx = position[i] - c.offsetX, dy = c.height - position[i + 1], dz = position[i + 2];
+    float r2 = dx * dx + dy * dy + dz * dz;
+    float expected = c.intensity * (dy / std::sqrt(r2)) / r2 * c.albedo / 3.14159265f;
+    for (int k = 0; k < 3; ++k) ASSERT_NEAR(color[i + k], expected, 0.01f * expected + 1e-5f) << c.name << " pixel " << i / 4;
+    ++checked;
+  }
+  EXPECT_EQ(checked, 48 * 48);
+}
+
+INSTANTIATE_TEST_SUITE_P(Geometry, PointLightTest,
+                         ::testing::Values(PointLightCase{"overhead", 1.0f, 1.0f, 0.8f, 0},
+                                           PointLightCase{"high_bright", 2.5f, 10.0f, 0.5f, 0},
+                                           PointLightCase{"off_axis", 0.7f, 2.0f, 1.0f, 1.5f}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+SceneSnapshot boxScene() {
+  SceneSnapshot scene;
+  auto white = diffuseMaterial(0.7f, 0.7f, 0.7f);
+  auto red = diffuseMaterial(0.7f, 0.1f, 0.1f);
+  auto glossy = std::make_shared<MaterialData>();
+  glossy->metallic = 1;
+  glossy->roughness = 0.3f;
+  scene.shapes.push_back(shape(1, makeQuad(2.0f), white));
+  scene.shapes.push_back(shape(2, makeSphere(0.5f, 24, 12), red, translation(-0.6f, 0.5f, 0)));
+  scene.shapes.push_back(shape(3, makeSphere(0.4f, 24, 12), glossy, translation(0.6f, 0.4f, 0.2f)));
+  auto lamp = std::make_shared<MaterialData>(*diffuseMaterial(0, 0, 0));
+  lamp->emissive[0] = lamp->emissive[1] = lamp->emissive[2] = 1;
+  lamp->emissiveStrength = 8;
+  Matrix4 flip;  // the lamp faces down
+  flip.m[5] = -1;
+  flip.m[10] = -1;
+  flip.m[13] = 2.5f;
+  scene.shapes.push_back(shape(4, makeQuad(0.4f), lamp, flip));
+  scene.lights.push_back(environmentLight(0.2f));
+  scene.hasCamera = true;
+  scene.camera.transform = lookAt(0, 1.5f, 4, 0, 0.5f, 0);
+  scene.camera.fovY = 0.8f;
+  return scene;
+}
+
+double rmse(const std::vector<float>& a, const std::vector<float>& b) {
+  double s = 0;
+  size_t n = 0;
+  for (size_t i = 0; i < a.size(); i += 4)
+    for (int k = 0; k < 3; ++k, ++n) s += (a[i + k] - b[i + k]) * (a[i + k] - b[i + k]);
+  return std::sqrt(s / n);
+}
+
+TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
+  SceneSnapshot scene = boxScene();
+  RenderParams params;
+  velder::VelderPlugin plugin;
+  // The reference uses sample indices far from those of the test renders, so they are independent.
+  auto reference = renderWith(plugin, scene, params, 16, 16, 2048, {kAovColor}, 1u << 20);
+  ASSERT_EQ(reference.status, 0) << reference.error;
+  auto ref = reference.image();
+  double e16 = rmse(renderWith(plugin, scene, params, 16, 16, 16, {kAovColor}).image(), ref);
+  double e64 = rmse(renderWith(plugin, scene, params, 16, 16, 64, {kAovColor}).image(), ref);
+  double e256 = rmse(renderWith(plugin, scene, params, 16, 16, 256, {kAovColor}).image(), ref);
+  // Each fourfold increase should halve the error; low-discrepancy samples may do better.
+  EXPECT_GT(e16 / e64, 1.6) << e16 << " " << e64;
+  EXPECT_GT(e64 / e256, 1.6) << e64 << " " << e256;
+  EXPECT_LT(e16 / e256, 12.0) << "error fell faster than any unbiased estimator allows: " << e16 << " " << e256;
+  EXPECT_GT(e256, 0.0);
+}
+
+TEST(Determinism, RendersAreBitwiseIdenticalAcrossRunsAndThreadCounts) {
+  SceneSnapshot scene = boxScene();
+  RenderParams params;
+  params.threadCount = 1;
+  velder::VelderPlugin plugin;
+  auto a = renderWith(plugin, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  auto b = renderWith(plugin, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  params.threadCount = 2;
+  velder::VelderPlugin other;
+  auto c = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  params.tileSize[0] = params.tileSize[1] = 5;
+  auto d = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  for (auto* o : {&a, &b, &c, &d}) ASSERT_EQ(o->status, 0) << o->error;
+  for (size_t t = 0; t < 2; ++t) {
+    EXPECT_EQ(a.targets[t]->raw(), b.targets[t]->raw()) << "target " << t << " differs between two runs";
+    EXPECT_EQ(a.targets[t]->raw(), c.targets[t]->raw()) << "target " << t << " differs between 1 and 2 threads";
+    EXPECT_EQ(a.targets[t]->raw(), d.targets[t]->raw()) << "target " << t << " differs with another tile size";
+  }
+  // And a different sample range gives a different picture.
+  auto e = renderWith(other, scene, params, 24, 20, 4, {kAovColor}, 4);
+  EXPECT_NE(a.targets[0]->raw(), e.targets[0]->raw());
+}
+
+}  // namespace
+}  // namespace zvr::test
