@@ -1,0 +1,29 @@
+// Creates the description's objects through the render library's public interface.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "ZvrCore.h"
+#include "import_state.h"
+#include "scene_description.h"
+
+namespace zvr::loadstore {
+
+// A render library call that failed during an import; carries its status.
+class CoreCallError : public std::runtime_error {
+ public:
+  CoreCallError(ZvrStatus status, const std::string& text) : std::runtime_error(text), status_(status) {}
+  ZvrStatus status() const { return status_; }
+
+ private:
+  ZvrStatus status_;
+};
+
+// Builds a new scene holding every object and makes it the context's scene. On failure every
+// object made so far is deleted again and CoreCallError is thrown.
+ZvrScene instantiateScene(const SceneDescription& scene, const std::string& file, ZvrContext context,
+                          ZvrMaterialSystem materialSystem, ImportResult* result, std::vector<CreatedObject>* created);
+
+}  // namespace zvr::loadstore

@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "load_error.h"
+#include "scene_catalog.h"
+#include "scene_file.h"
+#include "xml_writer.h"
+
+namespace zvr::loadstore {
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<uint8_t>;
+
+const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+
+void writeBytes(const std::string& path, const Bytes& b) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
+}
+
+void putU32(Bytes* b, size_t at, uint32_t v) { std::memcpy(b->data() + at, &v, 4); }
+
+std::string textOfFailure(const std::string& path) {
+  try {
+    readSceneFile(path);
+  } catch (const LoadError& e) {
+    return e.what();
+  }
+  return "(no failure)";
+}
+
+struct Corruption {
+  const char* name;
+  const char* source;                     // file below the shared scenes, copied with its folder
+  std::function<void(Bytes*)> mutate;     // applied to the bytes of `source`
+  std::function<void(const std::string&)> prepare;  // extra changes to the copied folder
+  const char* words;                      // must appear in the failure text
+};
+
+nlohmann::json camerasJson() { return testing::gltfJson(kScenes + "Cameras/Cameras.gltf"); }
+
+std::function<void(Bytes*)> editCamerasJson(std::function<void(nlohmann::json&)> edit) {
+  return [edit](Bytes* b) {
+    nlohmann::json j = camerasJson();
+    edit(j);
+    const std::string text = j.dump();
+    b->assign(text.begin(), text.end());
+  };
+}
+
+std::function<void(const std::string&)> editBin(size_t at, uint32_t value, size_t width) {
+  return [=](const std::string& folder) {
+    Bytes bin = testing::fileBytes(folder + "/simpleSquare.bin");
+    std::memcpy(bin.data() + at, &value, width);
+    writeBytes(folder + "/simpleSquare.bin", bin);
+  };
+}
+
+TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
+  const Corruption cases[] = {
+      {"bad magic", "Box/Box.glb", [](Bytes* b) { (*b)[3] = 'X'; }, nullptr, "Box.glb: is neither glTF"},
+      {"wrong version", "Box/Box.glb", [](Bytes* b) { putU32(b, 4, 1); }, nullptr, "binary glTF version 1, not 2"},
+      {"truncated", "Box/Box.glb", [](Bytes* b) { b->resize(b->size() - 100); }, nullptr, "but holds 1564"},
+      {"4 GB declared length", "Box/Box.glb", [](Bytes* b) { putU32(b, 8, 0xFFFFFFFFu); }, nullptr,
+       "declares a length of 4294967295 bytes"},
+      {"huge JSON chunk", "Box/Box.glb", [](Bytes* b) { putU32(b, 12, 0xFFFFFF00u); }, nullptr, "chunk 0 declares"},
+      {"header only", "Box/Box.glb", [](Bytes* b) { b->resize(12); }, nullptr, "Box.glb"},
+      {"empty", "Box/Box.glb", [](Bytes* b) { b->clear(); }, nullptr, "Box.glb: is empty"},
+      {"accessor past its view", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) { j["accessors"][1]["count"] = 400; }), nullptr,
+       "accessor 1 reads past the end of buffer view 1"},
+      {"view past its buffer", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) { j["bufferViews"][1]["byteLength"] = 4800; }), nullptr,
+       "reads past the end of buffer 0"},
+      {"missing accessor", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) { j["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 7; }), nullptr,
+       "accessor 7 does not exist"},
+      {"float indices", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) { j["accessors"][0]["componentType"] = 5126; }), nullptr, "non-integer"},
+      {"node cycle", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
+      {"missing buffer file", "Cameras/Cameras.gltf", nullptr,
+       [](const std::string& folder) { fs::remove(folder + "/simpleSquare.bin"); }, "simpleSquare.bin"},
+      {"index past the vertex count", "Cameras/Cameras.gltf", nullptr, editBin(0, 9, 2),
+       "mesh 0 primitive 0 has index 9 past its vertex count 4"},
+      {"NaN position", "Cameras/Cameras.gltf", nullptr, editBin(12, 0x7FC00000u, 4), "position that is not a finite number"},
+      {"missing texture image", "TextureTransformTest/TextureTransformTest.gltf", nullptr,
+       [](const std::string& folder) { fs::remove(folder + "/UV.png"); }, "(UV.png) could not be read"},
+      {"garbage", "Box/Box.glb", [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
+      {"JSON syntax", "Cameras/Cameras.gltf", [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
+  };
+  const std::string root = ::testing::TempDir() + "/corrupt_files";
+  for (const Corruption& c : cases) {
+    SCOPED_TRACE(c.name);
+    const fs::path source = kScenes + c.source;
+    const std::string folder = root + "/" + std::to_string(&c - cases);
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    fs::copy(source.parent_path(), folder, fs::copy_options::recursive);
+    for (const auto& f : fs::directory_iterator(folder)) fs::permissions(f.path(), fs::perms::owner_write, fs::perm_options::add);
+    const std::string target = folder + "/" + source.filename().string();
+    Bytes bytes = testing::fileBytes(target);
+    if (c.mutate) c.mutate(&bytes);
+    writeBytes(target, bytes);
+    if (c.prepare) c.prepare(folder);
+    const std::string text = textOfFailure(target);
+    EXPECT_NE(text.find(c.words), std::string::npos) << "failure text: " << text;
+  }
+}
+
+TEST(CorruptFiles, BrokenXmlDocumentsFail) {
+  const std::string good = [] {
+    return writeSceneXml(readSceneFile(kScenes + "Box/Box.glb"));
+  }();
+  struct Case {
+    const char* name;
+    std::function<std::string(std::string)> mutate;
+    const char* words;
+  };
+  const auto replace = [](std::string s, const std::string& from, const std::string& to) {
+    const size_t at = s.find(from);
+    if (at != std::string::npos) s.replace(at, from.size(), to);
+    return s;
+  };
+  const Case cases[] = {
+      {"truncated", [](std::string s) { return s.substr(0, s.size() / 2); }, "not well-formed XML"},
+      {"other root", [&](std::string s) { return replace(replace(s, "<zvrscene", "<scene"), "</zvrscene>", "</scene>"); },
+       "no <zvrscene> root"},
+      {"parent after child", [&](std::string s) { return replace(s, "parent=\"-1\"", "parent=\"5\""); }, "which names nothing"},
+      {"huge vertex count", [&](std::string s) { return replace(s, "vertices=\"24\"", "vertices=\"4000000000\""); },
+       "declares more vertices"},
+      {"bad base64", [&](std::string s) { return replace(s, "<indices>", "<indices>*"); }, "not base64"},
+      {"bad number", [&](std::string s) { return replace(s, "metallic=\"", "metallic=\"x"); }, "\"metallic\" that is not"},
+  };
+  const std::string path = ::testing::TempDir() + "/broken.xml";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string text = c.mutate(good);
+    ASSERT_NE(text, good) << "the mutation did not apply";
+    writeBytes(path, Bytes(text.begin(), text.end()));
+    const std::string failure = textOfFailure(path);
+    EXPECT_NE(failure.find("broken.xml: "), std::string::npos) << failure;
+    EXPECT_NE(failure.find(c.words), std::string::npos) << failure;
+  }
+}
+
+TEST(CorruptFiles, MissingFileIsNamed) {
+  EXPECT_EQ(textOfFailure("/nonexistent/none.glb"), "none.glb: does not exist or cannot be reached");
+}
+
+}  // namespace
+}  // namespace zvr::loadstore

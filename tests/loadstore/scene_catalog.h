@@ -1,0 +1,75 @@
+// The shared glTF scenes and what their JSON says an import must hold, worked out independently
+// of the importer.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace zvr::testing {
+
+inline std::vector<std::string> sharedSceneFiles() {
+  std::vector<std::string> files;
+  for (const auto& dir : std::filesystem::directory_iterator(std::string(ZVR_SHARED_DIR) + "/scenes/gltf"))
+    for (const auto& f : std::filesystem::directory_iterator(dir.path())) {
+      const std::string ext = f.path().extension().string();
+      if (ext == ".gltf" || ext == ".glb") files.push_back(f.path().string());
+    }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+inline std::vector<uint8_t> fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+inline nlohmann::json gltfJson(const std::string& path) {
+  const std::vector<uint8_t> b = fileBytes(path);
+  if (b.size() >= 20 && std::memcmp(b.data(), "glTF", 4) == 0) {
+    uint32_t length;
+    std::memcpy(&length, b.data() + 12, 4);
+    return nlohmann::json::parse(b.begin() + 20, b.begin() + 20 + length);
+  }
+  return nlohmann::json::parse(b.begin(), b.end());
+}
+
+struct ExpectedCounts {
+  size_t groups = 0, shapes = 0, lights = 0, cameras = 0, animationRecords = 0;
+};
+
+inline ExpectedCounts expectedCounts(const nlohmann::json& gltf) {
+  ExpectedCounts c;
+  const auto& nodes = gltf.value("nodes", nlohmann::json::array());
+  std::vector<bool> reached(nodes.size(), false);
+  std::vector<int> stack;
+  const int sceneIndex = gltf.value("scene", 0);
+  for (int n : gltf["scenes"][sceneIndex].value("nodes", std::vector<int>{})) stack.push_back(n);
+  while (!stack.empty()) {
+    const int n = stack.back();
+    stack.pop_back();
+    reached[n] = true;
+    ++c.groups;
+    const auto& node = nodes[n];
+    if (node.contains("mesh"))
+      for (const auto& p : gltf["meshes"][node["mesh"].get<int>()]["primitives"])
+        if (p.value("mode", 4) >= 4) ++c.shapes;
+    if (node.contains("camera")) ++c.cameras;
+    if (node.contains("extensions") && node["extensions"].contains("KHR_lights_punctual")) ++c.lights;
+    for (int child : node.value("children", std::vector<int>{})) stack.push_back(child);
+  }
+  for (const auto& a : gltf.value("animations", nlohmann::json::array()))
+    for (const auto& ch : a["channels"]) {
+      const std::string path = ch["target"]["path"];
+      if (path != "weights" && reached[ch["target"]["node"].get<int>()]) ++c.animationRecords;
+    }
+  return c;
+}
+
+}  // namespace zvr::testing
