@@ -10,6 +10,11 @@ ApiCall::ApiCall(const char* operation, const void* handle) : operation_(operati
   tracing_ = !tracePath_.empty();
 }
 
+void ApiCall::traceTo(const std::string& path) {
+  tracePath_ = path;
+  tracing_ = !path.empty();
+}
+
 void ApiCall::adoptContext(Context* context) {
   context_ = context;
   if (!tracing_ && !context->tracePath().empty()) {

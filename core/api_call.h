@@ -27,7 +27,9 @@ class ApiCall {
   ApiCall& text(const char* name, const char* value) { if (tracing_) line_.text(name, value); return *this; }
   ApiCall& matrix(const char* name, const float* value) { if (tracing_) line_.matrix(name, value); return *this; }
 
-  // For zvrCreateContext: the context exists only once the body has made it.
+  // For zvrCreateContext: the context exists only once the body has made it, but its trace file
+  // is known before, so that the creation itself is traced.
+  void traceTo(const std::string& path);
   void adoptContext(Context* context);
   Context* context() const { return context_; }
 

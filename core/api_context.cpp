@@ -69,6 +69,9 @@ ZVR_API int32_t zvrRegisterPlugin(const char* pluginName) {
 ZVR_API ZvrStatus zvrCreateContext(uint32_t apiVersion, const int32_t* pluginIds, size_t pluginCount, uint32_t creationFlags,
                                    const ZvrContextProperties* properties, const char* cacheLocation, ZvrContext* outContext) {
   ApiCall call("zvrCreateContext", nullptr);
+  std::string tracePath = environmentTracePath();
+  if (tracePath.empty() && (creationFlags & ZVR_CREATION_FLAGS_ENABLE_DEBUG)) tracePath = debugTracePath();
+  call.traceTo(tracePath);
   call.flags("apiVersion", apiVersion).unsignedNumber("pluginCount", pluginCount).flags("creationFlags", creationFlags)
       .handle("properties", properties).text("cacheLocation", cacheLocation);
   return call.run([&] {
@@ -86,8 +89,6 @@ ZVR_API ZvrStatus zvrCreateContext(uint32_t apiVersion, const int32_t* pluginIds
         if (pluginIds[j] == pluginIds[i]) fail(ZVR_ERROR_INVALID_ARGUMENT, "plug-in id " + std::to_string(pluginIds[i]) + " is listed twice");
       plugins.push_back({pluginIds[i], instantiatePlugin(pluginIds[i])});
     }
-    std::string tracePath = environmentTracePath();
-    if (tracePath.empty() && (creationFlags & ZVR_CREATION_FLAGS_ENABLE_DEBUG)) tracePath = debugTracePath();
     auto* context = new Context(creationFlags, std::move(plugins), threads, tracePath);
     ObjectRegistry::instance().add(context);
     call.adoptContext(context);

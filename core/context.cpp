@@ -12,6 +12,14 @@
 #include "scene_objects.h"
 
 namespace zvr::core {
+namespace {
+
+std::atomic<uint64_t> gErrorSequence{0};
+std::mutex gOrphanMutex;
+std::string gOrphanError;
+uint64_t gOrphanSequence = 0;
+
+}  // namespace
 
 Context::Context(uint32_t creationFlags, std::vector<PluginSlot> plugins, uint32_t threadCount, std::string tracePath)
     : Object(ZVR_OBJECT_CONTEXT, nullptr),
@@ -20,6 +28,7 @@ Context::Context(uint32_t creationFlags, std::vector<PluginSlot> plugins, uint32
       tracePath_(std::move(tracePath)) {
   setContext(this);
   settings.params.threadCount = threadCount;
+  lastErrorSequence_ = ++gErrorSequence;  // failures from before the context existed are not its own
 }
 
 Context::~Context() {
@@ -107,15 +116,6 @@ uint64_t Context::heldBytes(uint64_t* largest) const {
   if (largest) *largest = biggest;
   return total;
 }
-
-namespace {
-
-std::atomic<uint64_t> gErrorSequence{0};
-std::mutex gOrphanMutex;
-std::string gOrphanError;
-uint64_t gOrphanSequence = 0;
-
-}  // namespace
 
 void setOrphanError(const std::string& text) {
   std::lock_guard<std::mutex> lock(gOrphanMutex);

@@ -1,0 +1,86 @@
+#include "core_test_support.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace core_test {
+
+ScopedContext::ScopedContext(uint32_t flags, std::vector<int32_t> plugins, const ZvrContextProperties* properties) {
+  status_ = zvrCreateContext(ZVR_API_VERSION, plugins.empty() ? nullptr : plugins.data(), plugins.size(), flags, properties,
+                             nullptr, &context_);
+}
+
+ScopedContext::~ScopedContext() {
+  if (context_) zvrObjectDelete(context_);
+}
+
+std::string lastError(ZvrContext context) {
+  size_t size = 0;
+  zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, 0, nullptr, &size);
+  std::string text(size + 512, '\0');
+  zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, size, text.data(), nullptr);
+  text.resize(text.find('\0'));
+  return text;
+}
+
+std::string makeTempFolder() {
+  const char* base = std::getenv("TMPDIR");
+  std::string pattern = std::string(base ? base : "/tmp") + "/zvr_core_test_XXXXXX";
+  if (!mkdtemp(pattern.data())) ADD_FAILURE() << "cannot make a temporary folder";
+  return pattern;
+}
+
+std::vector<std::string> folderEntries(const std::string& folder) {
+  std::vector<std::string> names;
+  if (DIR* dir = opendir(folder.c_str())) {
+    while (dirent* entry = readdir(dir)) {
+      std::string name = entry->d_name;
+      if (name != "." && name != "..") names.push_back(name);
+    }
+    closedir(dir);
+  }
+  return names;
+}
+
+std::string binFolder() { return ZVR_BIN_DIR; }
+
+int32_t testPluginId() {
+  static const int32_t id = zvrRegisterPlugin("ZvrCoreTestPlugin.dll");
+  return id;
+}
+
+std::vector<float> readPixels(ZvrFrameBuffer frameBuffer) {
+  size_t size = 0;
+  EXPECT_EQ(zvrFrameBufferGetInfo(frameBuffer, ZVR_FRAMEBUFFER_DATA, 0, nullptr, &size), ZVR_SUCCESS);
+  std::vector<float> pixels(size / sizeof(float));
+  EXPECT_EQ(zvrFrameBufferGetInfo(frameBuffer, ZVR_FRAMEBUFFER_DATA, size, pixels.data(), nullptr), ZVR_SUCCESS);
+  return pixels;
+}
+
+ZvrShape makeTriangle(ZvrContext context) {
+  static const float positions[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  ZvrMeshDesc desc{};
+  desc.positions = positions;
+  desc.vertexCount = 3;
+  ZvrShape shape = nullptr;
+  EXPECT_EQ(zvrContextCreateMesh(context, &desc, &shape), ZVR_SUCCESS);
+  return shape;
+}
+
+TestScene makeScene(ZvrContext context, int shapes, float fovY) {
+  TestScene result;
+  EXPECT_EQ(zvrContextCreateScene(context, &result.scene), ZVR_SUCCESS);
+  EXPECT_EQ(zvrContextCreateCamera(context, &result.camera), ZVR_SUCCESS);
+  EXPECT_EQ(zvrCameraSetFovY(result.camera, fovY), ZVR_SUCCESS);
+  EXPECT_EQ(zvrSceneSetCamera(result.scene, result.camera), ZVR_SUCCESS);
+  for (int i = 0; i < shapes; ++i) {
+    result.shapes.push_back(makeTriangle(context));
+    EXPECT_EQ(zvrSceneAttachShape(result.scene, result.shapes.back()), ZVR_SUCCESS);
+  }
+  EXPECT_EQ(zvrContextSetScene(context, result.scene), ZVR_SUCCESS);
+  return result;
+}
+
+}  // namespace core_test

@@ -1,0 +1,50 @@
+// Helpers shared by the render library's tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ZvrCore.h"
+
+namespace core_test {
+
+// Deletes the context when the test ends, whatever happened.
+class ScopedContext {
+ public:
+  explicit ScopedContext(uint32_t flags = ZVR_CREATION_FLAGS_ENABLE_CPU, std::vector<int32_t> plugins = {},
+                         const ZvrContextProperties* properties = nullptr);
+  ~ScopedContext();
+  ScopedContext(const ScopedContext&) = delete;
+  ScopedContext& operator=(const ScopedContext&) = delete;
+  operator ZvrContext() const { return context_; }
+  ZvrContext get() const { return context_; }
+  ZvrStatus status() const { return status_; }
+  // Forgets the context, for tests that delete it themselves.
+  void release() { context_ = nullptr; }
+
+ private:
+  ZvrContext context_ = nullptr;
+  ZvrStatus status_;
+};
+
+// The last-error text, read in two steps as the program does: size, then text.
+std::string lastError(ZvrContext context);
+// A fresh folder under the system's temporary folder.
+std::string makeTempFolder();
+std::vector<std::string> folderEntries(const std::string& folder);
+std::string binFolder();
+// The id of the tests' plug-in, registered by its short name.
+int32_t testPluginId();
+std::vector<float> readPixels(ZvrFrameBuffer frameBuffer);
+
+// A scene of `shapes` visible triangles and a camera of the given field of view, set as the
+// context's scene.
+struct TestScene {
+  ZvrScene scene = nullptr;
+  ZvrCamera camera = nullptr;
+  std::vector<ZvrShape> shapes;
+};
+TestScene makeScene(ZvrContext context, int shapes, float fovY);
+ZvrShape makeTriangle(ZvrContext context);
+
+}  // namespace core_test

@@ -1,0 +1,394 @@
+// Object lifetime, handle checks, scene objects, materials, images and plug-in registration.
+#include <OpenImageIO/imageio.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include "core_test_support.h"
+
+using core_test::lastError;
+using core_test::ScopedContext;
+
+namespace {
+
+std::vector<ZvrObject> listed(ZvrContext context, uint32_t key) {
+  size_t size = 0;
+  EXPECT_EQ(zvrContextGetInfo(context, key, 0, nullptr, &size), ZVR_SUCCESS);
+  std::vector<ZvrObject> handles(size / sizeof(ZvrObject));
+  if (size) {
+    EXPECT_EQ(zvrContextGetInfo(context, key, size, handles.data(), nullptr), ZVR_SUCCESS);
+  }
+  return handles;
+}
+
+bool fileExists(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0;
+}
+
+TEST(CoreObjects, ListsByKindHoldExactlyTheLiveObjects) {
+  ScopedContext context;
+  struct Kind {
+    uint32_t listKey;
+    std::function<ZvrObject(ZvrContext)> create;
+  };
+  const ZvrFramebufferDesc desc{4, 4};
+  const Kind kinds[] = {
+      {ZVR_CONTEXT_LIST_CREATED_SCENES, [](ZvrContext c) { ZvrScene s = nullptr; zvrContextCreateScene(c, &s); return s; }},
+      {ZVR_CONTEXT_LIST_CREATED_CAMERAS, [](ZvrContext c) { ZvrCamera s = nullptr; zvrContextCreateCamera(c, &s); return s; }},
+      {ZVR_CONTEXT_LIST_CREATED_SHAPES, [](ZvrContext c) { return core_test::makeTriangle(c); }},
+      {ZVR_CONTEXT_LIST_CREATED_LIGHTS, [](ZvrContext c) { ZvrLight s = nullptr; zvrContextCreateLight(c, ZVR_LIGHT_POINT, &s); return s; }},
+      {ZVR_CONTEXT_LIST_CREATED_POSTEFFECTS, [](ZvrContext c) { ZvrPostEffect s = nullptr; zvrContextCreatePostEffect(c, 3, &s); return s; }},
+      {ZVR_CONTEXT_LIST_CREATED_FRAMEBUFFERS, [&](ZvrContext c) { ZvrFrameBuffer s = nullptr; zvrContextCreateFrameBuffer(c, {4, 3}, &desc, &s); return s; }},
+      {ZVR_CONTEXT_LIST_CREATED_MATERIALSYSTEM, [](ZvrContext c) { ZvrMaterialSystem s = nullptr; zvrContextCreateMaterialSystem(c, 0, &s); return s; }},
+      {ZVR_CONTEXT_LIST_CREATED_IMAGES, [](ZvrContext c) {
+         const uint8_t pixel[4] = {1, 2, 3, 4};
+         ZvrImageDesc d{1, 1, 4, ZVR_COMPONENT_TYPE_UINT8, 0};
+         ZvrImage s = nullptr;
+         zvrContextCreateImage(c, &d, pixel, &s);
+         return s;
+       }},
+  };
+  for (const Kind& kind : kinds) {
+    SCOPED_TRACE(kind.listKey);
+    EXPECT_TRUE(listed(context, kind.listKey).empty());
+    ZvrObject first = kind.create(context), second = kind.create(context);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(listed(context, kind.listKey), (std::vector<ZvrObject>{first, second}));
+    ASSERT_EQ(zvrObjectDelete(first), ZVR_SUCCESS);
+    EXPECT_EQ(listed(context, kind.listKey), (std::vector<ZvrObject>{second}));
+    EXPECT_EQ(zvrObjectDelete(first), ZVR_ERROR_INVALID_OBJECT);
+    EXPECT_NE(lastError(context).find("is not a live object"), std::string::npos) << lastError(context);
+  }
+  for (uint32_t key : {ZVR_CONTEXT_LIST_CREATED_HETEROVOLUMES, ZVR_CONTEXT_LIST_CREATED_GRIDS, ZVR_CONTEXT_LIST_CREATED_BUFFERS,
+                       ZVR_CONTEXT_LIST_CREATED_CURVES, ZVR_CONTEXT_LIST_CREATED_COMPOSITE, ZVR_CONTEXT_LIST_CREATED_LUT})
+    EXPECT_TRUE(listed(context, key).empty()) << key;
+  ZvrMaterialSystem system = listed(context, ZVR_CONTEXT_LIST_CREATED_MATERIALSYSTEM).at(0);
+  ZvrMaterialNode node = nullptr;
+  ASSERT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
+  EXPECT_EQ(listed(context, ZVR_CONTEXT_LIST_CREATED_MATERIALNODES), std::vector<ZvrObject>{node});
+}
+
+TEST(CoreObjects, DeadForeignAndWrongKindHandlesAreRefused) {
+  ScopedContext context;
+  int notAnObject = 0;
+  EXPECT_EQ(zvrObjectDelete(nullptr), ZVR_ERROR_INVALID_OBJECT);
+  EXPECT_EQ(zvrObjectDelete(&notAnObject), ZVR_ERROR_INVALID_OBJECT);
+  EXPECT_NE(lastError(context).find("zvrObjectDelete: object 0x"), std::string::npos) << lastError(context);
+  ZvrScene scene = nullptr;
+  ASSERT_EQ(zvrContextCreateScene(context, &scene), ZVR_SUCCESS);
+  EXPECT_EQ(zvrCameraSetMode(scene, 3), ZVR_ERROR_INVALID_OBJECT);
+  EXPECT_EQ(lastError(context), "zvrCameraSetMode: camera is a scene, not a camera");
+  EXPECT_EQ(zvrContextCreateScene(scene, &scene), ZVR_ERROR_INVALID_OBJECT);
+
+  ZvrContext other = nullptr;
+  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &other), ZVR_SUCCESS);
+  ZvrShape foreign = core_test::makeTriangle(other);
+  EXPECT_EQ(zvrSceneAttachShape(scene, foreign), ZVR_ERROR_INVALID_OBJECT);
+  EXPECT_NE(lastError(context).find("belongs to another context"), std::string::npos);
+  ASSERT_EQ(zvrObjectDelete(other), ZVR_SUCCESS);
+  // Deleting a context deletes what was made in it.
+  EXPECT_EQ(zvrObjectDelete(foreign), ZVR_ERROR_INVALID_OBJECT);
+  EXPECT_EQ(zvrObjectDelete(other), ZVR_ERROR_INVALID_OBJECT);
+}
+
+TEST(CoreObjects, DeletingAnObjectRemovesEveryReferenceToIt) {
+  ScopedContext context;
+  core_test::TestScene scene = core_test::makeScene(context, 1, 0.5f);
+  ZvrMaterialSystem system = nullptr;
+  ZvrMaterialNode node = nullptr;
+  ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &system), ZVR_SUCCESS);
+  ASSERT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
+  ASSERT_EQ(zvrShapeSetMaterial(scene.shapes[0], node), ZVR_SUCCESS);
+  ZvrMaterialNode readBack = nullptr;
+  ASSERT_EQ(zvrShapeGetInfo(scene.shapes[0], ZVR_SHAPE_MATERIAL, 8, &readBack, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(readBack, node);
+  ASSERT_EQ(zvrObjectDelete(node), ZVR_SUCCESS);
+  ASSERT_EQ(zvrShapeGetInfo(scene.shapes[0], ZVR_SHAPE_MATERIAL, 8, &readBack, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(readBack, nullptr);
+
+  ASSERT_EQ(zvrObjectDelete(scene.camera), ZVR_SUCCESS);
+  ZvrCamera camera = scene.camera;
+  ASSERT_EQ(zvrSceneGetCamera(scene.scene, &camera), ZVR_SUCCESS);
+  EXPECT_EQ(camera, nullptr);
+  ASSERT_EQ(zvrObjectDelete(scene.shapes[0]), ZVR_SUCCESS);
+  EXPECT_EQ(zvrSceneDetachShape(scene.scene, scene.shapes[0]), ZVR_ERROR_INVALID_OBJECT);
+  ASSERT_EQ(zvrObjectDelete(scene.scene), ZVR_SUCCESS);
+  ZvrScene current = scene.scene;
+  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_SCENE, 8, &current, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(current, nullptr);
+}
+
+TEST(CoreObjects, MeshCreationChecksEveryStream) {
+  const float positions[12] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0};
+  const float withNan[9] = {0, 0, 0, NAN, 0, 0, 0, 1, 0};
+  const uint32_t indices[6] = {0, 1, 2, 1, 3, 2};
+  const uint32_t badIndices[3] = {0, 1, 4};
+  struct Case {
+    const char* name;
+    std::function<void(ZvrMeshDesc&)> change;
+    ZvrStatus status;
+    const char* message;
+    uint32_t triangles;
+  };
+  const Case cases[] = {
+      {"indexed quad", [&](ZvrMeshDesc& d) { d.indices = indices; d.indexCount = 6; }, ZVR_SUCCESS, "", 2},
+      {"implicit indices", [&](ZvrMeshDesc& d) { d.vertexCount = 3; }, ZVR_SUCCESS, "", 1},
+      {"no positions", [](ZvrMeshDesc& d) { d.positions = nullptr; }, ZVR_ERROR_INVALID_ARGUMENT, "no positions", 0},
+      {"index past the end", [&](ZvrMeshDesc& d) { d.indices = badIndices; d.indexCount = 3; }, ZVR_ERROR_INVALID_ARGUMENT,
+       "mesh index 2 is 4, past the last of 4 vertices", 0},
+      {"index count not a multiple of 3", [&](ZvrMeshDesc& d) { d.indices = indices; d.indexCount = 4; },
+       ZVR_ERROR_INVALID_ARGUMENT, "not a positive multiple of 3", 0},
+      {"implicit indices of 4 vertices", [](ZvrMeshDesc&) {}, ZVR_ERROR_INVALID_ARGUMENT, "multiple of 3", 0},
+      {"NaN position", [&](ZvrMeshDesc& d) { d.positions = withNan; d.vertexCount = 3; }, ZVR_ERROR_INVALID_ARGUMENT,
+       "mesh position of vertex 1 is not a finite number", 0},
+      {"stride too small", [&](ZvrMeshDesc& d) { d.positionStride = 8; d.vertexCount = 3; }, ZVR_ERROR_INVALID_ARGUMENT,
+       "stride 8", 0},
+  };
+  ScopedContext context;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ZvrMeshDesc desc{};
+    desc.positions = positions;
+    desc.vertexCount = 4;
+    c.change(desc);
+    ZvrShape shape = nullptr;
+    ASSERT_EQ(zvrContextCreateMesh(context, &desc, &shape), c.status) << lastError(context);
+    if (c.status != ZVR_SUCCESS) {
+      EXPECT_EQ(shape, nullptr);
+      EXPECT_NE(lastError(context).find(c.message), std::string::npos) << lastError(context);
+      continue;
+    }
+    uint32_t triangles = 0;
+    ASSERT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_TRIANGLE_COUNT, 4, &triangles, nullptr), ZVR_SUCCESS);
+    EXPECT_EQ(triangles, c.triangles);
+  }
+  EXPECT_EQ(zvrContextCreateMesh(context, nullptr, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(CoreObjects, TransformsTakeBothLayouts) {
+  ScopedContext context;
+  ZvrShape shape = core_test::makeTriangle(context);
+  const float rowMajor[16] = {1, 0, 0, 7, 0, 1, 0, 8, 0, 0, 1, 9, 0, 0, 0, 1};
+  ASSERT_EQ(zvrShapeSetTransform(shape, 1, rowMajor), ZVR_SUCCESS);
+  float m[16] = {};
+  ASSERT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_TRANSFORM, sizeof m, m, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(m[12], 7);
+  EXPECT_EQ(m[13], 8);
+  EXPECT_EQ(m[14], 9);
+  EXPECT_EQ(m[3], 0);
+  const float nan[16] = {NAN};
+  EXPECT_EQ(zvrShapeSetTransform(shape, 0, nan), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrShapeSetTransform(shape, 0, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
+  ZvrLight light = nullptr;
+  ASSERT_EQ(zvrContextCreateLight(context, ZVR_LIGHT_SPOT, &light), ZVR_SUCCESS);
+  ASSERT_EQ(zvrLightSetTransform(light, 1, rowMajor), ZVR_SUCCESS);
+  ASSERT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_TRANSFORM, sizeof m, m, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(m[13], 8);
+}
+
+TEST(CoreObjects, CameraLookAtIsReadBackAsPositionTargetAndUp) {
+  ScopedContext context;
+  ZvrCamera camera = nullptr;
+  ASSERT_EQ(zvrContextCreateCamera(context, &camera), ZVR_SUCCESS);
+  ASSERT_EQ(zvrCameraLookAt(camera, 1, 2, 7, 1, 2, 3, 0, 1, 0), ZVR_SUCCESS);
+  struct Expected {
+    uint32_t key;
+    float value[4];
+  };
+  const Expected expected[] = {
+      {ZVR_CAMERA_POSITION, {1, 2, 7, 1}}, {ZVR_CAMERA_LOOKAT, {1, 2, 3, 1}}, {ZVR_CAMERA_UP, {0, 1, 0, 0}}};
+  for (const Expected& e : expected) {
+    float v[4] = {};
+    ASSERT_EQ(zvrCameraGetInfo(camera, e.key, sizeof v, v, nullptr), ZVR_SUCCESS);
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(v[i], e.value[i], 1e-5f) << e.key << " " << i;
+  }
+  float big[32] = {};
+  ASSERT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_TRANSFORM, sizeof big, big, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(big[14], 7);
+  EXPECT_EQ(big[10], 1) << "the camera looks along its -z axis";
+  EXPECT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_TRANSFORM, 32, big, nullptr), ZVR_ERROR_INVALID_SIZE);
+  EXPECT_EQ(zvrCameraLookAt(camera, 0, 0, 0, 0, 0, 0, 0, 1, 0), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrCameraLookAt(camera, 0, 0, 1, 0, 0, 0, 0, 0, 1), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrCameraSetMode(camera, 5), ZVR_ERROR_INVALID_ARGUMENT);
+  ASSERT_EQ(zvrCameraSetMode(camera, 4), ZVR_SUCCESS);
+  uint32_t mode = 0;
+  ASSERT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_MODE, 4, &mode, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(mode, 4u);
+}
+
+TEST(CoreObjects, MaterialParametersByNameWithTheirArity) {
+  ScopedContext context;
+  ZvrMaterialSystem system = nullptr;
+  ZvrMaterialNode node = nullptr;
+  ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &system), ZVR_SUCCESS);
+  ASSERT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
+  const std::pair<const char*, int> floats[] = {
+      {"base_color", 4}, {"metallic", 1}, {"roughness", 1}, {"normal_scale", 1}, {"occlusion_strength", 1},
+      {"emissive", 3}, {"attenuation_color", 3}, {"specular_color", 3}, {"sheen_color", 3}, {"emissive_strength", 1},
+      {"alpha_cutoff", 1}, {"ior", 1}, {"transmission", 1}, {"thickness", 1}, {"attenuation_distance", 1},
+      {"clearcoat", 1}, {"clearcoat_roughness", 1}, {"clearcoat_normal_scale", 1}, {"specular", 1}, {"sheen_roughness", 1}};
+  for (const auto& [name, arity] : floats) {
+    SCOPED_TRACE(name);
+    ZvrStatus set1 = zvrMaterialNodeSetParameter1f(node, name, 0.25f);
+    ZvrStatus set3 = zvrMaterialNodeSetParameter3f(node, name, 0.25f, 0.5f, 0.75f);
+    ZvrStatus set4 = zvrMaterialNodeSetParameter4f(node, name, 0.25f, 0.5f, 0.75f, 1.0f);
+    EXPECT_EQ(set1 == ZVR_SUCCESS, arity == 1);
+    EXPECT_EQ(set3 == ZVR_SUCCESS, arity == 3);
+    EXPECT_EQ(set4 == ZVR_SUCCESS, arity == 4);
+    EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, name, 1), ZVR_ERROR_INVALID_ARGUMENT);
+    float value[4] = {};
+    size_t size = 0;
+    ASSERT_EQ(zvrMaterialNodeGetParameter(node, name, sizeof(float) * arity, value, &size), ZVR_SUCCESS);
+    EXPECT_EQ(size, sizeof(float) * arity);
+    EXPECT_EQ(value[0], 0.25f);
+    if (arity > 1) {
+      EXPECT_EQ(value[arity - 1], arity == 4 ? 1.0f : 0.75f);
+    }
+  }
+  for (const char* name : {"alpha_mode", "double_sided", "unlit", "material_id"}) {
+    EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, name, 1), ZVR_SUCCESS) << name;
+    EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, name, 1), ZVR_ERROR_INVALID_ARGUMENT) << name;
+    uint32_t value = 0;
+    ASSERT_EQ(zvrMaterialNodeGetParameter(node, name, 4, &value, nullptr), ZVR_SUCCESS);
+    EXPECT_EQ(value, 1u) << name;
+  }
+  EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, "alpha_mode", 3), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, "glossiness", 1), ZVR_ERROR_UNKNOWN_KEY);
+  EXPECT_EQ(lastError(context), "zvrMaterialNodeSetParameter1f: material node has no parameter \"glossiness\"");
+  EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, "roughness", NAN), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, nullptr, 1), ZVR_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(CoreObjects, TextureSlotsHoldImagesUntilTheImageIsDeleted) {
+  ScopedContext context;
+  ZvrMaterialSystem system = nullptr;
+  ZvrMaterialNode node = nullptr;
+  ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &system), ZVR_SUCCESS);
+  ASSERT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
+  const float pixels[2 * 2 * 3] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1};
+  ZvrImageDesc desc{2, 2, 3, ZVR_COMPONENT_TYPE_FLOAT32, ZVR_IMAGE_COLORSPACE_LINEAR};
+  ZvrImage image = nullptr;
+  ASSERT_EQ(zvrContextCreateImage(context, &desc, pixels, &image), ZVR_SUCCESS);
+  const char* slots[] = {"base_color", "metallic_roughness", "normal", "occlusion", "emissive", "transmission",
+                         "thickness", "clearcoat", "clearcoat_roughness", "clearcoat_normal", "specular",
+                         "specular_color", "sheen_color", "sheen_roughness"};
+  ZvrTextureSlot sampling{1, ZVR_WRAP_CLAMP, ZVR_WRAP_MIRROR, ZVR_FILTER_NEAREST, ZVR_FILTER_LINEAR, {0, 0}, 0, {1, 1}};
+  for (const char* slot : slots) {
+    ASSERT_EQ(zvrMaterialNodeSetTexture(node, slot, image, &sampling), ZVR_SUCCESS) << slot;
+    ZvrImage readBack = nullptr;
+    ASSERT_EQ(zvrMaterialNodeGetParameter(node, slot, sizeof readBack, &readBack, nullptr), ZVR_SUCCESS) << slot;
+    EXPECT_EQ(readBack, image) << slot;
+  }
+  EXPECT_EQ(zvrMaterialNodeSetTexture(node, "bump", image, nullptr), ZVR_ERROR_UNKNOWN_KEY);
+  sampling.wrapS = 9;
+  EXPECT_EQ(zvrMaterialNodeSetTexture(node, "normal", image, &sampling), ZVR_ERROR_INVALID_ARGUMENT);
+  ASSERT_EQ(zvrObjectDelete(image), ZVR_SUCCESS);
+  ZvrImage readBack = image;
+  ASSERT_EQ(zvrMaterialNodeGetParameter(node, "normal", sizeof readBack, &readBack, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(readBack, nullptr);
+}
+
+TEST(CoreObjects, ImagesFromPixelsFilesAndMemory) {
+  ScopedContext context;
+  const std::string folder = core_test::makeTempFolder();
+  const std::string png = folder + "/checker.png";
+  {
+    const uint8_t pixels[3 * 2 * 3] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 10, 20, 30, 40, 50, 60, 70, 80, 90};
+    auto out = OIIO::ImageOutput::create(png);
+    ASSERT_TRUE(out);
+    ASSERT_TRUE(out->open(png, OIIO::ImageSpec(3, 2, 3, OIIO::TypeDesc::UINT8)));
+    ASSERT_TRUE(out->write_image(OIIO::TypeDesc::UINT8, pixels));
+    out->close();
+  }
+  ZvrImage fromFile = nullptr;
+  ASSERT_EQ(zvrContextCreateImageFromFile(context, png.c_str(), ZVR_IMAGE_COLORSPACE_SRGB, &fromFile), ZVR_SUCCESS)
+      << lastError(context);
+  ZvrImageDesc desc{};
+  ASSERT_EQ(zvrImageGetInfo(fromFile, ZVR_IMAGE_DESC, sizeof desc, &desc, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(desc.width, 3u);
+  EXPECT_EQ(desc.height, 2u);
+  EXPECT_EQ(desc.numComponents, 3u);
+  EXPECT_EQ(desc.colorSpace, uint32_t(ZVR_IMAGE_COLORSPACE_SRGB));
+
+  std::ifstream file(png, std::ios::binary);
+  std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  ZvrImage fromMemory = nullptr;
+  ASSERT_EQ(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size(), 0, &fromMemory), ZVR_SUCCESS)
+      << lastError(context);
+  ASSERT_EQ(zvrImageGetInfo(fromMemory, ZVR_IMAGE_DESC, sizeof desc, &desc, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(desc.width, 3u);
+
+  const char garbage[] = "definitely not an image";
+  EXPECT_EQ(zvrContextCreateImageFromMemory(context, garbage, sizeof garbage, 0, &fromMemory), ZVR_ERROR_IO);
+  bytes.resize(bytes.size() / 2);
+  EXPECT_EQ(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size(), 0, &fromMemory), ZVR_ERROR_IO);
+  const std::string missing = folder + "/missing.png";
+  EXPECT_EQ(zvrContextCreateImageFromFile(context, missing.c_str(), 0, &fromFile), ZVR_ERROR_IO);
+  EXPECT_NE(lastError(context).find(missing), std::string::npos) << lastError(context);
+  ZvrImageDesc bad{2, 2, 5, ZVR_COMPONENT_TYPE_UINT8, 0};
+  EXPECT_EQ(zvrContextCreateImage(context, &bad, garbage, &fromFile), ZVR_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(CoreObjects, NamesAndOwnedFiles) {
+  const std::string folder = core_test::makeTempFolder();
+  const std::string owned = folder + "/scene.ocio";
+  std::ofstream(owned) << "ocio_profile_version: 2\n";
+  {
+    ScopedContext context;
+    ZvrShape shape = core_test::makeTriangle(context);
+    ASSERT_EQ(zvrObjectSetName(shape, "wheel"), ZVR_SUCCESS);
+    char name[256] = {};
+    ASSERT_EQ(zvrShapeGetInfo(shape, ZVR_OBJECT_NAME, sizeof name, name, nullptr), ZVR_SUCCESS);
+    EXPECT_STREQ(name, "wheel");
+    uint32_t type = 0;
+    ASSERT_EQ(zvrObjectGetInfo(shape, ZVR_OBJECT_TYPE, 4, &type, nullptr), ZVR_SUCCESS);
+    EXPECT_EQ(type, uint32_t(ZVR_OBJECT_SHAPE));
+    EXPECT_EQ(zvrObjectSetName(shape, std::string(300, 'x').c_str()), ZVR_ERROR_INVALID_ARGUMENT);
+    ASSERT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OWNED_FILE, owned.c_str()), ZVR_SUCCESS);
+    EXPECT_TRUE(fileExists(owned));
+  }
+  EXPECT_FALSE(fileExists(owned));
+}
+
+TEST(CoreObjects, RenderLayersAttachOnceAndDetach) {
+  ScopedContext context;
+  for (const char* layer : {"front", "back", "front"}) ASSERT_EQ(zvrContextAttachRenderLayer(context, layer), ZVR_SUCCESS);
+  char text[256] = {};
+  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_RENDER_LAYERS, sizeof text, text, nullptr), ZVR_SUCCESS);
+  EXPECT_STREQ(text, "front\nback\n");
+  ASSERT_EQ(zvrContextDetachRenderLayer(context, "front"), ZVR_SUCCESS);
+  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_RENDER_LAYERS, sizeof text, text, nullptr), ZVR_SUCCESS);
+  EXPECT_STREQ(text, "back\n");
+  EXPECT_EQ(zvrContextAttachRenderLayer(context, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(CoreObjects, PluginNamesResolveBesideTheLibraryAndOnThePluginPath) {
+  const int32_t id = core_test::testPluginId();
+  ASSERT_GE(id, 0);
+  EXPECT_EQ(zvrRegisterPlugin("libZvrCoreTestPlugin.so"), id);
+  EXPECT_EQ(zvrRegisterPlugin((core_test::binFolder() + "/libZvrCoreTestPlugin.so").c_str()), id);
+  EXPECT_EQ(zvrRegisterPlugin("NoSuchPlugin64.dll"), -1);
+  EXPECT_EQ(zvrRegisterPlugin(nullptr), -1);
+  EXPECT_EQ(zvrRegisterPlugin("ZvrCoreTestPluginOld.dll"), -1) << "an entry point of another version is refused";
+
+  const std::string folder = core_test::makeTempFolder();
+  {
+    std::ifstream source(core_test::binFolder() + "/libZvrCoreTestPlugin.so", std::ios::binary);
+    std::ofstream copy(folder + "/libPathOnly64.so", std::ios::binary);
+    copy << source.rdbuf();
+  }
+  EXPECT_EQ(zvrRegisterPlugin("PathOnly64.dll"), -1);
+  setenv("ZVR_PLUGIN_PATH", ("/nonexistent:" + folder).c_str(), 1);
+  const int32_t pathId = zvrRegisterPlugin("PathOnly64.dll");
+  unsetenv("ZVR_PLUGIN_PATH");
+  EXPECT_GE(pathId, 0);
+  EXPECT_NE(pathId, id);
+}
+
+}  // namespace

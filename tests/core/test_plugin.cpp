@@ -1,0 +1,97 @@
+// A small but real render plug-in for the core's tests: every pixel of every target gets, in R,
+// the sample index of the iteration; in G, the number of visible shapes the snapshot holds; in B,
+// the camera's field of view; A is the weight 1. What it was last asked is kept for inspection.
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "plugin_api.h"
+
+namespace {
+
+struct LastRequest {
+  std::mutex mutex;
+  zvr::RenderParams params;
+  size_t shapeCount = 0, lightCount = 0;
+  std::vector<uint32_t> aovs;
+  uint32_t iterations = 0;
+  uint64_t firstSampleIndex = 0;
+  int renders = 0;
+} gLast;
+
+class TestPlugin : public zvr::RenderPlugin {
+ public:
+  const char* name() const override { return "CoreTest"; }
+  uint32_t family() const override { return 1; }
+  uint32_t version() const override { return 0x10203; }
+  bool supportsAov(uint32_t aov, std::string* why) const override {
+    if (aov <= 1) return true;
+    if (why) *why = "the test plug-in renders only AOVs 0 and 1";
+    return false;
+  }
+  bool setIntegrator(bool, const std::string& name, std::string* error) override {
+    if (name == "path") return true;
+    if (error) *error = "the test plug-in knows only \"path\"";
+    return false;
+  }
+  bool supportsRenderLayers() const override { return true; }
+
+  int32_t render(const zvr::RenderRequest& request, std::string* error) override {
+    if (request.iterations == 0) {
+      *error = "zero iterations";
+      return -2;
+    }
+    size_t visible = 0;
+    for (const zvr::ShapeData& shape : request.scene->shapes) visible += shape.visible ? 1 : 0;
+    {
+      std::lock_guard<std::mutex> lock(gLast.mutex);
+      gLast.params = *request.params;
+      gLast.shapeCount = request.scene->shapes.size();
+      gLast.lightCount = request.scene->lights.size();
+      gLast.aovs.clear();
+      for (const auto& target : request.targets) gLast.aovs.push_back(target.aov);
+      gLast.iterations = request.iterations;
+      gLast.firstSampleIndex = request.firstSampleIndex;
+      ++gLast.renders;
+    }
+    request.host->reportUpdateTime(1.5f);
+    std::vector<float> rgba(size_t(request.width) * request.height * 4);
+    for (uint32_t i = 0; i < request.iterations; ++i) {
+      if (request.host->abortRequested()) break;
+      const float sampleIndex = float(request.firstSampleIndex + i);
+      for (size_t p = 0; p < rgba.size(); p += 4) {
+        rgba[p] = sampleIndex;
+        rgba[p + 1] = float(visible);
+        rgba[p + 2] = request.scene->camera.fovY;
+        rgba[p + 3] = 1;
+      }
+      // Long enough for another thread to abort in the middle of a call.
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      for (const auto& target : request.targets) target.target->addIteration(rgba.data());
+      if (i == 0) request.host->reportFirstIterationTime(2.5f);
+      request.host->reportProgress(float(i + 1) / float(request.iterations));
+    }
+    return 0;
+  }
+};
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() { return new TestPlugin(); }
+
+// What the last render call received, for the tests to compare with what they set.
+struct CoreTestPluginReport {
+  const zvr::RenderParams* params;
+  size_t shapeCount, lightCount;
+  const std::vector<uint32_t>* aovs;
+  uint32_t iterations;
+  uint64_t firstSampleIndex;
+  int renders;
+};
+
+extern "C" __attribute__((visibility("default"))) CoreTestPluginReport coreTestPluginReport() {
+  std::lock_guard<std::mutex> lock(gLast.mutex);
+  return {&gLast.params, gLast.shapeCount, gLast.lightCount, &gLast.aovs, gLast.iterations, gLast.firstSampleIndex,
+          gLast.renders};
+}
