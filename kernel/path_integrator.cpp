@@ -140,7 +140,8 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
         Vec3 ng = dot(hit.ng, wo) >= 0 ? hit.ng : -hit.ng;
         SurfaceHit aoHit = hit;
         aoHit.ng = ng;
-        out.ao = ambientOcclusion(aoHit, n, sampler);
+        Sampler aoSampler = sampler.fork(1);
+        out.ao = ambientOcclusion(aoHit, n, aoSampler);
       }
       if (settings_.mode == IntegratorMode::AmbientOcclusion) {
         out.direct[kLobeDiffuse] = Vec3(out.ao);

@@ -30,6 +30,9 @@ class Sampler {
     float first, second;
   };
   Pair get2D();
+  // An independent stream for the same pixel and sample, so optional work (an AO ray bound only
+  // when its AOV is) does not shift the dimensions the main path uses.
+  Sampler fork(uint32_t stream) const { return Sampler(hashCombine(seed_, 0xa511e9b3u + stream), index_); }
 
  private:
   uint32_t seed_, index_, dimension_ = 0;
