@@ -1,0 +1,80 @@
+// A context and material system of the real render library, for tests of the load/store interface.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ZvrLoadStore.h"
+
+namespace zvr::testing {
+
+class LoadStoreApi : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+    ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &materialSystem), 0);
+  }
+
+  // The program's teardown order: material system, scene, then the imported objects.
+  void TearDown() override {
+    if (materialSystem) {
+      EXPECT_EQ(zvrObjectDelete(materialSystem), 0);
+    }
+    if (scene) {
+      EXPECT_EQ(zvrObjectDelete(scene), 0);
+    }
+    EXPECT_EQ(zvrsDeleteListImportedObjects(nullptr), 0);
+    if (context) {
+      EXPECT_EQ(zvrObjectDelete(context), 0);
+    }
+  }
+
+  std::string lastError() const {
+    size_t size = 0;
+    zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, 0, nullptr, &size);
+    std::string text(size, '\0');
+    if (size) zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, size, text.data(), nullptr);
+    return text.c_str();
+  }
+
+  std::vector<ZvrObject> liveObjects(ZvrContextInfo key) const {
+    size_t size = 0;
+    EXPECT_EQ(zvrContextGetInfo(context, key, 0, nullptr, &size), 0);
+    std::vector<ZvrObject> handles(size / sizeof(ZvrObject));
+    if (!handles.empty()) {
+      EXPECT_EQ(zvrContextGetInfo(context, key, size, handles.data(), nullptr), 0);
+    }
+    return handles;
+  }
+
+  template <ZvrStatus (*List)(void*, size_t, uint32_t*)>
+  std::vector<ZvrObject> imported() const {
+    uint32_t count = 0;
+    EXPECT_EQ(List(nullptr, 0, &count), 0);
+    std::vector<ZvrObject> handles(count);
+    if (count) {
+      EXPECT_EQ(List(handles.data(), count * sizeof(ZvrObject), nullptr), 0);
+    }
+    return handles;
+  }
+
+  ZvrContext context = nullptr;
+  ZvrMaterialSystem materialSystem = nullptr;
+  ZvrScene scene = nullptr;
+};
+
+inline std::string parentName(ZvrStatus (*get)(ZvrObject, size_t, char*, size_t*), ZvrObject object) {
+  char name[1024] = "unset";
+  EXPECT_EQ(get(object, sizeof name, name, nullptr), 0);
+  return name;
+}
+
+inline std::string groupParent(const std::string& group) {
+  char name[1024] = "unset";
+  EXPECT_EQ(zvrsGetParentGroupFromGroup(group.c_str(), sizeof name, name, nullptr), 0);
+  return name;
+}
+
+}  // namespace zvr::testing

@@ -1,0 +1,168 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "api_fixture.h"
+#include "scene_catalog.h"
+
+namespace zvr::testing {
+namespace {
+
+namespace fs = std::filesystem;
+const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+
+std::string readText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+struct ImportedSummary {
+  std::vector<uint32_t> vertexCounts, triangleCounts, meshIds, groupIds;
+  std::vector<std::string> shapeGroups;
+  std::vector<std::vector<float>> animationTimes, animationValues;
+  size_t lights = 0, cameras = 0;
+};
+
+class ExportApi : public LoadStoreApi {
+ protected:
+  ImportedSummary importAndSummarize(const std::string& file) {
+    ImportedSummary s;
+    ZvrScene imported = nullptr;
+    EXPECT_EQ(zvrsImport(file.c_str(), context, materialSystem, &imported, 0, nullptr), 0) << lastError();
+    for (ZvrObject shape : this->imported<zvrsListImportedShapes>()) {
+      uint32_t v = 0;
+      zvrShapeGetInfo(shape, ZVR_SHAPE_VERTEX_COUNT, 4, &v, nullptr);
+      s.vertexCounts.push_back(v);
+      zvrShapeGetInfo(shape, ZVR_SHAPE_TRIANGLE_COUNT, 4, &v, nullptr);
+      s.triangleCounts.push_back(v);
+      zvrShapeGetInfo(shape, ZVR_SHAPE_MESH_ID, 4, &v, nullptr);
+      s.meshIds.push_back(v);
+      zvrShapeGetInfo(shape, ZVR_SHAPE_GROUP_ID, 4, &v, nullptr);
+      s.groupIds.push_back(v);
+      s.shapeGroups.push_back(parentName(zvrsGetParentGroupFromShape, shape));
+    }
+    s.lights = this->imported<zvrsListImportedLights>().size();
+    s.cameras = this->imported<zvrsListImportedCameras>().size();
+    for (uint32_t i = 0; const ZvrsAnimationRecord* r = zvrsGetAnimation(i); ++i) {
+      s.animationTimes.emplace_back(r->times, r->times + r->timeCount);
+      s.animationValues.emplace_back(r->values, r->values + r->keyCount * r->componentCount);
+    }
+    zvrsReleaseImportedData();
+    if (imported) zvrObjectDelete(imported);
+    return s;
+  }
+};
+
+TEST_F(ExportApi, ExportedXmlImportsAsTheSameScene) {
+  for (const char* name : {"BoxAnimated/BoxAnimated.glb", "BoxTextured/BoxTextured.glb", "Cameras/Cameras.gltf",
+                           "LightsPunctualLamp/LightsPunctualLamp.gltf"}) {
+    SCOPED_TRACE(name);
+    const std::string out = ::testing::TempDir() + "/exported.xml";
+    fs::remove(out);
+    ASSERT_EQ(zvrsExportToXML((kScenes + name).c_str(), out.c_str()), 0);
+    const ImportedSummary a = importAndSummarize(kScenes + name);
+    const ImportedSummary b = importAndSummarize(out);
+    EXPECT_EQ(a.vertexCounts, b.vertexCounts);
+    EXPECT_EQ(a.triangleCounts, b.triangleCounts);
+    EXPECT_EQ(a.meshIds, b.meshIds);
+    EXPECT_EQ(a.groupIds, b.groupIds);
+    EXPECT_EQ(a.shapeGroups, b.shapeGroups);
+    EXPECT_EQ(a.lights, b.lights);
+    EXPECT_EQ(a.cameras, b.cameras);
+    EXPECT_EQ(a.animationTimes, b.animationTimes);
+    EXPECT_EQ(a.animationValues, b.animationValues);
+  }
+}
+
+TEST_F(ExportApi, FailedExportsReturnTheFileStatusAndWriteNothing) {
+  const std::string out = ::testing::TempDir() + "/not_written.xml";
+  fs::remove(out);
+  EXPECT_EQ(zvrsExportToXML("/nonexistent/scene.glb", out.c_str()), ZVR_ERROR_IO);
+  EXPECT_FALSE(fs::exists(out));
+  EXPECT_EQ(zvrsExportToXML((kScenes + "Box/Box.glb").c_str(), "/nonexistent-folder/out.xml"), ZVR_ERROR_IO);
+  EXPECT_EQ(zvrsExportToXML(nullptr, out.c_str()), ZVR_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContext) {
+  const std::string folder = ::testing::TempDir() + "/ocio";
+  fs::remove_all(folder);
+  fs::create_directories(folder);
+  const std::string xml = folder + "/scene.xml";
+  ASSERT_EQ(zvrsExportToXML((kScenes + "Box/Box.glb").c_str(), xml.c_str()), 0);
+  std::string text = readText(xml);
+  const size_t end = text.rfind("</zvrscene>");
+  ASSERT_NE(end, std::string::npos);
+  // "AQID/w==" is the bytes 1, 2, 3, 255.
+  text.insert(end, "<ocio><config>ocio_profile_version: 2\nsrc: curve.spi1d\nother: mycurve.spi1d\n</config>"
+                   "<file name=\"curve.spi1d\">AQID/w==</file></ocio>");
+  std::ofstream(xml, std::ios::trunc) << text;
+
+  ZvrContext context = nullptr;
+  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+  const std::string temp = folder + "/scene_TEMP_ZVRS_OCIO";
+  ASSERT_EQ(zvrsBuildOCIOFiles(xml.c_str(), context, temp.c_str(), 0), 0);
+  char path[2048] = {};
+  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, sizeof path, path, nullptr), 0);
+  EXPECT_EQ(std::string(path), temp + ".ocio");
+  const std::string config = readText(temp + ".ocio");
+  EXPECT_NE(config.find("src: scene_TEMP_ZVRS_OCIO_curve.spi1d\n"), std::string::npos) << config;
+  EXPECT_NE(config.find("other: mycurve.spi1d\n"), std::string::npos) << "only whole names are rewritten: " << config;
+  EXPECT_EQ(readText(temp + "_curve.spi1d"), std::string("\x01\x02\x03\xff"));
+  ASSERT_EQ(zvrObjectDelete(context), 0);
+  EXPECT_FALSE(fs::exists(temp + ".ocio"));
+  EXPECT_FALSE(fs::exists(temp + "_curve.spi1d"));
+}
+
+TEST(OcioFiles, GltfLeavesThePathAndMissingFilesFail) {
+  ZvrContext context = nullptr;
+  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+  ASSERT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, "/keep/this.ocio"), 0);
+  const std::string temp = ::testing::TempDir() + "/gltf_TEMP_ZVRS_OCIO";
+  EXPECT_EQ(zvrsBuildOCIOFiles((kScenes + "Box/Box.glb").c_str(), context, temp.c_str(), 0), 0);
+  char path[2048] = {};
+  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, sizeof path, path, nullptr), 0);
+  EXPECT_EQ(std::string(path), "/keep/this.ocio");
+  EXPECT_FALSE(fs::exists(temp + ".ocio"));
+  EXPECT_EQ(zvrsBuildOCIOFiles("/nonexistent/scene.xml", context, temp.c_str(), 0), ZVR_ERROR_IO);
+  char error[1024] = {};
+  zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, sizeof error, error, nullptr);
+  EXPECT_NE(std::string(error).find("scene.xml: does not exist"), std::string::npos) << error;
+  EXPECT_EQ(zvrObjectDelete(context), 0);
+}
+
+TEST_F(ExportApi, TraceHasOneLinePerCallInCallOrder) {
+  const std::string trace = ::testing::TempDir() + "/loadstore_trace.log";
+  fs::remove(trace);
+  ::setenv("ZVR_TRACE", trace.c_str(), 1);
+  const std::string file = kScenes + "Box/Box.glb";
+  const std::string temp = ::testing::TempDir() + "/Box_TEMP_ZVRS_OCIO";
+  EXPECT_EQ(zvrsBuildOCIOFiles(file.c_str(), context, temp.c_str(), 0), 0);
+  EXPECT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0);
+  EXPECT_EQ(zvrContextSetParameter1u(context, "nonsense", 2), ZVR_ERROR_UNKNOWN_KEY);
+  EXPECT_EQ(zvrsReleaseImportedData(), 0);
+  ::unsetenv("ZVR_TRACE");
+  std::vector<std::string> ours;
+  std::istringstream lines(readText(trace));
+  for (std::string line; std::getline(lines, line);)
+    if (line.rfind("zvrs", 0) == 0 || line.rfind("zvrContextSetParameter1", 0) == 0) ours.push_back(line);
+  ASSERT_EQ(ours.size(), 4u) << readText(trace);
+  EXPECT_TRUE(std::regex_match(ours[0], std::regex("zvrsBuildOCIOFiles\\(path=\".*/Box.glb\", context=0x[0-9a-f]+, "
+                                                   "tempName=\".*Box_TEMP_ZVRS_OCIO\", flags=0\\) -> 0")))
+      << ours[0];
+  EXPECT_TRUE(std::regex_match(ours[1], std::regex("zvrsImport\\(path=\".*/Box.glb\", context=0x[0-9a-f]+, "
+                                                   "materialSystem=0x[0-9a-f]+, scene=0x[0-9a-f]+, "
+                                                   "useExistingScene=0, options=0x0\\) -> 0")))
+      << ours[1];
+  EXPECT_TRUE(std::regex_match(ours[2], std::regex("zvrContextSetParameter1u\\(context=0x[0-9a-f]+, name=\"nonsense\", x=2\\) -> -5")))
+      << ours[2];
+  EXPECT_EQ(ours[3], "zvrsReleaseImportedData() -> 0");
+}
+
+}  // namespace
+}  // namespace zvr::testing

@@ -1,0 +1,249 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "api_fixture.h"
+#include "scene_catalog.h"
+
+namespace zvr::testing {
+namespace {
+
+const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+
+bool fileHasEmission(const nlohmann::json& j) {
+  for (const auto& m : j.value("materials", nlohmann::json::array())) {
+    float strength = 1.f;
+    if (m.contains("extensions") && m["extensions"].contains("KHR_materials_emissive_strength"))
+      strength = m["extensions"]["KHR_materials_emissive_strength"].value("emissiveStrength", 1.f);
+    for (float c : m.value("emissiveFactor", std::vector<float>{0, 0, 0}))
+      if (c * strength > 0.f) return true;
+  }
+  return false;
+}
+
+using ImportApi = LoadStoreApi;
+
+TEST_F(ImportApi, EverySharedSceneImportsAndIsDeletedWithoutLeaks) {
+  for (const std::string& file : sharedSceneFiles()) {
+    SCOPED_TRACE(file);
+    const nlohmann::json j = gltfJson(file);
+    const ExpectedCounts want = expectedCounts(j);
+    ZvrScene imported = nullptr;
+    ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &imported, 0, nullptr), 0) << lastError();
+    const auto shapes = this->imported<zvrsListImportedShapes>();
+    const auto lights = this->imported<zvrsListImportedLights>();
+    const auto cameras = this->imported<zvrsListImportedCameras>();
+    EXPECT_EQ(shapes.size(), want.shapes);
+    // A scene without camera gets one; a scene without light or emission gets an environment.
+    EXPECT_EQ(cameras.size(), want.cameras ? want.cameras : 1);
+    EXPECT_EQ(lights.size(), want.lights + (want.lights == 0 && !fileHasEmission(j)));
+    size_t records = 0;
+    while (zvrsGetAnimation(uint32_t(records))) ++records;
+    EXPECT_EQ(records, want.animationRecords);
+    // Every shape's group chain ends at a root within the number of groups.
+    for (ZvrObject shape : shapes) {
+      std::string group = parentName(zvrsGetParentGroupFromShape, shape);
+      ASSERT_FALSE(group.empty());
+      for (size_t depth = 0; !group.empty(); ++depth) {
+        ASSERT_LE(depth, want.groups);
+        ZvrsTransformGroupBlock block;
+        ASSERT_EQ(zvrsGetTransformGroup(group.c_str(), &block), 0);
+        group = groupParent(group);
+      }
+    }
+    ZvrScene current = nullptr;
+    size_t size = 0;
+    ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_SCENE, sizeof current, &current, &size), 0);
+    EXPECT_EQ(current, imported) << "the new scene must be the context's scene";
+    EXPECT_EQ(zvrsReleaseImportedData(), 0);
+    EXPECT_EQ(zvrObjectDelete(imported), 0);
+  }
+  ASSERT_EQ(zvrObjectDelete(materialSystem), 0);
+  materialSystem = nullptr;
+  ASSERT_EQ(zvrsDeleteListImportedObjects(nullptr), 0);
+  for (ZvrContextInfo key : {ZVR_CONTEXT_LIST_CREATED_SHAPES, ZVR_CONTEXT_LIST_CREATED_LIGHTS, ZVR_CONTEXT_LIST_CREATED_CAMERAS,
+                             ZVR_CONTEXT_LIST_CREATED_IMAGES, ZVR_CONTEXT_LIST_CREATED_MATERIALNODES})
+    EXPECT_TRUE(liveObjects(key).empty()) << "objects of list key " << key << " survived the deletion";
+}
+
+TEST_F(ImportApi, BoxAnimatedGroupsAndRecordsAsTheProgramReadsThem) {
+  const std::string file = kScenes + "BoxAnimated/BoxAnimated.glb";
+  const nlohmann::json j = gltfJson(file);
+  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  // Each shape's group is the node holding its mesh, and the chain follows the file's children lists.
+  for (ZvrObject shape : imported<zvrsListImportedShapes>()) {
+    uint32_t groupId = 0;
+    ASSERT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_GROUP_ID, sizeof groupId, &groupId, nullptr), 0);
+    std::string group = parentName(zvrsGetParentGroupFromShape, shape);
+    EXPECT_EQ(group, j["nodes"][groupId].value("name", group));
+    int node = int(groupId);
+    while (true) {
+      int parent = -1;
+      for (size_t p = 0; p < j["nodes"].size(); ++p)
+        for (int c : j["nodes"][p].value("children", std::vector<int>{}))
+          if (c == node) parent = int(p);
+      group = groupParent(group);
+      if (parent < 0) {
+        EXPECT_EQ(group, "");
+        break;
+      }
+      EXPECT_EQ(group, j["nodes"][parent].value("name", group));
+      node = parent;
+    }
+    // Import leaves the group transforms to the program: the shape's own matrix is the identity.
+    float m[16];
+    ASSERT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_TRANSFORM, sizeof m, m, nullptr), 0);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(m[i], i % 5 == 0 ? 1.f : 0.f);
+  }
+  const auto& channels = j["animations"][0]["channels"];
+  for (uint32_t i = 0; i < channels.size(); ++i) {
+    const ZvrsAnimationRecord* r = zvrsGetAnimation(i);
+    ASSERT_NE(r, nullptr);
+    const std::string path = channels[i]["target"]["path"];
+    EXPECT_EQ(r->kind, path == "translation" ? 1u : path == "rotation" ? 2u : 3u);
+    EXPECT_EQ(r->componentCount, r->kind == 2 ? 4u : 3u);
+    EXPECT_EQ(r->timeCount, r->keyCount);
+    EXPECT_EQ(std::string(r->groupName), j["nodes"][channels[i]["target"]["node"].get<int>()].value("name", r->groupName));
+    for (uint32_t k = 1; k < r->timeCount; ++k) EXPECT_LE(r->times[k - 1], r->times[k]);
+    if (r->kind == 2)
+      for (uint32_t k = 0; k < r->keyCount; ++k) {
+        const float* q = r->values + k * 4;
+        EXPECT_NEAR(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3], 1.f, 1e-5f);
+      }
+  }
+  EXPECT_EQ(zvrsGetAnimation(uint32_t(channels.size())), nullptr);
+  EXPECT_EQ(zvrsReleaseImportedData(), 0);
+  EXPECT_EQ(zvrsGetAnimation(0), nullptr);
+  ZvrsTransformGroupBlock block;
+  EXPECT_NE(zvrsGetTransformGroup(j["nodes"][0].value("name", "").c_str(), &block), 0);
+  EXPECT_EQ(imported<zvrsListImportedShapes>().size(), 2u) << "the lists outlive the released data";
+}
+
+TEST_F(ImportApi, MatrixNodeBecomesTranslationRotationScale) {
+  // Box.glb's root node turns the Z-up box into Y-up with a matrix.
+  const std::string file = kScenes + "Box/Box.glb";
+  const nlohmann::json j = gltfJson(file);
+  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  const std::vector<float> m = j["nodes"][0]["matrix"].get<std::vector<float>>();
+  std::string root = parentName(zvrsGetParentGroupFromShape, imported<zvrsListImportedShapes>().at(0));
+  while (!groupParent(root).empty()) root = groupParent(root);
+  ZvrsTransformGroupBlock b;
+  ASSERT_EQ(zvrsGetTransformGroup(root.c_str(), &b), 0);
+  const float x = b.rotation[0], y = b.rotation[1], z = b.rotation[2], w = b.rotation[3];
+  // Column 1 of the rotation, scaled, against the file's matrix.
+  EXPECT_NEAR(2 * (x * y - z * w) * b.scale[1], m[4], 1e-5f);
+  EXPECT_NEAR((1 - 2 * (x * x + z * z)) * b.scale[1], m[5], 1e-5f);
+  EXPECT_NEAR(2 * (y * z + x * w) * b.scale[1], m[6], 1e-5f);
+  EXPECT_NEAR(2 * (x * z - y * w) * b.scale[0], m[2], 1e-5f);
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(b.translation[i], m[12 + i], 1e-6f);
+}
+
+TEST_F(ImportApi, DefaultCameraSeesTheWholeScene) {
+  const std::string file = kScenes + "DamagedHelmet/DamagedHelmet.glb";
+  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  ZvrCamera camera = nullptr;
+  ASSERT_EQ(zvrSceneGetCamera(scene, &camera), 0);
+  ASSERT_NE(camera, nullptr);
+  EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, camera), "") << "the added camera is placed in world space";
+  float eye[4], at[4];
+  ASSERT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_POSITION, sizeof eye, eye, nullptr), 0);
+  ASSERT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_LOOKAT, sizeof at, at, nullptr), 0);
+  EXPECT_GT(eye[2], at[2]) << "looks from +z";
+  EXPECT_GT(eye[1], at[1]) << "from slightly above";
+  EXPECT_LT(eye[1] - at[1], eye[2] - at[2]);
+  // The helmet spans about 2 units: a 45 degree view needs at least r / sin(22.5 deg) of distance.
+  const float d = std::sqrt((eye[0] - at[0]) * (eye[0] - at[0]) + (eye[1] - at[1]) * (eye[1] - at[1]) +
+                            (eye[2] - at[2]) * (eye[2] - at[2]));
+  EXPECT_GT(d, 1.0f / std::sin(22.5f * 3.14159f / 180.f));
+  EXPECT_LT(d, 10.f);
+}
+
+TEST_F(ImportApi, FailedImportsNameTheFileAndLeaveNothingBehind) {
+  struct Case {
+    const char* name;
+    std::string path;
+    const void* options;
+    ZvrStatus status;
+    const char* words;
+  };
+  const std::string truncated = ::testing::TempDir() + "/truncated.glb";
+  {
+    std::vector<uint8_t> b = fileBytes(kScenes + "BoxTextured/BoxTextured.glb");
+    std::ofstream(truncated, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size() / 2));
+  }
+  const std::string badPng = ::testing::TempDir() + "/badpng.glb";
+  {
+    // Overwrite the embedded PNG's signature: the container is intact, the image is not.
+    std::vector<uint8_t> b = fileBytes(kScenes + "BoxTextured/BoxTextured.glb");
+    for (size_t i = 0; i + 4 < b.size(); ++i)
+      if (std::memcmp(&b[i], "\x89PNG", 4) == 0) std::memset(&b[i], 'x', 16);
+    std::ofstream(badPng, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
+  }
+  int dummy = 0;
+  const Case cases[] = {
+      {"missing file", "/nonexistent/scene.glb", nullptr, ZVR_ERROR_IO, "scene.glb: does not exist"},
+      {"truncated container", truncated, nullptr, ZVR_ERROR_IO, "truncated.glb: declares a length"},
+      {"undecodable texture", badPng, nullptr, ZVR_ERROR_IO, "badpng.glb: decoding image 0"},
+      {"options given", kScenes + "Box/Box.glb", &dummy, ZVR_ERROR_UNSUPPORTED, "not supported"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ZvrScene s = nullptr;
+    EXPECT_EQ(zvrsImport(c.path.c_str(), context, materialSystem, &s, 0, c.options), c.status);
+    EXPECT_EQ(s, nullptr);
+    EXPECT_NE(lastError().find(c.words), std::string::npos) << lastError();
+    for (ZvrContextInfo key : {ZVR_CONTEXT_LIST_CREATED_SHAPES, ZVR_CONTEXT_LIST_CREATED_IMAGES,
+                               ZVR_CONTEXT_LIST_CREATED_MATERIALNODES, ZVR_CONTEXT_LIST_CREATED_SCENES})
+      EXPECT_TRUE(liveObjects(key).empty()) << "a failed import left objects of list key " << key;
+  }
+  EXPECT_EQ(zvrsImport(nullptr, context, materialSystem, &scene, 0, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrsImport((kScenes + "Box/Box.glb").c_str(), nullptr, materialSystem, &scene, 0, nullptr), ZVR_ERROR_INVALID_OBJECT);
+  EXPECT_EQ(zvrsImport((kScenes + "Box/Box.glb").c_str(), context, context, &scene, 0, nullptr), ZVR_ERROR_INVALID_OBJECT);
+}
+
+TEST_F(ImportApi, ParametersByNameReachTheirKeys) {
+  struct Case {
+    const char* name;
+    ZvrContextInfo key;
+    bool isFloat;
+    float value;
+  };
+  const Case cases[] = {
+      {"displaygamma", ZVR_CONTEXT_DISPLAY_GAMMA, true, 1.8f},
+      {"texturegamma", ZVR_CONTEXT_TEXTURE_GAMMA, true, 2.2f},
+      {"mipmaplodoffset", ZVR_CONTEXT_MIPMAP_LOD_OFFSET, true, -0.5f},
+      {"maxdepth.shadow", ZVR_CONTEXT_MAX_DEPTH_SHADOW, false, 3},
+      {"maxdepth.diffuse", ZVR_CONTEXT_MAX_DEPTH_DIFFUSE, false, 4},
+      {"maxdepth.glossy", ZVR_CONTEXT_MAX_DEPTH_GLOSSY, false, 5},
+      {"maxdepth.refraction", ZVR_CONTEXT_MAX_DEPTH_REFRACTION, false, 6},
+      {"maxdepth.refraction.glossy", ZVR_CONTEXT_MAX_DEPTH_REFRACTION_GLOSSY, false, 7},
+      {"ooctexcache", ZVR_CONTEXT_OOC_TEXTURE_CACHE, false, 512},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.isFloat) {
+      ASSERT_EQ(zvrContextSetParameter1f(context, c.name, c.value), 0) << lastError();
+      float got = 0;
+      ASSERT_EQ(zvrContextGetInfo(context, c.key, sizeof got, &got, nullptr), 0);
+      EXPECT_EQ(got, c.value);
+      EXPECT_EQ(zvrContextSetParameter1u(context, c.name, 1), ZVR_ERROR_INVALID_ARGUMENT);
+    } else {
+      ASSERT_EQ(zvrContextSetParameter1u(context, c.name, uint32_t(c.value)), 0) << lastError();
+      uint32_t got = 0;
+      ASSERT_EQ(zvrContextGetInfo(context, c.key, sizeof got, &got, nullptr), 0);
+      EXPECT_EQ(got, uint32_t(c.value));
+      EXPECT_EQ(zvrContextSetParameter1f(context, c.name, 1.f), ZVR_ERROR_INVALID_ARGUMENT);
+    }
+  }
+  EXPECT_EQ(zvrContextSetParameter1u(context, "maxdepth.bogus", 1), ZVR_ERROR_UNKNOWN_KEY);
+  EXPECT_NE(lastError().find("\"maxdepth.bogus\""), std::string::npos) << lastError();
+  EXPECT_EQ(zvrContextSetParameter1f(context, "DisplayGamma", 1.f), ZVR_ERROR_UNKNOWN_KEY);
+}
+
+}  // namespace
+}  // namespace zvr::testing
