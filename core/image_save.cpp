@@ -5,6 +5,7 @@
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfOutputFile.h>
 #include <OpenImageIO/imageio.h>
+#include <Imath/half.h>
 
 #include <algorithm>
 #include <cctype>
@@ -125,22 +126,28 @@ void saveMultilayerExr(const std::vector<const FrameBuffer*>& frameBuffers, cons
     pixels.push_back(fb.read());
   }
 
+  // The slices hold the file's own pixel type: OpenEXR does not convert float to half on write.
   const Imf::PixelType fileType = exrFloat32 ? Imf::FLOAT : Imf::HALF;
+  std::vector<std::vector<Imath::half>> halves;
+  if (!exrFloat32)
+    for (const std::vector<float>& layer : pixels) halves.emplace_back(layer.begin(), layer.end());
   Imf::Header header(static_cast<int>(width), static_cast<int>(height));
   Imf::FrameBuffer slices;
-  const size_t xStride = 4 * sizeof(float), yStride = xStride * width;
+  const size_t valueSize = exrFloat32 ? sizeof(float) : sizeof(Imath::half);
+  const size_t xStride = 4 * valueSize, yStride = xStride * width;
   static const char* const kChannels[4] = {"R", "G", "B", "A"};
-  auto addLayer = [&](const std::string& prefix, std::vector<float>& data) {
+  auto addLayer = [&](const std::string& prefix, size_t index) {
+    char* base = exrFloat32 ? reinterpret_cast<char*>(pixels[index].data()) : reinterpret_cast<char*>(halves[index].data());
     for (int c = 0; c < 4; ++c) {
       const std::string channel = prefix + kChannels[c];
       header.channels().insert(channel, Imf::Channel(fileType));
-      slices.insert(channel, Imf::Slice(Imf::FLOAT, reinterpret_cast<char*>(data.data() + c), xStride, yStride));
+      slices.insert(channel, Imf::Slice(fileType, base + c * valueSize, xStride, yStride));
     }
   };
   for (size_t i = 0; i < frameBuffers.size(); ++i) {
     const std::string name = frameBuffers[i]->name().empty() ? "layer" + std::to_string(i) : frameBuffers[i]->name();
-    addLayer(name + ".", pixels[i]);
-    if (name == "color") addLayer("", pixels[i]);
+    addLayer(name + ".", i);
+    if (name == "color") addLayer("", i);
   }
   writeAtomically(path, [&](const std::string& temporary) {
     Imf::OutputFile file(temporary.c_str(), header);
