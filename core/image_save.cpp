@@ -114,8 +114,8 @@ void saveMultilayerExr(const std::vector<const FrameBuffer*>& frameBuffers, cons
   std::set<std::string> names;
   std::vector<std::vector<float>> pixels;
   for (size_t i = 0; i < frameBuffers.size(); ++i) {
+    // A deep framebuffer also holds the flat sums, which is what a layer of this file carries.
     const FrameBuffer& fb = *frameBuffers[i];
-    checkSavable(fb, path);
     if (fb.width() != width || fb.height() != height)
       fail(ZVR_ERROR_INVALID_ARGUMENT, path + ": framebuffer " + std::to_string(i) + " is " + std::to_string(fb.width()) +
                                            "x" + std::to_string(fb.height()) + ", the first is " + std::to_string(width) +
