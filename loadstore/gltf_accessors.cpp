@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <type_traits>
 
 #include "load_error.h"
 
@@ -131,7 +132,46 @@ void AccessorReader::readRaw(int index, std::vector<double>* out, int* component
   }
 }
 
+// Dense float and unsigned integer data skips the per-component conversion through double:
+// it is most of the bytes of a large scene.
+template <typename Source, typename Target>
+static bool readDirect(const tinygltf::Model& model, const tinygltf::Accessor& a, int comps, std::vector<Target>* out) {
+  if (a.sparse.isSparse || a.normalized || a.bufferView < 0 || size_t(a.bufferView) >= model.bufferViews.size()) return false;
+  const tinygltf::BufferView& view = model.bufferViews[a.bufferView];
+  if (view.buffer < 0 || size_t(view.buffer) >= model.buffers.size()) return false;
+  const std::vector<unsigned char>& data = model.buffers[view.buffer].data;
+  const size_t elementSize = sizeof(Source) * size_t(comps);
+  const size_t stride = view.byteStride ? view.byteStride : elementSize;
+  if (view.byteOffset > data.size() || view.byteLength > data.size() - view.byteOffset) return false;
+  if (a.count == 0) {
+    out->clear();
+    return true;
+  }
+  const unsigned __int128 last = (unsigned __int128)a.byteOffset + (unsigned __int128)stride * (a.count - 1) + elementSize;
+  if (last > view.byteLength) return false;  // the checked path reports it
+  out->resize(a.count * size_t(comps));
+  const unsigned char* base = data.data() + view.byteOffset + a.byteOffset;
+  if (std::is_same_v<Source, Target> && stride == elementSize) {
+    std::memcpy(out->data(), base, out->size() * sizeof(Target));
+    return true;
+  }
+  Target* dst = out->data();
+  for (size_t i = 0; i < a.count; ++i) {
+    const unsigned char* p = base + i * stride;
+    for (int c = 0; c < comps; ++c) {
+      Source v;
+      std::memcpy(&v, p + c * sizeof(Source), sizeof(Source));
+      *dst++ = Target(v);
+    }
+  }
+  return true;
+}
+
 std::vector<float> AccessorReader::readFloats(int accessor, int expectedComponents) const {
+  if (components(accessor) == expectedComponents && model_.accessors[accessor].componentType == TINYGLTF_COMPONENT_TYPE_FLOAT) {
+    std::vector<float> direct;
+    if (readDirect<float>(model_, model_.accessors[accessor], expectedComponents, &direct)) return direct;
+  }
   std::vector<double> raw;
   int comps = 0;
   readRaw(accessor, &raw, &comps);
@@ -147,6 +187,14 @@ std::vector<uint32_t> AccessorReader::readIndices(int accessor) const {
   if (type != TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE && type != TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT &&
       type != TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT)
     fail("accessor " + std::to_string(accessor) + " holds indices of a non-integer type");
+  if (components(accessor) == 1) {
+    std::vector<uint32_t> direct;
+    const tinygltf::Accessor& a = model_.accessors[accessor];
+    if (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT ? readDirect<uint32_t>(model_, a, 1, &direct)
+        : type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT ? readDirect<uint16_t>(model_, a, 1, &direct)
+                                                          : readDirect<uint8_t>(model_, a, 1, &direct))
+      return direct;
+  }
   std::vector<double> raw;
   int comps = 0;
   readRaw(accessor, &raw, &comps);
