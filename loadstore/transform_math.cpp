@@ -96,6 +96,8 @@ bool decomposeMatrix(const Matrix4& m, Trs* out) {
     q[1] = (c[2][1] + c[1][2]) / k;
     q[2] = 0.25f * k;
   }
+  if (q[3] < 0)  // one of the two equal quaternions, so equal matrices give equal blocks
+    for (float& c : q) c = -c;
   normalizeQuaternion(q);
   out->translation = {m[12], m[13], m[14]};
   out->rotation = {q[0], q[1], q[2], q[3]};
