@@ -82,6 +82,14 @@ TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
        "accessor 7 does not exist"},
       {"float indices", "Cameras/Cameras.gltf",
        editCamerasJson([](nlohmann::json& j) { j["accessors"][0]["componentType"] = 5126; }), nullptr, "non-integer"},
+      {"4 GB buffer declared", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) { j["buffers"][0]["byteLength"] = 4294967295u; }), nullptr, "Cameras.gltf: "},
+      {"huge accessor without data", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) {
+         j["accessors"][1].erase("bufferView");
+         j["accessors"][1]["count"] = 1u << 30;
+       }),
+       nullptr, "declares 1073741824 elements without data"},
       {"node cycle", "Cameras/Cameras.gltf",
        editCamerasJson([](nlohmann::json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
       {"missing buffer file", "Cameras/Cameras.gltf", nullptr,
