@@ -106,6 +106,7 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   Film film(request.targets, request.width, request.height, params.indexColors);
   uint32_t threads = params.threadCount > 0 ? params.threadCount : uint32_t(tbb::this_task_arena::max_concurrency());
 
+  raysTraced_ = 0;
   for (uint32_t i = 0; i < request.iterations; ++i) {
     if (request.host->abortRequested()) break;
     auto start = std::chrono::steady_clock::now();
@@ -130,6 +131,7 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
   uint32_t sampleLow = uint32_t(sampleIndex), sampleHigh = uint32_t(sampleIndex >> 32);
   auto body = [&](const tbb::blocked_range2d<uint32_t>& range) {
     SampleResult result;
+    uint64_t rays = 0;
     for (uint32_t y = range.rows().begin(); y < range.rows().end(); ++y)
       for (uint32_t x = range.cols().begin(); x < range.cols().end(); ++x) {
         uint32_t seed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, x), y), sampleHigh);
@@ -138,7 +140,9 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
         FilterSampler::Sample fs = filter.sample(u.first, u.second);
         integrator.trace(float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy, sampler, result);
         film.addSample(x, y, fs.weight, result);
+        rays += result.rays;
       }
+    raysTraced_ += rays;
   };
   tbb::task_arena arena(int(std::max(1u, threads)));
   arena.execute([&] {

@@ -2,6 +2,7 @@
 // iterations over tiles on a thread arena; a family supplies its integrator choice and filters.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,6 +19,8 @@ class KernelPlugin : public RenderPlugin {
   KernelPlugin();
   ~KernelPlugin() override;
   int32_t render(const RenderRequest& request, std::string* error) override;
+  // Rays traced by the last render call (camera, bounce, shadow and AO rays).
+  uint64_t raysTraced() const { return raysTraced_.load(); }
 
  protected:
   virtual IntegratorSettings integratorSettings(const RenderParams& params, const std::vector<AovTarget>& targets) const = 0;
@@ -40,6 +43,7 @@ class KernelPlugin : public RenderPlugin {
   RTCDevice device_ = nullptr;
   DeviceErrors errors_;
   std::unique_ptr<Scene> scene_;
+  mutable std::atomic<uint64_t> raysTraced_{0};
   LightSet lights_;
   bool lightsBuilt_ = false;
   uint64_t lightRevision_ = 0, lightSceneVersion_ = 0;

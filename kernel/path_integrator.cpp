@@ -36,9 +36,10 @@ Vec3 PathIntegrator::clampContribution(Vec3 c) const {
 }
 
 // Visibility of a light: 0 behind opaque geometry, partial through alpha-blended surfaces.
-Vec3 PathIntegrator::transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng) const {
+Vec3 PathIntegrator::transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng, uint32_t& rays) const {
   float shorten = distance < 1e29f ? 2 * epsilon_ : 0;
   Ray ray = spawn(from, ng, dir, std::max(0.0f, distance - shorten));
+  ++rays;
   if (scene_.allOpaque()) return scene_.occluded(ray) ? Vec3(0) : Vec3(1);
   float visibility = 1;
   for (uint32_t passes = 0;; ++passes) {
@@ -51,10 +52,12 @@ Vec3 PathIntegrator::transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng)
     if (visibility <= 0) return Vec3(0);
     float remaining = ray.tMax - hit.t;
     ray = spawn(hit.p, hit.ng, dir, remaining);
+    ++rays;
   }
 }
 
-float PathIntegrator::ambientOcclusion(const SurfaceHit& hit, Vec3 n, Sampler& sampler) const {
+float PathIntegrator::ambientOcclusion(const SurfaceHit& hit, Vec3 n, Sampler& sampler, uint32_t& rays) const {
+  ++rays;
   auto u = sampler.get2D();
   Frame f(n);
   Vec3 dir = f.toWorld(squareToCosineHemisphere(u.first, u.second));
@@ -88,6 +91,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
 
   for (;;) {
     SurfaceHit hit;
+    ++out.rays;
     if (!scene_.intersect(ray, hit)) {
       Vec3 le = lights_.environment(ray.direction);
       if (!isBlack(le)) {
@@ -141,7 +145,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
         SurfaceHit aoHit = hit;
         aoHit.ng = ng;
         Sampler aoSampler = sampler.fork(1);
-        out.ao = ambientOcclusion(aoHit, n, aoSampler);
+        out.ao = ambientOcclusion(aoHit, n, aoSampler, out.rays);
       }
       if (settings_.mode == IntegratorMode::AmbientOcclusion) {
         out.direct[kLobeDiffuse] = Vec3(out.ao);
@@ -178,7 +182,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
         BsdfEval e = bsdf.eval(ls.wi);
         Vec3 f = e.total();
         if (!isBlack(f)) {
-          Vec3 vis = transmittance(hit.p, ls.wi, ls.distance, hit.ng);
+          Vec3 vis = transmittance(hit.p, ls.wi, ls.distance, hit.ng, out.rays);
           if (!isBlack(vis)) {
             float w = ls.delta ? 1.0f : powerHeuristic(ls.pdf, e.pdf);
             Vec3 scale = beta * ls.radiance * vis * (w / ls.pdf);

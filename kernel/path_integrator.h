@@ -29,6 +29,7 @@ struct SampleResult {
   float uv[2] = {0, 0};
   float depth = 0, ao = 0;
   uint32_t materialId = 0, objectId = 0, meshId = 0, groupId = 0;
+  uint32_t rays = 0;  // rays traced for this sample, for throughput statistics
 };
 
 class PathIntegrator {
@@ -39,8 +40,8 @@ class PathIntegrator {
   void trace(float filmX, float filmY, Sampler& sampler, SampleResult& out) const;
 
  private:
-  Vec3 transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng) const;
-  float ambientOcclusion(const SurfaceHit& hit, Vec3 n, Sampler& sampler) const;
+  Vec3 transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng, uint32_t& rays) const;
+  float ambientOcclusion(const SurfaceHit& hit, Vec3 n, Sampler& sampler, uint32_t& rays) const;
   Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance = 1e30f) const;
   Vec3 clampContribution(Vec3 c) const;
 
