@@ -55,9 +55,10 @@ void Context::destroy(Object* object) {
 }
 
 void Context::forgetReferences(Object* dying) {
-  auto dropFrom = [](auto& list, auto* item) {
+  // Compared as Object pointers: `dying` may be of any kind, so it is never cast down.
+  auto dropFrom = [dying](auto& list) {
     size_t before = list.size();
-    list.erase(std::remove(list.begin(), list.end(), item), list.end());
+    list.erase(std::remove_if(list.begin(), list.end(), [dying](Object* item) { return item == dying; }), list.end());
     return list.size() != before;
   };
   for (const auto& owned : objects_) {
@@ -65,14 +66,14 @@ void Context::forgetReferences(Object* dying) {
     switch (object->kind()) {
       case ZVR_OBJECT_SCENE: {
         auto* scene = static_cast<Scene*>(object);
-        if (dropFrom(scene->shapes, static_cast<Shape*>(dying))) ++revisions.geometry;
-        if (dropFrom(scene->lights, static_cast<Light*>(dying))) ++revisions.light;
-        if (scene->camera == dying) scene->camera = nullptr;
+        if (dropFrom(scene->shapes)) ++revisions.geometry;
+        if (dropFrom(scene->lights)) ++revisions.light;
+        if (static_cast<Object*>(scene->camera) == dying) scene->camera = nullptr;
         break;
       }
       case ZVR_OBJECT_SHAPE: {
         auto* shape = static_cast<Shape*>(object);
-        if (shape->material == dying) {
+        if (static_cast<Object*>(shape->material) == dying) {
           shape->material = nullptr;
           ++revisions.material;
         }
@@ -80,7 +81,7 @@ void Context::forgetReferences(Object* dying) {
       }
       case ZVR_OBJECT_LIGHT: {
         auto* light = static_cast<Light*>(object);
-        if (light->image == dying) light->image = nullptr;  // the pixels stay shared with the light
+        if (static_cast<Object*>(light->image) == dying) light->image = nullptr;  // the pixels stay shared with the light
         break;
       }
       case ZVR_OBJECT_MATERIAL_NODE:
@@ -89,8 +90,8 @@ void Context::forgetReferences(Object* dying) {
       default: break;
     }
   }
-  if (scene == dying) scene = nullptr;
-  dropFrom(postEffects, static_cast<PostEffect*>(dying));
+  if (static_cast<Object*>(scene) == dying) scene = nullptr;
+  dropFrom(postEffects);
   for (auto it = aovs.begin(); it != aovs.end();) {
     if (static_cast<Object*>(it->second) == dying)
       it = aovs.erase(it);

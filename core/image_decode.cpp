@@ -55,6 +55,19 @@ const char* nameForSignature(const unsigned char* b, size_t n) {
   return nullptr;
 }
 
+// A cut-off PNG or JPEG makes the decoder jump out of its own cleanup; refuse it at the door.
+void checkComplete(const unsigned char* b, size_t n, const std::string& name) {
+  static const unsigned char kPngEnd[8] = {'I', 'E', 'N', 'D', 0xae, 0x42, 0x60, 0x82};
+  if (name == "memory.png" && (n < 8 + 12 || std::memcmp(b + n - 8, kPngEnd, 8) != 0))
+    fail(ZVR_ERROR_IO, "encoded PNG image in memory (" + std::to_string(n) + " bytes) is truncated: it does not end with IEND");
+  if (name == "memory.jpg") {
+    size_t end = n;
+    while (end > 2 && b[end - 1] == 0) --end;  // some writers pad after the end marker
+    if (end < 4 || b[end - 2] != 0xff || b[end - 1] != 0xd9)
+      fail(ZVR_ERROR_IO, "encoded JPEG image in memory (" + std::to_string(n) + " bytes) is truncated: it does not end with EOI");
+  }
+}
+
 std::shared_ptr<const zvr::ImageData> readAll(OIIO::ImageInput& input, const std::string& what, uint32_t colorSpace) {
   const OIIO::ImageSpec& spec = input.spec();
   if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0)
@@ -118,6 +131,7 @@ std::shared_ptr<const zvr::ImageData> imageFromMemory(const void* bytes, size_t 
   if (!bytes || size == 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "encoded image bytes are null or empty");
   const char* name = nameForSignature(static_cast<const unsigned char*>(bytes), size);
   if (!name) fail(ZVR_ERROR_IO, "encoded image in memory (" + std::to_string(size) + " bytes) has no known file signature");
+  checkComplete(static_cast<const unsigned char*>(bytes), size, name);
   OIIO::Filesystem::IOMemReader reader(bytes, size);
   auto input = OIIO::ImageInput::open(name, nullptr, &reader);
   const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";

@@ -328,6 +328,7 @@ TEST(CoreObjects, ImagesFromPixelsFilesAndMemory) {
   EXPECT_EQ(zvrContextCreateImageFromMemory(context, garbage, sizeof garbage, 0, &fromMemory), ZVR_ERROR_IO);
   bytes.resize(bytes.size() / 2);
   EXPECT_EQ(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size(), 0, &fromMemory), ZVR_ERROR_IO);
+  EXPECT_NE(lastError(context).find("truncated"), std::string::npos) << lastError(context);
   const std::string missing = folder + "/missing.png";
   EXPECT_EQ(zvrContextCreateImageFromFile(context, missing.c_str(), 0, &fromFile), ZVR_ERROR_IO);
   EXPECT_NE(lastError(context).find(missing), std::string::npos) << lastError(context);

@@ -216,9 +216,11 @@ TEST_F(CoreRender, PluginRefusalsCarryThePluginsText) {
 
 TEST(CoreTrace, EveryCallIsOneLineWithItsArgumentsAndStatus) {
   const std::string path = core_test::makeTempFolder() + "/trace.log";
+  const int32_t plugin = core_test::testPluginId();  // registered before tracing starts
+  ASSERT_GE(plugin, 0);
   setenv("ZVR_TRACE", path.c_str(), 1);
   {
-    ScopedContext context(ZVR_CREATION_FLAGS_ENABLE_CPU, {core_test::testPluginId()});
+    ScopedContext context(ZVR_CREATION_FLAGS_ENABLE_CPU, {plugin});
     zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 4);
     zvrContextSetParameterByKey1f(context, ZVR_CONTEXT_DISPLAY_GAMMA, 2.4f);
     zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, "a \"b\".ocio");
