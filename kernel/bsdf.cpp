@@ -64,6 +64,10 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
   float ior = m_.ior >= 1.0f ? m_.ior : 1.5f;
   m_.ior = ior;
   eta_ = volume_ ? (outside ? ior : 1 / ior) : ior;
+  specular_ = clamp01(m_.specular);
+  f0_ = fresnelDielectric(1, eta_);
+  tintedF0_ = Vec3(std::min(1.0f, f0_ * m_.specularColor.x), std::min(1.0f, f0_ * m_.specularColor.y),
+                   std::min(1.0f, f0_ * m_.specularColor.z));
   alpha_ = roughnessToAlpha(std::max(clamp01(m_.roughness), minRoughness));
   coatAlpha_ = roughnessToAlpha(std::max(clamp01(m_.clearcoatRoughness), minRoughness));
   sheenAlpha_ = std::max(0.07f, sqr(clamp01(m_.sheenRoughness)));
@@ -91,24 +95,21 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
               (weights_[kCoatLobe] > 0 && coatAlpha_ >= kDeltaAlpha);
 }
 
+// The dielectric's reflectance with the specular colour tinting normal incidence only.
+Vec3 Bsdf::dielectricFresnel(float cosH) const {
+  if (specular_ <= 0) return Vec3(0);
+  float f = fresnelDielectric(cosH, eta_);
+  float w = f0_ < 1 ? clamp01((f - f0_) / (1 - f0_)) : 1;
+  return (tintedF0_ * (1 - w) + Vec3(w)) * specular_;
+}
+
 float Bsdf::dielectricReflectance(float cosH) const {
-  return maxComponent((1 - m_.metallic) > 0 ? [&] {
-    float f = fresnelDielectric(cosH, eta_), f0 = fresnelDielectric(1, eta_);
-    float w = f0 < 1 ? clamp01((f - f0) / (1 - f0)) : 1;
-    Vec3 tinted(std::min(1.0f, f0 * m_.specularColor.x), std::min(1.0f, f0 * m_.specularColor.y),
-                std::min(1.0f, f0 * m_.specularColor.z));
-    return (tinted * (1 - w) + Vec3(w)) * clamp01(m_.specular);
-  }() : Vec3(0));
+  return m_.metallic < 1 ? maxComponent(dielectricFresnel(cosH)) : 0;
 }
 
 Vec3 Bsdf::reflectFresnel(float cosH) const {
-  float f = fresnelDielectric(cosH, eta_), f0 = fresnelDielectric(1, eta_);
-  float w = f0 < 1 ? clamp01((f - f0) / (1 - f0)) : 1;
-  Vec3 tinted(std::min(1.0f, f0 * m_.specularColor.x), std::min(1.0f, f0 * m_.specularColor.y),
-              std::min(1.0f, f0 * m_.specularColor.z));
-  Vec3 dielectric = (tinted * (1 - w) + Vec3(w)) * clamp01(m_.specular);
-  Vec3 metal = fresnelSchlick(m_.baseColor, cosH);
-  return metal * m_.metallic + dielectric * (1 - m_.metallic);
+  Vec3 metal = m_.metallic > 0 ? fresnelSchlick(m_.baseColor, cosH) : Vec3(0);
+  return metal * m_.metallic + dielectricFresnel(cosH) * (1 - m_.metallic);
 }
 
 Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) const {

@@ -59,13 +59,15 @@ class Bsdf {
  private:
   enum Lobe { kDiffuseLobe, kReflectLobe, kRefractLobe, kCoatLobe, kSheenLobe, kLobeCount };
   Vec3 reflectFresnel(float cosH) const;
+  Vec3 dielectricFresnel(float cosH) const;
   float dielectricReflectance(float cosH) const;
   Vec3 evalLobe(int lobe, Vec3 woL, Vec3 wiL, Vec3 woC, Vec3 wiC, float* pdf) const;
   Frame frame_, coatFrame_;
   Vec3 ng_, wo_, woLocal_, woCoat_;
   MaterialSample m_;
   Vec3 diffuseColor_;
-  float alpha_, coatAlpha_, eta_, baseScale_, sheenAlpha_;
+  float alpha_, coatAlpha_, eta_, baseScale_, sheenAlpha_, specular_, f0_;
+  Vec3 tintedF0_;
   bool volume_, nonDelta_;
   float weights_[kLobeCount] = {};
 };

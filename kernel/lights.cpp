@@ -101,15 +101,21 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     const ShapeRecord& rec = shapes[s];
     if (!rec.attached || !rec.material || !rec.material->emissive) continue;
     const MaterialData& m = *rec.material->data;
-    float lum = luminance(Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * m.emissiveStrength);
+    Vec3 emission = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * m.emissiveStrength;
+    float lum = luminance(emission);
+    bool textured = rec.material->textures[kTexEmissive] != nullptr;
     firstTriangleEntry_[s] = int64_t(entries_.size());
     for (uint32_t t = 0; t < rec.triangleCount; ++t) {
-      Vec3 p, n;
-      float area = 0;
-      scene.trianglePoint(s, t, 1.0f / 3, 1.0f / 3, p, n, area);
+      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured};
+      const uint32_t* idx = &rec.mesh->indices[3 * t];
+      tri.p0 = rec.positions[idx[0]];
+      tri.e1 = rec.positions[idx[1]] - tri.p0;
+      tri.e2 = rec.positions[idx[2]] - tri.p0;
+      Vec3 p;
+      scene.trianglePoint(s, t, 1.0f / 3, 1.0f / 3, p, tri.normal, tri.area);
       entries_.push_back({Kind::Triangle, uint32_t(triangles_.size())});
-      triangles_.push_back({s, t});
-      power.push_back(2 * kPi * area * lum);
+      triangles_.push_back(tri);
+      power.push_back(2 * kPi * tri.area * lum);
     }
   }
   distribution_ = Distribution1D(std::move(power));
@@ -149,16 +155,16 @@ float LightSet::environmentPdf(Vec3 dir) const {
   return pdf;
 }
 
-float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const {
+float LightSet::trianglePdf(const Scene&, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const {
   if (shape >= firstTriangleEntry_.size() || firstTriangleEntry_[shape] < 0) return 0;
-  Vec3 p, n;
-  float area = 0;
-  scene.trianglePoint(shape, prim, 0, 0, p, n, area);
+  size_t entry = size_t(firstTriangleEntry_[shape]) + prim;
+  if (entry >= entries_.size()) return 0;
+  float area = triangles_[entries_[entry].index].area;
   Vec3 d = lightPoint - ref;
   float dist2 = dot(d, d);
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
   if (area <= 0 || cosL <= 0) return 0;
-  return distribution_.pmf(size_t(firstTriangleEntry_[shape]) + prim) * dist2 / (area * cosL);
+  return distribution_.pmf(entry) * dist2 / (area * cosL);
 }
 
 bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const {
@@ -230,21 +236,23 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       const Triangle& t = triangles_[e.index];
       float b1, b2;
       squareToTriangle(u1, u2, b1, b2);
-      SurfaceHit hit;
-      scene.fillSurface(t.shape, t.prim, b1, b2, hit);
-      float area = 0;
-      Vec3 p, n;
-      scene.trianglePoint(t.shape, t.prim, b1, b2, p, n, area);
+      Vec3 p = t.p0 + t.e1 * b1 + t.e2 * b2;
       Vec3 d = p - ref;
       float dist2 = dot(d, d);
-      if (dist2 <= 0 || area <= 0) return false;
+      if (dist2 <= 0 || t.area <= 0) return false;
       out.distance = std::sqrt(dist2);
       out.wi = d / out.distance;
-      float cosL = std::fabs(dot(n, out.wi));
+      float cosL = std::fabs(dot(t.normal, out.wi));
       if (cosL <= 1e-7f) return false;
-      hit.footprint = 0;
-      out.radiance = surfaceEmission(scene, hit);
-      out.pdf = pmf * dist2 / (area * cosL);
+      if (t.textured) {
+        SurfaceHit hit;
+        scene.fillSurface(t.shape, t.prim, b1, b2, hit);
+        hit.footprint = 0;
+        out.radiance = surfaceEmission(scene, hit);
+      } else {
+        out.radiance = t.emission;
+      }
+      out.pdf = pmf * dist2 / (t.area * cosL);
       return true;
     }
   }

@@ -52,6 +52,10 @@ class LightSet {
   };
   struct Triangle {
     uint32_t shape, prim;
+    Vec3 p0, e1, e2, normal;
+    float area;
+    Vec3 emission;   // constant emission, used when the material has no emissive texture
+    bool textured;
   };
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
   float environmentDirectionPdf(const Environment& env, Vec3 dir) const;

@@ -26,16 +26,38 @@ uint32_t nestedUniformScramble(uint32_t x, uint32_t seed) {
 
 // The first two Sobol dimensions: van der Corput, and the Pascal-matrix dimension.
 uint32_t sobol0(uint32_t index) { return reverseBits(index); }
+// The generator matrix applied a byte at a time: scrambled indices use all 32 bits.
+struct Sobol1Tables {
+  uint32_t byByte[4][256];
+  Sobol1Tables() {
+    uint32_t v[32];
+    v[0] = 1u << 31;
+    for (int i = 1; i < 32; ++i) v[i] = v[i - 1] ^ (v[i - 1] >> 1);
+    for (int b = 0; b < 4; ++b)
+      for (uint32_t x = 0; x < 256; ++x) {
+        uint32_t r = 0;
+        for (int bit = 0; bit < 8; ++bit)
+          if (x & (1u << bit)) r ^= v[8 * b + bit];
+        byByte[b][x] = r;
+      }
+  }
+};
+const Sobol1Tables kSobol1;
+
 uint32_t sobol1(uint32_t index) {
-  uint32_t result = 0, v = 1u << 31;
-  for (; index; index >>= 1, v ^= v >> 1)
-    if (index & 1) result ^= v;
-  return result;
+  return kSobol1.byByte[0][index & 0xff] ^ kSobol1.byByte[1][(index >> 8) & 0xff] ^
+         kSobol1.byByte[2][(index >> 16) & 0xff] ^ kSobol1.byByte[3][index >> 24];
 }
 
 float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f); }
 
 }  // namespace
+
+float Sampler::get1D() {
+  uint32_t dimSeed = hashCombine(seed_, dimension_++);
+  uint32_t shuffled = nestedUniformScramble(index_, dimSeed);
+  return toUnit(nestedUniformScramble(sobol0(shuffled), hashCombine(dimSeed, 0x68bc21ebu)));
+}
 
 Sampler::Pair Sampler::get2D() {
   uint32_t dimSeed = hashCombine(seed_, dimension_++);

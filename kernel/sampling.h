@@ -25,7 +25,7 @@ inline uint32_t hashCombine(uint32_t seed, uint32_t v) {
 class Sampler {
  public:
   Sampler(uint32_t pixelSeed, uint32_t sampleIndex) : seed_(pixelSeed), index_(sampleIndex) {}
-  float get1D() { return get2D().first; }
+  float get1D();
   struct Pair {
     float first, second;
   };
