@@ -1,0 +1,155 @@
+// Output elements made from the "aovs" block against the real core: order, names, formats and
+// the cryptomatte check.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "engine_fixture.h"
+#include "output_elements.h"
+
+namespace {
+
+using OutputElements = EngineTest;
+
+struct ElementCase {
+  const char* label;
+  const char* document;
+  std::vector<std::string> names;
+  std::vector<std::string> files;
+};
+
+TEST_F(OutputElements, SortedKnownNamesOnly) {
+  const ElementCase cases[] = {
+      {"no aovs block", R"({})", {}, {}},
+      {"null aovs block", R"({"aovs": null})", {}, {}},
+      {"one element", R"({"aovs": {"depth": "d.exr"}})", {"depth"}, {"d.exr"}},
+      {"sorted, not document order", R"({"aovs": {"uv": "u.exr", "depth": "d.exr", "normal": "n.png"}})",
+       {"depth", "normal", "uv"}, {"d.exr", "n.png", "u.exr"}},
+      {"unknown names skipped", R"({"aovs": {"diffuse": "x.png", "normal": "n.png", "Normal": "N.png"}})",
+       {"normal"}, {"n.png"}},
+  };
+  for (const ElementCase& c : cases) {
+    const picojson::value document = parse(c.document);
+    RenderSettings settings;
+    settings.framebufferDesc = {8, 4};
+    const std::vector<OutputElement> elements = createOutputElements(document, context_, settings);
+    ASSERT_EQ(elements.size(), c.names.size()) << c.label;
+    for (size_t i = 0; i < elements.size(); ++i) {
+      EXPECT_EQ(elements[i].name, c.names[i]) << c.label;
+      EXPECT_EQ(elements[i].fileNames, std::vector<std::string>{c.files[i]}) << c.label;
+      EXPECT_EQ(elements[i].layerName, c.files[i]) << c.label;
+      ASSERT_NE(elements[i].framebuffer, nullptr) << c.label;
+      ZvrFramebufferDesc desc = {0, 0};
+      ASSERT_EQ(zvrFrameBufferGetInfo(elements[i].framebuffer, ZVR_FRAMEBUFFER_DESC, sizeof(desc), &desc, nullptr), 0);
+      EXPECT_EQ(desc.width, 8u) << c.label;
+      EXPECT_EQ(desc.height, 4u) << c.label;
+      zvrObjectDelete(elements[i].framebuffer);
+    }
+  }
+}
+
+TEST_F(OutputElements, FramebuffersAreCreatedClearedAndBoundInOrder) {
+  RenderSettings settings;
+  settings.framebufferDesc = {4, 4};
+  settings.framebufferFormat.componentType = 2;  // overridden: data elements are always float
+  const std::vector<OutputElement> elements =
+      createOutputElements(parse(R"({"aovs": {"normal": "n.png", "depth": "d.exr"}})"), context_, settings);
+  ASSERT_EQ(elements.size(), 2u);
+
+  const std::vector<std::string> created = traceOf("zvrContextCreateFrameBuffer");
+  ASSERT_EQ(created.size(), 2u);
+  for (const std::string& line : created) EXPECT_TRUE(contains(line, "componentType=3")) << line;
+  const std::vector<std::string> bound = traceOf("zvrContextSetAOV");
+  ASSERT_EQ(bound.size(), 2u);
+  EXPECT_TRUE(contains(bound[0], "aov=7")) << bound[0];  // depth before normal
+  EXPECT_TRUE(contains(bound[1], "aov=6")) << bound[1];
+  EXPECT_EQ(traceOf("zvrFrameBufferClear").size(), 2u);
+  EXPECT_TRUE(traceOf("zvrContextSetAOVindicesLookup").empty());
+  for (const OutputElement& element : elements) zvrObjectDelete(element.framebuffer);
+}
+
+TEST_F(OutputElements, ColourTableInstalledOnRequest) {
+  RenderSettings settings;
+  settings.framebufferDesc = {4, 4};
+  settings.colorTable = 1;
+  EXPECT_TRUE(createOutputElements(parse("{}"), context_, settings).empty());
+  const std::vector<std::string> lookups = traceOf("zvrContextSetAOVindicesLookup");
+  ASSERT_EQ(lookups.size(), 1u);
+  EXPECT_TRUE(contains(lookups[0], "first=0, count=65536")) << lookups[0];
+  EXPECT_TRUE(contains(lookups[0], "-> 0")) << lookups[0];
+}
+
+TEST_F(OutputElements, WrongJsonTypesRaiseTheJsonLibraryError) {
+  const struct {
+    const char* label;
+    const char* document;
+  } cases[] = {
+      {"block not an object", R"({"aovs": 3})"},
+      {"plain entry not a string", R"({"aovs": {"depth": 1}})"},
+      {"lpe entry not an object", R"({"aovs": {"lpe0": "x.png"}})"},
+      {"lpe output not a string", R"({"aovs": {"lpe0": {"output": 1, "lpe": "CRL"}}})"},
+  };
+  RenderSettings settings;
+  settings.framebufferDesc = {4, 4};
+  for (const auto& c : cases) {
+    try {
+      createOutputElements(parse(c.document), context_, settings);
+      ADD_FAILURE() << c.label << ": no exception";
+    } catch (const std::runtime_error& error) {
+      EXPECT_TRUE(contains(error.what(), "type mismatch")) << c.label << ": " << error.what();
+    }
+  }
+}
+
+// Elements the plug-in cannot render end the run at binding; what was asked for before that is
+// read back from the trace the child process left.
+TEST_F(OutputElements, LpeEntryTakesOutputAndExpression) {
+  RenderSettings settings;
+  settings.framebufferDesc = {4, 4};
+  const picojson::value document = parse(R"({"aovs": {"lpe2": {"output": "l.png", "lpe": "C<RD>L"}}})");
+  EXPECT_EXIT(createOutputElements(document, context_, settings), ::testing::ExitedWithCode(1),
+              "ZVR context setting AOV failed\\.");
+  const std::vector<std::string> lpe = traceOf("zvrFrameBufferSetLPE");
+  ASSERT_EQ(lpe.size(), 1u);
+  EXPECT_TRUE(contains(lpe[0], "C<RD>L")) << lpe[0];
+  const std::vector<std::string> bound = traceOf("zvrContextSetAOV");
+  ASSERT_EQ(bound.size(), 1u);
+  EXPECT_TRUE(contains(bound[0], "aov=34")) << bound[0];
+}
+
+TEST_F(OutputElements, DeepColourUsesTheDeepComponentType) {
+  RenderSettings settings;
+  settings.framebufferDesc = {4, 4};
+  const picojson::value document = parse(R"({"aovs": {"deep.color": "deep.exr", "depth": "d.exr"}})");
+  EXPECT_EXIT(createOutputElements(document, context_, settings), ::testing::ExitedWithCode(1), "");
+  const std::vector<std::string> created = traceOf("zvrContextCreateFrameBuffer");
+  ASSERT_EQ(created.size(), 1u);  // deep.color sorts first and stops the run at binding
+  EXPECT_TRUE(contains(created[0], "componentType=5")) << created[0];
+}
+
+TEST_F(OutputElements, CryptomatteNeedsTheMultilayerFlag) {
+  const struct {
+    const char* label;
+    const char* document;
+    const char* expected;
+  } cases[] = {
+      {"flag 0 stops", R"({"multilayerexr": 0, "aovs": {"cryptomatte.mat0": "a.exr"}})",
+       "E000008: cryptomatte requires multi layer exr\\. please use \"multilayerexr\" : 0\nfile="},
+      {"flag absent stops", R"({"aovs": {"cryptomatte.obj3": "a.exr"}})", "E000008: cryptomatte requires"},
+      {"flag not a number stops", R"({"multilayerexr": "1", "aovs": {"cryptomatte.mat0": "a.exr"}})",
+       "E000008: cryptomatte requires"},
+      // With the flag set the entry goes on, to the binding that this plug-in refuses.
+      {"flag 1 goes on", R"({"multilayerexr": 1, "aovs": {"cryptomatte.mat0": "a.exr"}})",
+       "ZVR context setting AOV failed\\."},
+  };
+  RenderSettings settings;
+  settings.framebufferDesc = {4, 4};
+  for (const auto& c : cases) {
+    const picojson::value document = parse(c.document);
+    EXPECT_EXIT(createOutputElements(document, context_, settings), ::testing::ExitedWithCode(1), c.expected)
+        << c.label;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,126 @@
+// The statistics document, line by line, against the real core; only the memory figures, which
+// belong to the machine, are masked.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "engine_fixture.h"
+#include "statistics.h"
+
+namespace {
+
+using Statistics = EngineTest;
+
+std::string masked(const std::string& path) {
+  std::ifstream file(path);
+  std::stringstream text;
+  static const std::regex memory("^(\"(gpumem|sysmem)\\.[a-z.]+\": )[0-9]+\\.[0-9]{2},$");
+  static const std::regex gpu("^\"gpu[0-9]{2}\": \".*\",$");
+  for (std::string line; std::getline(file, line);) {
+    if (std::regex_match(line, gpu)) continue;  // device names answer only where devices exist
+    text << std::regex_replace(line, memory, "$1#,") << "\n";
+  }
+  return text.str();
+}
+
+OutputElement element(const char* name, std::vector<std::string> files) {
+  OutputElement e;
+  e.name = name;
+  e.fileNames = std::move(files);
+  return e;
+}
+
+TEST_F(Statistics, DocumentLineByLine) {
+  uint32_t pluginVersion = 0;
+  ASSERT_EQ(zvrContextGetInfo(context_, ZVR_CONTEXT_PLUGIN_VERSION, 4, &pluginVersion, nullptr), 0);
+  char versionLine[64];
+  std::snprintf(versionLine, sizeof(versionLine), "\"plugin.version\": \"0x%x\"\n", pluginVersion);
+
+  ZvrPostEffect normalization = nullptr, gamma = nullptr;
+  ASSERT_EQ(zvrContextCreatePostEffect(context_, 3, &normalization), 0);
+  ASSERT_EQ(zvrContextCreatePostEffect(context_, 4, &gamma), 0);
+
+  const std::string head =
+      "{\n\"input\": \"C:/scenes/box.glb\",\n\"output\": [\"a.png\", \"b.exr\"],\n\"gpumem.total.mb\": #,\n"
+      "\"gpumem.max.alloc.mb\": #,\n\"gpumem.usage.mb\": #,\n\"sysmem.usage.mb\": #,\n"
+      "\"render.time.ms\": 2500.00,\n\"render.time.first_iteration.ms\": 12.50,\n\"iteration\": 5,\n"
+      "\"width\": 8,\n\"height\": 4,\n";
+  const std::string tail = "\"version\": \"0x300106\",\n\"version.minor\": \"0x1f29f423\",\n" +
+                           std::string(versionLine) + "}\n";
+  const std::string tiles = "\"tilesize.width\": 8,\n\"tilesize.height\": 2,\n";
+  const struct {
+    const char* label;
+    std::vector<OutputElement> elements;
+    std::vector<PostEffectEntry> effects;
+    uint32_t tileHeight;
+    std::string body;
+  } cases[] = {
+      {"one element, one tile, no effects", {element("color", {"a.png", "b.exr"})}, {}, 4, ""},
+      {"two elements: the last is left out",
+       {element("color", {"a.png", "b.exr"}), element("depth", {"d.exr"})},
+       {},
+       4,
+       "\"aovs\": {\n  \"color\": [\"a.png\", \"b.exr\"]\n},\n"},
+      {"three elements, tiles",
+       {element("color", {"a.png"}), element("depth", {"d.exr"}), element("normal", {"n.png"})},
+       {},
+       2,
+       tiles + "\"aovs\": {\n  \"color\": [\"a.png\"],\n  \"depth\": [\"d.exr\"]\n},\n"},
+      {"post effects close their bracket on the last line",
+       {element("color", {"a.png"})},
+       {{normalization, true}, {gamma, false}},
+       4,
+       "\"posteffects\": [\n  \"normalization\",\n  \"gammacorrection\"],\n"},
+  };
+  for (const auto& c : cases) {
+    const std::string path = tempFile("stats.json");
+    picojson::object root;
+    root["output.json"] = picojson::value(path);
+    RenderSettings settings;
+    settings.iterations = 5;
+    settings.width = 8;
+    settings.height = 4;
+    settings.tileWidth = 8;
+    settings.tileHeight = c.tileHeight;
+    TimingRecord timing;
+    timing.stampCount = 2;
+    timing.frequency = 1000;
+    timing.stamps[0] = 2000;
+    timing.stamps[1] = 4500;
+    WriteStatistics("C:\\scenes\\box.glb", picojson::value(root), context_, settings, {"a.png", "b.exr"}, c.elements,
+                    c.effects, timing, 12.5f);
+    EXPECT_EQ(masked(path), head + c.body + tail) << c.label;
+  }
+  zvrObjectDelete(normalization);
+  zvrObjectDelete(gamma);
+}
+
+TEST_F(Statistics, DefaultFileNameWithoutAStringKey) {
+  char previous[4096];
+  ASSERT_NE(getcwd(previous, sizeof(previous)), nullptr);
+  const std::string folder = tempFile("cwd");
+  ASSERT_EQ(system(("mkdir -p '" + folder + "'").c_str()), 0);
+  ASSERT_EQ(chdir(folder.c_str()), 0);
+  RenderSettings settings;
+  TimingRecord timing;
+  timing.frequency = 1;
+  WriteStatistics("s.glb", parse(R"({"output.json": 3})"), context_, settings, {"out.png"}, {}, {}, timing, 0.0f);
+  std::ifstream written("out.json");
+  std::string first;
+  std::getline(written, first);
+  std::string second;
+  std::getline(written, second);
+  EXPECT_EQ(first, "{");
+  EXPECT_EQ(second, "\"input\": \"s.glb\",");
+  std::remove("out.json");
+  ASSERT_EQ(chdir(previous), 0);
+  rmdir(folder.c_str());
+}
+
+}  // namespace
