@@ -176,6 +176,21 @@ class FrameBufferTarget {
   virtual uint32_t iterations() const = 0;
   // The light path expression set on the framebuffer, empty when none.
   virtual std::string lightPathExpression() const = 0;
+
+  // Deep targets (the deep.color AOV, component type 5) also keep each sample's depth, for deep
+  // EXR files. A plug-in that renders into a deep target adds the flat sums with addIteration as
+  // usual and, for the same iteration, the samples with addDeepSamples: pixel p (row by row) has
+  // counts[p] samples, stored one after another in `samples`. Flat targets keep no depth and
+  // ignore the call, so these two have bodies and stay last in the class.
+  struct DeepSample {
+    float depth;    // distance along the camera ray
+    float rgba[4];  // filtered value and filter weight, as in addIteration
+  };
+  virtual bool isDeep() const { return false; }
+  virtual void addDeepSamples(const uint32_t* counts, const DeepSample* samples) {
+    (void)counts;
+    (void)samples;
+  }
 };
 
 struct AovTarget {
