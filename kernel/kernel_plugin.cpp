@@ -21,6 +21,23 @@ void onDeviceError(void* user, RTCError code, const char* text) {
   errors->text += "ray tracing device error " + std::to_string(int(code)) + (text ? std::string(": ") + text : std::string());
 }
 
+// Everything a light set is built from, flattened, to notice changes made without a new revision.
+std::vector<float> lightSignature(const SceneSnapshot& snap) {
+  std::vector<float> s;
+  for (const LightData& l : snap.lights) {
+    s.push_back(float(l.id));
+    s.push_back(float(uint32_t(l.type)));
+    s.insert(s.end(), l.transform.m, l.transform.m + 16);
+    s.insert(s.end(), l.radiance, l.radiance + 3);
+    s.push_back(l.innerCone);
+    s.push_back(l.outerCone);
+    uint64_t image = l.image ? l.image->id + 1 : 0;
+    s.push_back(float(uint32_t(image)));
+    s.push_back(float(uint32_t(image >> 32)));
+  }
+  return s;
+}
+
 double millisecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
@@ -92,7 +109,10 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   auto include = [&](const ShapeData& s) { return includeShape(s, params); };
   if (!scene_->update(snap, params, textureBudgetScale(params), include, error)) return ZVR_ERROR_INVALID_ARGUMENT;
   // Emissive triangles belong to the lights, so a changed scene rebuilds them as well.
-  if (!lightsBuilt_ || snap.lightRevision != lightRevision_ || scene_->version() != lightSceneVersion_) {
+  std::vector<float> signature = lightSignature(snap);
+  if (!lightsBuilt_ || snap.lightRevision != lightRevision_ || scene_->version() != lightSceneVersion_ ||
+      signature != lightSignature_) {
+    lightSignature_ = std::move(signature);
     lights_.build(snap, *scene_);
     lightsBuilt_ = true;
     lightRevision_ = snap.lightRevision;

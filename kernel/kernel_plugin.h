@@ -47,6 +47,7 @@ class KernelPlugin : public RenderPlugin {
   LightSet lights_;
   bool lightsBuilt_ = false;
   uint64_t lightRevision_ = 0, lightSceneVersion_ = 0;
+  std::vector<float> lightSignature_;
   // Running moments of colour for the variance AOV.
   std::vector<double> sum_, sumSq_;
   uint32_t varianceCount_ = 0;

@@ -81,6 +81,9 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
   float cone = camera_.pixelSpread();
   float coneWidth = 0;
   Vec3 sigma(0);  // extinction of the medium the ray travels in
+  // After the last bounce a path still follows its BSDF sample to collect emission, the other half
+  // of the MIS pair whose light-sampling half was taken at that vertex.
+  bool emissionOnly = false;
 
   auto add = [&](Vec3 value, bool direct) {
     value = clampContribution(value);
@@ -170,6 +173,8 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
       }
     }
 
+    if (emissionOnly) break;
+
     float minRoughness = afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
     Bsdf bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness);
 
@@ -196,22 +201,23 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
       }
     }
 
-    if (depth >= maxDepth_) break;
+    if (depth >= maxDepth_) emissionOnly = true;
 
     float uLobe = sampler.get1D();
     auto u = sampler.get2D();
     BsdfSample bs;
     if (!bsdf.sample(uLobe, u.first, u.second, bs)) break;
     if (bs.category == kLobeDiffuse) {
-      if (++diffuseBounces > params_.maxDepthDiffuse) break;
+      if (++diffuseBounces > params_.maxDepthDiffuse) emissionOnly = true;
       afterDiffuse = true;
     } else if (bs.category == kLobeReflect) {
-      if (++glossyBounces > params_.maxDepthGlossy) break;
+      if (++glossyBounces > params_.maxDepthGlossy) emissionOnly = true;
     } else if (bs.delta) {
-      if (++refractionBounces > params_.maxDepthRefraction) break;
+      if (++refractionBounces > params_.maxDepthRefraction) emissionOnly = true;
     } else {
-      if (++roughRefractionBounces > params_.maxDepthRefractionGlossy) break;
+      if (++roughRefractionBounces > params_.maxDepthRefractionGlossy) emissionOnly = true;
     }
+
     if (depth == 0) firstCategory = bs.category;
     beta *= bs.weight;
     if (!isFinite(beta) || isBlack(beta)) break;

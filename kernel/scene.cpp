@@ -62,13 +62,21 @@ bool Scene::update(const SceneSnapshot& snapshot, const RenderParams& params, fl
                    const std::function<bool(const ShapeData&)>& include, std::string* error) {
   std::vector<uint64_t> included;
   std::vector<uint64_t> ids;
+  // What the BVH and the material table were built from; compared as well as the revisions, so a
+  // snapshot that changed without a new revision is still rendered as it is.
+  std::vector<const void*> meshes, materials;
+  std::vector<float> transforms;
   for (const auto& s : snapshot.shapes) {
     ids.push_back(s.id);
     if (include(s)) included.push_back(s.id);
+    meshes.push_back(s.mesh.get());
+    materials.push_back(s.material.get());
+    transforms.insert(transforms.end(), s.transform.m, s.transform.m + 16);
   }
   bool geometryChanged = !built_ || snapshot.geometryRevision != geometryRevision_ ||
-                         snapshot.transformRevision != transformRevision_ || included != includedIds_ || ids != shapeIds_;
-  bool materialsChanged = geometryChanged || snapshot.materialRevision != materialRevision_ ||
+                         snapshot.transformRevision != transformRevision_ || included != includedIds_ || ids != shapeIds_ ||
+                         meshes != builtMeshes_ || transforms != builtTransforms_;
+  bool materialsChanged = geometryChanged || snapshot.materialRevision != materialRevision_ || materials != builtMaterials_ ||
                           params.textureGamma != textureGamma_ || params.textureCacheMB != textureCacheMB_ ||
                           textureBudgetScale != textureBudgetScale_;
   if (geometryChanged) {
@@ -78,10 +86,13 @@ bool Scene::update(const SceneSnapshot& snapshot, const RenderParams& params, fl
     transformRevision_ = snapshot.transformRevision;
     includedIds_ = std::move(included);
     shapeIds_ = std::move(ids);
+    builtMeshes_ = std::move(meshes);
+    builtTransforms_ = std::move(transforms);
   }
   if (materialsChanged) {
     resolveMaterials(snapshot, params, textureBudgetScale);
     materialRevision_ = snapshot.materialRevision;
+    builtMaterials_ = std::move(materials);
     ++version_;
   }
   built_ = true;

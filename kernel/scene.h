@@ -109,6 +109,8 @@ class Scene {
   float textureGamma_ = 1, textureBudgetScale_ = 1;
   uint32_t textureCacheMB_ = 0;
   std::vector<uint64_t> shapeIds_;
+  std::vector<const void*> builtMeshes_, builtMaterials_;
+  std::vector<float> builtTransforms_;
 };
 
 }  // namespace zvr::kernel
