@@ -1,6 +1,7 @@
 #include "framebuffer.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "failure.h"
 #include "info_reply.h"
@@ -10,6 +11,46 @@ namespace zvr::core {
 FrameBuffer::FrameBuffer(Context* context, ZvrFramebufferFormat format, ZvrFramebufferDesc desc)
     : Object(ZVR_OBJECT_FRAMEBUFFER, context), format_(format), desc_(desc) {
   pixels_.assign(size_t(desc.width) * desc.height * 4, 0.0f);
+  if (isDeep()) deep_.resize(size_t(desc.width) * desc.height);
+}
+
+uint64_t FrameBuffer::dataBytes() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return pixels_.size() * sizeof(float) + deepSampleCount_ * sizeof(DeepSample);
+}
+
+void FrameBuffer::addDeepSamples(const uint32_t* counts, const DeepSample* samples) {
+  if (!isDeep() || !counts || !samples) return;
+  // Samples of one surface arrive in every iteration at nearly the same depth; folding them into
+  // one keeps a pixel's list as long as the number of surfaces it sees, not of samples taken.
+  constexpr float kSameSurface = 1e-3f;
+  std::lock_guard<std::mutex> lock(mutex_);
+  const DeepSample* next = samples;
+  for (size_t pixel = 0; pixel < deep_.size(); ++pixel) {
+    std::vector<DeepSample>& list = deep_[pixel];
+    for (uint32_t i = 0; i < counts[pixel]; ++i, ++next) {
+      const DeepSample& sample = *next;
+      if (!std::isfinite(sample.depth)) continue;
+      auto at = std::lower_bound(list.begin(), list.end(), sample.depth,
+                                 [](const DeepSample& s, float depth) { return s.depth < depth; });
+      const float tolerance = kSameSurface * std::max(std::fabs(sample.depth), 1e-6f);
+      DeepSample* same = nullptr;
+      if (at != list.end() && at->depth - sample.depth <= tolerance) same = &*at;
+      else if (at != list.begin() && sample.depth - (at - 1)->depth <= tolerance) same = &*(at - 1);
+      if (same) {
+        for (int c = 0; c < 4; ++c) same->rgba[c] += sample.rgba[c];
+      } else {
+        list.insert(at, sample);
+        ++deepSampleCount_;
+      }
+    }
+  }
+}
+
+std::vector<std::vector<FrameBuffer::DeepSample>> FrameBuffer::readDeep(uint64_t* total) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (total) *total = deepSampleCount_;
+  return deep_;
 }
 
 void FrameBuffer::addIteration(const float* rgba) {
@@ -41,6 +82,8 @@ std::string FrameBuffer::lightPathExpression() const {
 void FrameBuffer::clear() {
   std::lock_guard<std::mutex> lock(mutex_);
   std::fill(pixels_.begin(), pixels_.end(), 0.0f);
+  for (auto& list : deep_) list.clear();
+  deepSampleCount_ = 0;
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   iterations_ = 0;
 }

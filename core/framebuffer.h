@@ -23,9 +23,11 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   uint32_t iterations() const override;
   std::string lightPathExpression() const override;
 
-  uint64_t dataBytes() const override { return pixels_.size() * sizeof(float); }
+  bool isDeep() const override { return format_.componentType == ZVR_COMPONENT_TYPE_DEEP; }
+  void addDeepSamples(const uint32_t* counts, const DeepSample* samples) override;
+
+  uint64_t dataBytes() const override;
   ZvrFramebufferFormat format() const { return format_; }
-  bool isDeep() const { return format_.componentType == ZVR_COMPONENT_TYPE_DEEP; }
   size_t valueCount() const { return pixels_.size(); }
 
   void clear();
@@ -36,6 +38,8 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   // Replaces the pixels as a whole (resolve results).
   void write(std::vector<float> pixels, ZvrFramebufferContent content, uint32_t iterations);
   void getInfo(uint32_t key, size_t size, void* data, size_t* outSize) const;
+  // A consistent copy of the per-pixel sample lists, nearest first; `total` counts the samples.
+  std::vector<std::vector<DeepSample>> readDeep(uint64_t* total = nullptr) const;
 
  private:
   ZvrFramebufferFormat format_;
@@ -45,6 +49,8 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   ZvrFramebufferContent content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   uint32_t iterations_ = 0;
   std::string lpe_;
+  std::vector<std::vector<DeepSample>> deep_;  // deep framebuffers only, one list per pixel
+  uint64_t deepSampleCount_ = 0;
 };
 
 }  // namespace zvr::core

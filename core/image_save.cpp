@@ -13,6 +13,7 @@
 #include <set>
 
 #include "atomic_file.h"
+#include "deep_exr.h"
 #include "failure.h"
 #include "framebuffer.h"
 
@@ -44,11 +45,6 @@ const FileFormat& formatFor(const std::string& path) {
                          "\" (known: png, jpg, jpeg, bmp, tga, hdr, exr, tif, tiff)");
 }
 
-void checkSavable(const FrameBuffer& frameBuffer, const std::string& path) {
-  if (frameBuffer.isDeep())
-    fail(ZVR_ERROR_UNSUPPORTED, path + ": a deep framebuffer cannot be saved; deep EXR output is not available");
-}
-
 }  // namespace
 
 unsigned char encode8Bit(float value, unsigned content, bool isAlpha, float displayGamma) {
@@ -59,7 +55,8 @@ unsigned char encode8Bit(float value, unsigned content, bool isAlpha, float disp
 
 void saveImage(const FrameBuffer& frameBuffer, const std::string& path, float displayGamma, bool exrFloat32) {
   const FileFormat& format = formatFor(path);
-  checkSavable(frameBuffer, path);
+  // Other formats cannot hold depth samples; they get the flat sums like any framebuffer.
+  if (frameBuffer.isDeep() && std::string(format.oiioName) == "openexr") return saveDeepExr(frameBuffer, path, exrFloat32);
   ZvrFramebufferContent content;
   const std::vector<float> pixels = frameBuffer.read(&content);
   const uint32_t width = frameBuffer.width(), height = frameBuffer.height();

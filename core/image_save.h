@@ -10,7 +10,7 @@ class FrameBuffer;
 
 // The format follows the extension (png, jpg, jpeg, bmp, tga, hdr, exr, tif, tiff). 8-bit formats
 // encode linear light with `displayGamma`, write display-encoded values as they are and data
-// clamped; EXR is half float unless `exrFloat32`.
+// clamped; EXR is half float unless `exrFloat32`. A deep framebuffer saved as EXR is a deep EXR.
 void saveImage(const FrameBuffer& frameBuffer, const std::string& path, float displayGamma, bool exrFloat32);
 
 // One EXR with a layer per framebuffer named by its object name; the layer "color" is also the

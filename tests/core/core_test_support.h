@@ -29,7 +29,7 @@ class ScopedContext {
 
 // The last-error text, read in two steps as the program does: size, then text.
 std::string lastError(ZvrContext context);
-// A fresh folder under the system's temporary folder.
+// A fresh folder under the system's temporary folder, removed with its contents at exit.
 std::string makeTempFolder();
 std::vector<std::string> folderEntries(const std::string& folder);
 std::string binFolder();

@@ -1,6 +1,8 @@
 // Framebuffers: creation, resolve through post effects against hand-computed values, and image
 // files read back with OpenImageIO and OpenEXR.
 #include <OpenEXR/ImfChannelList.h>
+#include <OpenEXR/ImfDeepFrameBuffer.h>
+#include <OpenEXR/ImfDeepScanLineInputFile.h>
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfInputFile.h>
 #include <OpenImageIO/imageio.h>
@@ -301,6 +303,46 @@ TEST_F(CoreFrameBuffer, MultilayerExrNamesLayersAndDoublesColourAsDefault) {
   EXPECT_EQ(zvrFrameBufferSaveToFileEx(list, 2, (folder + "/layers.png").c_str(), nullptr), ZVR_ERROR_IO);
 }
 
+TEST_F(CoreFrameBuffer, DeepFramebuffersWriteDepthSortedSamples) {
+  core_test::makeScene(context, 1, 0.5f);
+  ZvrFrameBuffer color = makeFrameBuffer(context), deep = makeFrameBuffer(context, ZVR_COMPONENT_TYPE_DEEP);
+  ASSERT_EQ(zvrContextSetAOV(context, 0, color), ZVR_SUCCESS);
+  ASSERT_EQ(zvrContextSetAOV(context, 64, deep), ZVR_SUCCESS);
+  ASSERT_EQ(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 3), ZVR_SUCCESS);
+  ASSERT_EQ(zvrContextRender(context), ZVR_SUCCESS) << lastError(context);
+  const std::string path = folder + "/deep.exr";
+  ASSERT_EQ(zvrFrameBufferSaveToFile(deep, path.c_str()), ZVR_SUCCESS) << lastError(context);
+
+  Imf::DeepScanLineInputFile file(path.c_str());
+  EXPECT_EQ(file.header().channels().findChannel("R")->type, Imf::HALF);
+  EXPECT_EQ(file.header().channels().findChannel("Z")->type, Imf::FLOAT);
+  std::vector<unsigned int> counts(kWidth * kHeight);
+  Imf::DeepFrameBuffer slices;
+  slices.insertSampleCountSlice(Imf::Slice(Imf::UINT, reinterpret_cast<char*>(counts.data()), sizeof(unsigned int),
+                                           sizeof(unsigned int) * kWidth));
+  const char* names[] = {"R", "G", "A", "Z"};
+  std::vector<float> storage[4];
+  std::vector<float*> pointers[4];
+  for (int c = 0; c < 4; ++c) {
+    storage[c].resize(kWidth * kHeight * 2);
+    for (size_t p = 0; p < kWidth * kHeight; ++p) pointers[c].push_back(storage[c].data() + p * 2);
+    slices.insert(names[c], Imf::DeepSlice(Imf::FLOAT, reinterpret_cast<char*>(pointers[c].data()), sizeof(float*),
+                                           sizeof(float*) * kWidth, sizeof(float)));
+  }
+  file.setFrameBuffer(slices);
+  file.readPixelSampleCounts(0, kHeight - 1);
+  // Three iterations at the same two depths fold into two samples a pixel.
+  ASSERT_EQ(counts, std::vector<unsigned int>(kWidth * kHeight, 2));
+  file.readPixels(0, kHeight - 1);
+  EXPECT_EQ(storage[3][0], 1.0f) << "nearest sample first";
+  EXPECT_EQ(storage[3][1], 2.0f);
+  EXPECT_FLOAT_EQ(storage[0][0], 0.5f) << "red sample: its share of the pixel's weight, premultiplied";
+  EXPECT_FLOAT_EQ(storage[1][1], 0.5f);
+  EXPECT_FLOAT_EQ(storage[2][0] + storage[2][1], 1.0f) << "the alphas of a pixel add up to full coverage";
+  ASSERT_EQ(zvrFrameBufferClear(deep), ZVR_SUCCESS);
+  EXPECT_EQ(zvrFrameBufferSaveToFile(deep, path.c_str()), ZVR_ERROR_UNSUPPORTED) << "clearing empties the lists";
+}
+
 TEST_F(CoreFrameBuffer, FailedSavesLeaveNoFileBehind) {
   ZvrFrameBuffer fb = renderedFrameBuffer(context);
   struct Case {
@@ -321,8 +363,9 @@ TEST_F(CoreFrameBuffer, FailedSavesLeaveNoFileBehind) {
     EXPECT_EQ(core_test::folderEntries(folder), std::vector<std::string>{"taken.png"});
   }
   ZvrFrameBuffer deep = makeFrameBuffer(context, ZVR_COMPONENT_TYPE_DEEP);
-  EXPECT_EQ(zvrFrameBufferSaveToFile(deep, (folder + "/deep.exr").c_str()), ZVR_ERROR_UNSUPPORTED);
-  EXPECT_NE(lastError(context).find("deep"), std::string::npos);
+  EXPECT_EQ(zvrFrameBufferSaveToFile(deep, (folder + "/deep.exr").c_str()), ZVR_ERROR_UNSUPPORTED)
+      << "a deep framebuffer that never received samples has nothing to write";
+  EXPECT_NE(lastError(context).find("no depth samples"), std::string::npos) << lastError(context);
   EXPECT_EQ(zvrFrameBufferSaveToFile(fb, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
 }
 

@@ -198,7 +198,7 @@ TEST_F(CoreRender, ParametersLayersAndTheSceneReachThePlugin) {
 TEST_F(CoreRender, PluginRefusalsCarryThePluginsText) {
   ZvrFrameBuffer fb = makeFrameBuffer(context, 2, 2);
   EXPECT_EQ(zvrContextSetAOV(context, 7, fb), ZVR_ERROR_UNSUPPORTED);
-  EXPECT_EQ(lastError(context), "zvrContextSetAOV: plug-in CoreTest cannot render AOV 7: the test plug-in renders only AOVs 0 and 1");
+  EXPECT_EQ(lastError(context), "zvrContextSetAOV: plug-in CoreTest cannot render AOV 7: the test plug-in renders only AOVs 0, 1 and 64");
   EXPECT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_CPU_INTEGRATOR, "path"), ZVR_SUCCESS);
   EXPECT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_GPU_INTEGRATOR, "gpucontour"), ZVR_ERROR_UNSUPPORTED);
   EXPECT_NE(lastError(context).find("knows only \"path\""), std::string::npos) << lastError(context);

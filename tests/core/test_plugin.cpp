@@ -1,6 +1,8 @@
 // A small but real render plug-in for the core's tests: every pixel of every target gets, in R,
 // the sample index of the iteration; in G, the number of visible shapes the snapshot holds; in B,
-// the camera's field of view; A is the weight 1. What it was last asked is kept for inspection.
+// the camera's field of view; A is the weight 1. Deep targets also get two samples a pixel, the
+// farther one first: depth 2 green and depth 1 red, each of weight 0.5. What it was last asked is
+// kept for inspection.
 #include <chrono>
 #include <mutex>
 #include <thread>
@@ -9,6 +11,8 @@
 #include "plugin_api.h"
 
 namespace {
+
+constexpr uint32_t kDeepColorAov = 64;
 
 struct LastRequest {
   std::mutex mutex;
@@ -26,8 +30,8 @@ class TestPlugin : public zvr::RenderPlugin {
   uint32_t family() const override { return 1; }
   uint32_t version() const override { return 0x10203; }
   bool supportsAov(uint32_t aov, std::string* why) const override {
-    if (aov <= 1) return true;
-    if (why) *why = "the test plug-in renders only AOVs 0 and 1";
+    if (aov <= 1 || aov == kDeepColorAov) return true;
+    if (why) *why = "the test plug-in renders only AOVs 0, 1 and 64";
     return false;
   }
   bool setIntegrator(bool, const std::string& name, std::string* error) override {
@@ -56,7 +60,14 @@ class TestPlugin : public zvr::RenderPlugin {
       ++gLast.renders;
     }
     request.host->reportUpdateTime(1.5f);
-    std::vector<float> rgba(size_t(request.width) * request.height * 4);
+    const size_t pixels = size_t(request.width) * request.height;
+    std::vector<float> rgba(pixels * 4);
+    const std::vector<uint32_t> deepCounts(pixels, 2);
+    std::vector<zvr::FrameBufferTarget::DeepSample> deepSamples;
+    for (size_t p = 0; p < pixels; ++p) {
+      deepSamples.push_back({2.0f, {0, 0.5f, 0, 0.5f}});
+      deepSamples.push_back({1.0f, {0.5f, 0, 0, 0.5f}});
+    }
     for (uint32_t i = 0; i < request.iterations; ++i) {
       if (request.host->abortRequested()) break;
       const float sampleIndex = float(request.firstSampleIndex + i);
@@ -68,7 +79,10 @@ class TestPlugin : public zvr::RenderPlugin {
       }
       // Long enough for another thread to abort in the middle of a call.
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
-      for (const auto& target : request.targets) target.target->addIteration(rgba.data());
+      for (const auto& target : request.targets) {
+        target.target->addIteration(rgba.data());
+        if (target.target->isDeep()) target.target->addDeepSamples(deepCounts.data(), deepSamples.data());
+      }
       if (i == 0) request.host->reportFirstIterationTime(2.5f);
       request.host->reportProgress(float(i + 1) / float(request.iterations));
     }
