@@ -151,27 +151,34 @@ ZvrStatus parentGroup(const char* operation, ZvrObject object, const char* objec
 ZvrStatus deleteCreated(ZvrContext context) {
   std::lock_guard<std::mutex> lock(ImportState::instance().mutex());
   const std::vector<CreatedObject> created = ImportState::instance().takeCreated(context);
-  std::map<ZvrContext, std::set<ZvrObject>> live;
+  // Live handles by context, with the kind they are live as: a handle reused for an object of
+  // another kind is not ours to delete.
+  std::map<ZvrContext, std::map<ZvrObject, ZvrContextInfo>> live;
+  // Deletion order: users of materials and images first.
   const ZvrContextInfo listKeys[] = {ZVR_CONTEXT_LIST_CREATED_SHAPES, ZVR_CONTEXT_LIST_CREATED_LIGHTS,
                                      ZVR_CONTEXT_LIST_CREATED_CAMERAS, ZVR_CONTEXT_LIST_CREATED_MATERIALNODES,
                                      ZVR_CONTEXT_LIST_CREATED_IMAGES};
+  const ZvrObjectType kListedKinds[] = {ZVR_OBJECT_SHAPE, ZVR_OBJECT_LIGHT, ZVR_OBJECT_CAMERA, ZVR_OBJECT_MATERIAL_NODE,
+                                       ZVR_OBJECT_IMAGE};
   for (const CreatedObject& o : created) {
     if (live.count(o.context)) continue;
-    std::set<ZvrObject>& alive = live[o.context];
+    std::map<ZvrObject, ZvrContextInfo>& alive = live[o.context];
     for (ZvrContextInfo key : listKeys) {
       size_t bytes = 0;
       if (zvrContextGetInfo(o.context, key, 0, nullptr, &bytes) != ZVR_SUCCESS) break;
       std::vector<ZvrObject> handles(bytes / sizeof(ZvrObject));
       if (!handles.empty() && zvrContextGetInfo(o.context, key, handles.size() * sizeof(ZvrObject), handles.data(), nullptr) != ZVR_SUCCESS)
         continue;
-      alive.insert(handles.begin(), handles.end());
+      for (ZvrObject h : handles) alive[h] = key;
     }
   }
   ZvrStatus first = ZVR_SUCCESS;
-  const ZvrObjectType order[] = {ZVR_OBJECT_SHAPE, ZVR_OBJECT_LIGHT, ZVR_OBJECT_CAMERA, ZVR_OBJECT_MATERIAL_NODE, ZVR_OBJECT_IMAGE};
-  for (ZvrObjectType kind : order)
+  for (size_t k = 0; k < sizeof listKeys / sizeof listKeys[0]; ++k)
     for (const CreatedObject& o : created) {
-      if (o.kind != kind || !live[o.context].count(o.handle)) continue;
+      if (o.kind != kListedKinds[k]) continue;
+      auto found = live[o.context].find(o.handle);
+      if (found == live[o.context].end() || found->second != listKeys[k]) continue;
+      live[o.context].erase(found);  // the same handle recorded twice is deleted once
       const ZvrStatus s = zvrObjectDelete(o.handle);
       if (s != ZVR_SUCCESS && first == ZVR_SUCCESS) first = s;
     }

@@ -354,6 +354,12 @@ SceneDescription readGltf(const std::string& path, const std::vector<uint8_t>& b
     while (!err.empty() && (err.back() == '\n' || err.back() == ' ')) err.pop_back();
     throw LoadError(path, err.empty() ? "is not valid glTF" : err);
   }
+  static const std::set<std::string> kUnderstood = {
+      "KHR_lights_punctual", "KHR_materials_emissive_strength", "KHR_materials_transmission", "KHR_materials_ior",
+      "KHR_materials_volume", "KHR_materials_clearcoat", "KHR_materials_specular", "KHR_materials_sheen",
+      "KHR_texture_transform", "KHR_materials_unlit", "KHR_mesh_quantization"};
+  for (const std::string& required : model.extensionsRequired)
+    if (!kUnderstood.count(required)) throw LoadError(path, "requires the extension " + required + ", which is not supported");
   return GltfReader(model, path).read();
 }
 

@@ -90,6 +90,12 @@ TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
          j["accessors"][1]["count"] = 1u << 30;
        }),
        nullptr, "declares 1073741824 elements without data"},
+      {"required extension unknown", "Cameras/Cameras.gltf",
+       editCamerasJson([](nlohmann::json& j) {
+         j["extensionsUsed"] = {"KHR_draco_mesh_compression"};
+         j["extensionsRequired"] = {"KHR_draco_mesh_compression"};
+       }),
+       nullptr, "requires the extension KHR_draco_mesh_compression, which is not supported"},
       {"node cycle", "Cameras/Cameras.gltf",
        editCamerasJson([](nlohmann::json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
       {"missing buffer file", "Cameras/Cameras.gltf", nullptr,
