@@ -4,9 +4,12 @@
 
 namespace {
 
-const bool kThreadsafeDeathTests = [] {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  return true;
-}();
+// Set from an environment so that it comes after the command line has been parsed.
+class ThreadsafeDeathTests : public testing::Environment {
+ public:
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+testing::Environment* const kEnvironment = testing::AddGlobalTestEnvironment(new ThreadsafeDeathTests);
 
 }  // namespace
