@@ -111,6 +111,12 @@ TEST_F(TracedRun, VelderRunCallsTheLibrariesInOrder) {
   EXPECT_GE(result.out.size(), std::string("End of program.\n").size());
   EXPECT_EQ(result.out.substr(result.out.size() - 16), "End of program.\n");
   EXPECT_TRUE(std::filesystem::exists(folder_ / "box.png"));
+  // The summary comes before the teardown; the transfer's debug lines never reach the output.
+  const size_t summary = result.out.find("Total Render Time = ");
+  ASSERT_NE(summary, std::string::npos) << result.out;
+  EXPECT_NE(result.out.find(" sec for other iterations\n", summary), std::string::npos) << result.out;
+  EXPECT_EQ(result.out.find("maxdepth: "), std::string::npos) << result.out;
+  EXPECT_EQ(result.out.find("radianceclamp: "), std::string::npos) << result.out;
 
   const std::vector<std::string> lines = traceLines();
   expectInOrder(lines, {
@@ -176,10 +182,12 @@ TEST_F(TracedRun, QuillonRunReadsAndWritesItsFamilyKeys) {
   if (!pluginAvailable("libQuillon64.so")) GTEST_SKIP() << "libQuillon64.so is not built";
   const ProcessResult result =
       run("{\"plugin\":\"Quillon64.dll\",\"gui\":0,\"width\":32,\"height\":24,\"iterations\":1,\"print.progress\":0,"
-          "\"causticsreduction\":0.5,\"maxdepth.diffuse\":2,\"integratorgpu\":\"gpu\",\"output\":\"q.png\","
+          "\"print.result\":0,\"causticsreduction\":0.5,\"maxdepth.diffuse\":2,\"integratorgpu\":\"gpu\",\"output\":\"q.png\","
           "\"context\":{\"cpu\":1,\"threads\":2,\"debug\":0}}");
   ASSERT_TRUE(result.exited);
   EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(result.out.find("Total Render Time"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("End of program.\n"), std::string::npos) << result.out;
   const std::vector<std::string> lines = traceLines();
   expectInOrder(lines, {
                            {"zvrRegisterPlugin", {"\"Quillon64.dll\""}},
