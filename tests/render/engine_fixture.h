@@ -64,6 +64,23 @@ class EngineTest : public ::testing::Test {
     return traceOf(std::vector<std::string>{operation});
   }
 
+  // A scene of nothing but a constant environment, so that every pixel of a render is known.
+  void makeEnvironmentScene(float r, float g, float b) {
+    ZvrScene scene = nullptr;
+    ZvrLight light = nullptr;
+    ZvrCamera camera = nullptr;
+    ASSERT_EQ(zvrContextCreateScene(context_, &scene), 0);
+    ASSERT_EQ(zvrContextCreateLight(context_, ZVR_LIGHT_ENVIRONMENT, &light), 0);
+    ASSERT_EQ(zvrLightSetRadiance(light, r, g, b), 0);
+    ASSERT_EQ(zvrSceneAttachLight(scene, light), 0);
+    ASSERT_EQ(zvrContextCreateCamera(context_, &camera), 0);
+    ASSERT_EQ(zvrSceneSetCamera(scene, camera), 0);
+    ASSERT_EQ(zvrContextSetScene(context_, scene), 0);
+    ZvrPostEffect normalization = nullptr;
+    ASSERT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_NORMALIZATION, &normalization), 0);
+    ASSERT_EQ(zvrContextAttachPostEffect(context_, normalization), 0);
+  }
+
   static picojson::value parse(const std::string& text) {
     picojson::value value;
     const std::string error = picojson::parse(value, text);

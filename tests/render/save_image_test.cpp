@@ -24,19 +24,7 @@ class SaveImage : public EngineTest {
   void SetUp() override {
     EngineTest::SetUp();
     ASSERT_NE(context_, nullptr);
-    ZvrScene scene = nullptr;
-    ZvrLight light = nullptr;
-    ZvrCamera camera = nullptr;
-    ASSERT_EQ(zvrContextCreateScene(context_, &scene), 0);
-    ASSERT_EQ(zvrContextCreateLight(context_, ZVR_LIGHT_ENVIRONMENT, &light), 0);
-    ASSERT_EQ(zvrLightSetRadiance(light, kRadiance[0], kRadiance[1], kRadiance[2]), 0);
-    ASSERT_EQ(zvrSceneAttachLight(scene, light), 0);
-    ASSERT_EQ(zvrContextCreateCamera(context_, &camera), 0);
-    ASSERT_EQ(zvrSceneSetCamera(scene, camera), 0);
-    ASSERT_EQ(zvrContextSetScene(context_, scene), 0);
-    ZvrPostEffect normalization = nullptr;
-    ASSERT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_NORMALIZATION, &normalization), 0);
-    ASSERT_EQ(zvrContextAttachPostEffect(context_, normalization), 0);
+    makeEnvironmentScene(kRadiance[0], kRadiance[1], kRadiance[2]);
 
     const FramebufferFormat format;
     const FramebufferDesc desc = {4, 2};
