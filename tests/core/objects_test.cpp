@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <tuple>
 
 #include "core_test_support.h"
 
@@ -334,6 +335,38 @@ TEST(CoreObjects, ImagesFromPixelsFilesAndMemory) {
   EXPECT_NE(lastError(context).find(missing), std::string::npos) << lastError(context);
   ZvrImageDesc bad{2, 2, 5, ZVR_COMPONENT_TYPE_UINT8, 0};
   EXPECT_EQ(zvrContextCreateImage(context, &bad, garbage, &fromFile), ZVR_ERROR_INVALID_ARGUMENT);
+}
+
+TEST(CoreObjects, RealSceneTexturesDecodeFromFileAndMemoryAlike) {
+  const std::string scenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+  const char* files[] = {"LightsPunctualLamp/material0_basecolor.jpeg", "LightsPunctualLamp/material1_normal.png",
+                         "TextureTransformTest/UV.png", "CornellBox/checker-meter.png"};
+  ScopedContext context;
+  for (const char* name : files) {
+    SCOPED_TRACE(name);
+    const std::string path = scenes + name;
+    auto reference = OIIO::ImageInput::open(path);
+    if (!reference) GTEST_SKIP() << path << " is not in the shared folder";
+    ZvrImage fromFile = nullptr, fromMemory = nullptr;
+    ASSERT_EQ(zvrContextCreateImageFromFile(context, path.c_str(), ZVR_IMAGE_COLORSPACE_SRGB, &fromFile), ZVR_SUCCESS)
+        << lastError(context);
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    ASSERT_EQ(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size(), ZVR_IMAGE_COLORSPACE_SRGB, &fromMemory),
+              ZVR_SUCCESS)
+        << lastError(context);
+    ZvrImageDesc a{}, b{};
+    ASSERT_EQ(zvrImageGetInfo(fromFile, ZVR_IMAGE_DESC, sizeof a, &a, nullptr), ZVR_SUCCESS);
+    ASSERT_EQ(zvrImageGetInfo(fromMemory, ZVR_IMAGE_DESC, sizeof b, &b, nullptr), ZVR_SUCCESS);
+    EXPECT_EQ(a.width, uint32_t(reference->spec().width));
+    EXPECT_EQ(a.height, uint32_t(reference->spec().height));
+    EXPECT_EQ(a.numComponents, uint32_t(std::min(reference->spec().nchannels, 4)));
+    EXPECT_EQ(std::make_tuple(a.width, a.height, a.numComponents, a.colorSpace),
+              std::make_tuple(b.width, b.height, b.numComponents, b.colorSpace));
+  }
+  uint64_t memory[4] = {};
+  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_MEMORY_INFO, sizeof memory, memory, nullptr), ZVR_SUCCESS);
+  EXPECT_GT(memory[0], 0u) << "decoded textures count as held memory";
 }
 
 TEST(CoreObjects, NamesAndOwnedFiles) {
