@@ -18,8 +18,7 @@ std::vector<uint8_t> convertPixels(const float* rgba, uint32_t pixelCount, const
 }
 
 std::vector<uint8_t> convertPixelsForSettings(const float* rgba, uint32_t pixelCount, const RenderSettings& settings,
-                                              const std::string& ocioConfigPath) {
-  const float gamma = parseGammaText(settings.postGammaCorrection);
+                                              float gamma, const std::string& ocioConfigPath) {
   OCIO_NAMESPACE::ConstCPUProcessorRcPtr processor;
   if (settings.postOcioEnable == 1) processor = buildOcioProcessor(ocioConfigPath, settings, gamma);
   return convertPixels(rgba, pixelCount, makePlainPipeline(settings, gamma), processor);

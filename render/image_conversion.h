@@ -13,6 +13,7 @@
 std::vector<uint8_t> convertPixels(const float* rgba, uint32_t pixelCount, const PlainPipeline& plain,
                                    const OCIO_NAMESPACE::ConstCPUProcessorRcPtr& processor);
 
-// The whole conversion as the saving road does it, with the processor built (or not) here.
+// The whole conversion as the saving road does it, with the processor built (or not) here;
+// `gamma` is the already parsed postGammaCorrection.
 std::vector<uint8_t> convertPixelsForSettings(const float* rgba, uint32_t pixelCount, const RenderSettings& settings,
-                                              const std::string& ocioConfigPath);
+                                              float gamma, const std::string& ocioConfigPath);

@@ -38,9 +38,10 @@ ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, Zv
                                  nullptr);
   if (status != ZVR_SUCCESS) return status;
 
+  const float gamma = parseGammaText(settings.postGammaCorrection);
   std::string configPath;
   if (settings.postOcioEnable == 1) configPath = ocioConfigPath(context, settings, status);
-  const std::vector<uint8_t> bytes = convertPixelsForSettings(source.data(), pixelCount, settings, configPath);
+  const std::vector<uint8_t> bytes = convertPixelsForSettings(source.data(), pixelCount, settings, gamma, configPath);
   // The writer's own failure is not a library status; the file is simply missing then.
   writePngRgb8(path, size[0], size[1], bytes.data());
   return status;

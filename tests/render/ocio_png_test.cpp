@@ -89,7 +89,7 @@ TEST_F(OcioRoad, BytesOfTheWholeConversion) {
   settings_.postExposure = 2.0f;
   settings_.postGammaCorrection = "2";
   const float pixels[8] = {0.125f, 0.125f, 0.125f, 1.0f, 0.5f, 0.0f, 0.02f, 1.0f};
-  const std::vector<uint8_t> bytes = convertPixelsForSettings(pixels, 2, settings_, configPath_);
+  const std::vector<uint8_t> bytes = convertPixelsForSettings(pixels, 2, settings_, 2.0f, configPath_);
   // 0.125 * 2 -> sqrt -> sqrt = 0.7071 -> 180; 0.5 * 2 = 1 -> 255; 0.04 -> 0.2 -> 0.4472 -> 114.
   const std::vector<uint8_t> expected = {180, 180, 180, 255, 0, 114};
   EXPECT_EQ(bytes, expected);
@@ -110,14 +110,14 @@ TEST_F(OcioRoad, FailuresFallBackToThePlainPipelineSilently) {
   const float pixels[8] = {0.125f, 0.25f, 0.6f, 1.0f, -1.0f, 0.0f, 0.5f, 1.0f};
   RenderSettings plainSettings = settings_;
   plainSettings.postOcioEnable = 0;
-  const std::vector<uint8_t> plain = convertPixelsForSettings(pixels, 2, plainSettings, "");
+  const std::vector<uint8_t> plain = convertPixelsForSettings(pixels, 2, plainSettings, 2.2f, "");
   // 0.25^(1/2.2) = 0.5325 -> 135; 0.5 -> 186; 1.2 -> 255; negative -> 0; 0 -> 0; 1 -> 255.
   EXPECT_EQ(plain, (std::vector<uint8_t>{135, 186, 255, 0, 0, 255}));
   for (const auto& c : cases) {
     settings_.postOcioView = c.view;
     const std::string path = c.path.empty() && std::string(c.view) != "Root" ? configPath_ : c.path;
     EXPECT_FALSE(buildOcioProcessor(path, settings_, 2.2f)) << c.label;
-    EXPECT_EQ(convertPixelsForSettings(pixels, 2, settings_, path), plain) << c.label;
+    EXPECT_EQ(convertPixelsForSettings(pixels, 2, settings_, 2.2f, path), plain) << c.label;
   }
 }
 
