@@ -17,6 +17,7 @@
 
 #include "cornell_scene.h"
 #include "kernel_plugin.h"
+#include "dorrik_plugin.h"
 #include "velder_plugin.h"
 
 #ifdef ZVR_BENCH_HAVE_API
@@ -155,6 +156,24 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference) {
   std::printf("kernel: %u samples, %u threads: %.2f M samples/s, %.2f M rays/s (%.2f rays per sample)\n", samples, threads,
               sampleCount / seconds / 1e6, rays / seconds / 1e6, rays / sampleCount);
   report("kernel", ours, a, b, reference);
+
+  // The preview on the same scene: iterations per second against the path tracer's.
+  {
+    zvr::dorrik::DorrikPlugin preview;
+    class AverageTarget : public SumTarget {
+     public:
+      void averageIteration(const float*) override { ++count; }
+    } averaged;
+    r.targets = {{0, &averaged}};
+    r.firstSampleIndex = 0;
+    r.iterations = samples / 2;
+    auto p0 = std::chrono::steady_clock::now();
+    if (preview.render(r, &error) != 0) return false;
+    double ps = std::chrono::duration<double>(std::chrono::steady_clock::now() - p0).count();
+    double previewRate = double(kSize) * kSize * r.iterations / ps;
+    std::printf("preview: %.2f M samples/s, %.1f times the path tracer's rate\n", previewRate / 1e6,
+                previewRate / (sampleCount / seconds));
+  }
 
   // Embree's ceiling on the same triangles: random rays inside the box, no shading.
   zvr::kernel::DeviceErrors errors;

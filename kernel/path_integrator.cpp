@@ -72,7 +72,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
   Vec3 beta(1);
   bool deltaBounce = true;
   float prevPdf = 0;
-  Vec3 prevP, prevNg;
+  Vec3 prevP;
   int firstCategory = -1;
   bool afterDiffuse = false;
   uint32_t depth = 0, diffuseBounces = 0, glossyBounces = 0, refractionBounces = 0, roughRefractionBounces = 0;
@@ -224,7 +224,6 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
     deltaBounce = bs.delta;
     prevPdf = bs.pdf;
     prevP = hit.p;
-    prevNg = hit.ng;
     if (bs.transmitted && !mat.thinWalled) sigma = dot(bs.wi, hit.ng) < 0 ? mat.attenuation : Vec3(0);
 
     coneWidth = hit.footprint;
