@@ -25,13 +25,14 @@ bool QuillonPlugin::setIntegrator(bool gpuKey, const std::string& name, std::str
     return false;
   }
   (gpuKey ? gpuMode_ : cpuMode_) = mode;
+  activeMode_ = mode;
   return true;
 }
 
 kernel::IntegratorSettings QuillonPlugin::integratorSettings(const RenderParams& params, const std::vector<AovTarget>& targets) const {
   kernel::IntegratorSettings s;
-  // Rendering runs on the CPU, so the CPU key's choice is the one that renders.
-  s.mode = cpuMode_;
+  // Devices all fall back to the CPU, so whichever key was set last decides what renders.
+  s.mode = activeMode_;
   s.causticsReduction = std::isfinite(params.causticsReduction) ? params.causticsReduction : 1.0f;
   for (const auto& t : targets)
     if (t.aov == kernel::kAovAo) s.wantAo = true;

@@ -26,6 +26,7 @@ class QuillonPlugin final : public kernel::KernelPlugin {
 
  private:
   kernel::IntegratorMode cpuMode_ = kernel::IntegratorMode::PathTracer, gpuMode_ = kernel::IntegratorMode::PathTracer;
+  kernel::IntegratorMode activeMode_ = kernel::IntegratorMode::PathTracer;
 };
 
 }  // namespace zvr::quillon

@@ -123,6 +123,17 @@ TEST(QuillonIntegrators, ChangeThePicture) {
   EXPECT_GT(indirectPath, 0.0);
   EXPECT_EQ(indirectDirect, 0.0) << "direct lighting has no indirect part";
   EXPECT_NE(path, direct);
+
+  // Every device falls back to the CPU: the key set last decides, and a refused name changes nothing.
+  quillon::QuillonPlugin plugin;
+  std::string error;
+  ASSERT_TRUE(plugin.setIntegrator(false, "direct", &error));
+  ASSERT_TRUE(plugin.setIntegrator(true, "ao", &error));
+  ASSERT_FALSE(plugin.setIntegrator(false, "gpucontour", &error));
+  EXPECT_EQ(plugin.mode(false), kernel::IntegratorMode::Direct);
+  EXPECT_EQ(plugin.mode(true), kernel::IntegratorMode::AmbientOcclusion);
+  auto out = renderWith(plugin, scene, params, 16, 16, 16, {kAovColor});
+  EXPECT_EQ(out.image(), ao);
 }
 
 TEST(QuillonLayers, AttachedLayersFilterShapesWithLayers) {
