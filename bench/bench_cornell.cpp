@@ -2,7 +2,7 @@
 // block averages, our own noise from two half-sample renders, and throughput against Embree's
 // raw ray rate on the same triangles.
 //
-//   bench_cornell [samples=64] [threads=2]
+//   bench_cornell [samples=64] [threads=2] [kernel render output, e.g. cornell.exr]
 #include <OpenImageIO/imageio.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -119,7 +119,7 @@ zvr::RenderParams benchParams(uint32_t threads) {
 }
 
 // Our kernel on the glTF read directly: throughput and error without the library in between.
-bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference) {
+bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, const char* output) {
   zvr::SceneSnapshot scene;
   std::string error;
   if (!zvr::bench::loadGltfSnapshot(kScene, scene, &error)) {
@@ -156,6 +156,14 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference) {
   std::printf("kernel: %u samples, %u threads: %.2f M samples/s, %.2f M rays/s (%.2f rays per sample)\n", samples, threads,
               sampleCount / seconds / 1e6, rays / seconds / 1e6, rays / sampleCount);
   report("kernel", ours, a, b, reference);
+  if (output) {
+    auto out = OIIO::ImageOutput::create(output);
+    OIIO::ImageSpec spec(kSize, kSize, 4, OIIO::TypeDesc::FLOAT);
+    if (!out || !out->open(output, spec) || !out->write_image(OIIO::TypeDesc::FLOAT, ours.data()) || !out->close()) {
+      std::fprintf(stderr, "cannot write %s: %s\n", output, out ? out->geterror().c_str() : OIIO::geterror().c_str());
+      return false;
+    }
+  }
 
   // The preview on the same scene: iterations per second against the path tracer's.
   {
@@ -354,7 +362,7 @@ int main(int argc, char** argv) {
   }
   Image reference;
   if (!readReference(reference)) return 1;
-  bool ok = kernelBench(samples, threads, reference);
+  bool ok = kernelBench(samples, threads, reference, argc > 3 ? argv[3] : nullptr);
 #ifdef ZVR_BENCH_HAVE_API
   ok = apiBench(samples, threads, reference) && ok;
 #else
