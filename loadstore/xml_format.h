@@ -1,4 +1,20 @@
 // Names shared by the XML scene writer and reader, so the two cannot drift apart.
+//
+// The document, one element per object, scalars as attributes, binary payloads in base64
+// (little-endian 32-bit floats or unsigned integers; images as their encoded file bytes):
+//   <zvrscene version="1">
+//     <images><image name mime>base64</image>...</images>
+//     <materials><material name baseColor metallic ...><texture slot image texcoord wrapS .../></material></materials>
+//     <meshes><mesh name source><primitive material vertices triangles>
+//       <positions/> <normals/> <tangents/> <texcoords0/> <texcoords1/> <colors/> <indices/>
+//     </primitive></mesh></meshes>
+//     <cameras><camera name type yfov xmag ymag znear zfar/></cameras>
+//     <lights><light name type color intensity innerCone outerCone/></lights>
+//     <nodes><node name parent source mesh camera light translation rotation scale/></nodes>
+//     <animations><channel animation interpolation node kind keys><times/><values/></channel></animations>
+//     <ocio><config>text</config><file name>base64</file>...</ocio>
+//   </zvrscene>
+// References are indices into the lists above; a node's parent always comes before it.
 #pragma once
 
 namespace zvr::loadstore::xml {
