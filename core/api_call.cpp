@@ -1,23 +1,42 @@
 #include "api_call.h"
 
+#include <dlfcn.h>
+
 #include <cstdio>
+#include <cstring>
 
 namespace zvr::core {
+namespace {
 
-ApiCall::ApiCall(const char* operation, const void* handle) : operation_(operation), line_(operation) {
+// Our layered libraries are libZvr*.so files other than this one.
+bool isLayeredLibraryCode(const void* address) {
+  Dl_info caller, self;
+  if (!address || ::dladdr(address, &caller) == 0 || !caller.dli_fname) return false;
+  if (::dladdr(reinterpret_cast<const void*>(&isLayeredLibraryCode), &self) != 0 && caller.dli_fbase == self.dli_fbase)
+    return false;
+  const char* slash = std::strrchr(caller.dli_fname, '/');
+  const char* file = slash ? slash + 1 : caller.dli_fname;
+  return std::strncmp(file, "libZvr", 6) == 0;
+}
+
+}  // namespace
+
+ApiCall::ApiCall(const char* operation, const void* handle, const void* caller) : operation_(operation), caller_(caller), line_(operation) {
   if (Object* object = ObjectRegistry::instance().find(handle)) context_ = object->context();
   tracePath_ = context_ ? context_->tracePath() : environmentTracePath();
-  tracing_ = !tracePath_.empty();
+  nested_ = !tracePath_.empty() && isLayeredLibraryCode(caller);
+  tracing_ = !tracePath_.empty() && !nested_;
 }
 
 void ApiCall::traceTo(const std::string& path) {
   tracePath_ = path;
-  tracing_ = !path.empty();
+  if (!path.empty()) nested_ = isLayeredLibraryCode(caller_);
+  tracing_ = !path.empty() && !nested_;
 }
 
 void ApiCall::adoptContext(Context* context) {
   context_ = context;
-  if (!tracing_ && !context->tracePath().empty()) {
+  if (!tracing_ && !nested_ && !context->tracePath().empty()) {
     tracePath_ = context->tracePath();
     tracing_ = true;
   }

@@ -17,7 +17,11 @@ namespace zvr::core {
 class ApiCall {
  public:
   // `handle` is the object the call is about (any kind); null or dead leaves it without a context.
-  ApiCall(const char* operation, const void* handle);
+  // `caller` defaults to the return address of the exported function that makes the ApiCall: a
+  // call that the load/store library makes on behalf of its own API call is part of that call's
+  // trace line and is not traced again. (A layer that jumps to us as a tail call shows as its own
+  // caller; the load/store library calls and then checks the status, so it never does.)
+  ApiCall(const char* operation, const void* handle, const void* caller = __builtin_return_address(0));
 
   ApiCall& handle(const char* name, const void* value) { if (tracing_) line_.handle(name, value); return *this; }
   ApiCall& number(const char* name, int64_t value) { if (tracing_) line_.number(name, value); return *this; }
@@ -65,6 +69,8 @@ class ApiCall {
   const char* operation_;
   Context* context_ = nullptr;
   std::string tracePath_;
+  const void* caller_;
+  bool nested_ = false;
   bool tracing_ = false;
   TraceLine line_;
 };

@@ -16,6 +16,8 @@
 using core_test::lastError;
 using core_test::ScopedContext;
 
+extern "C" ZvrStatus zvrTestLayerSetIterations(ZvrContext context, uint32_t count);
+
 namespace {
 
 struct CoreTestPluginReport {
@@ -222,6 +224,7 @@ TEST(CoreTrace, EveryCallIsOneLineWithItsArgumentsAndStatus) {
   {
     ScopedContext context(ZVR_CREATION_FLAGS_ENABLE_CPU, {plugin});
     zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 4);
+    ASSERT_EQ(zvrTestLayerSetIterations(context, 5), ZVR_SUCCESS);  // a layered library's call: not traced
     zvrContextSetParameterByKey1f(context, ZVR_CONTEXT_DISPLAY_GAMMA, 2.4f);
     zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, "a \"b\".ocio");
     zvrContextSetParameterByKey1u(context, 4242, 1);
