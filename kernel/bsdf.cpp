@@ -64,8 +64,8 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
   float ior = m_.ior >= 1.0f ? m_.ior : 1.5f;
   m_.ior = ior;
   eta_ = volume_ ? (outside ? ior : 1 / ior) : ior;
-  specular_ = clamp01(m_.specular);
-  f0_ = fresnelDielectric(1, eta_);
+  specular_ = metallic < 1 ? clamp01(m_.specular) : 0;
+  f0_ = specular_ > 0 ? fresnelDielectric(1, eta_) : 0;
   tintedF0_ = Vec3(std::min(1.0f, f0_ * m_.specularColor.x), std::min(1.0f, f0_ * m_.specularColor.y),
                    std::min(1.0f, f0_ * m_.specularColor.z));
   alpha_ = roughnessToAlpha(std::max(clamp01(m_.roughness), minRoughness));
@@ -79,11 +79,13 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
   float sheenE = maxSheen > 0 ? maxSheen * sheenAlbedo(cosO, m_.sheenRoughness) : 0;
   baseScale_ = (1 - coatF) * (1 - sheenE);
 
-  float fd = dielectricReflectance(cosO);
+  Vec3 reflectance = reflectFresnel(cosO);
+  float fd = m_.metallic < 1 ? maxComponent(dielectricFresnel(cosO)) : 0;
   weights_[kDiffuseLobe] = luminance(diffuseColor_) * (1 - fd) * baseScale_;
-  weights_[kReflectLobe] = maxComponent(reflectFresnel(cosO)) * baseScale_;
-  weights_[kRefractLobe] = (1 - metallic) * transmission * std::max(luminance(m_.baseColor), 1e-3f) *
-                           (1 - clamp01(m_.specular) * fresnelDielectric(cosO, eta_)) * baseScale_;
+  weights_[kReflectLobe] = maxComponent(reflectance) * baseScale_;
+  weights_[kRefractLobe] = transmission > 0 ? (1 - metallic) * transmission * std::max(luminance(m_.baseColor), 1e-3f) *
+                                                  (1 - specular_ * fresnelDielectric(cosO, eta_)) * baseScale_
+                                            : 0;
   weights_[kCoatLobe] = coatF;
   weights_[kSheenLobe] = sheenE * (1 - coatF);
   float sum = 0;

@@ -53,13 +53,22 @@ float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f);
 
 }  // namespace
 
+// Beyond the first few bounces stratification no longer pays for its cost: later dimensions
+// use a plain hash of pixel, sample and dimension.
+constexpr uint32_t kScrambledDimensions = 12;
+
 float Sampler::get1D() {
+  if (dimension_ >= kScrambledDimensions) return toUnit(hashCombine(hashCombine(seed_, index_), dimension_++));
   uint32_t dimSeed = hashCombine(seed_, dimension_++);
   uint32_t shuffled = nestedUniformScramble(index_, dimSeed);
   return toUnit(nestedUniformScramble(sobol0(shuffled), hashCombine(dimSeed, 0x68bc21ebu)));
 }
 
 Sampler::Pair Sampler::get2D() {
+  if (dimension_ >= kScrambledDimensions) {
+    uint32_t h = hashCombine(hashCombine(seed_, index_), dimension_++);
+    return {toUnit(h), toUnit(hashCombine(h, 0x2c1b3c6du))};
+  }
   uint32_t dimSeed = hashCombine(seed_, dimension_++);
   uint32_t shuffled = nestedUniformScramble(index_, dimSeed);
   uint32_t x = nestedUniformScramble(sobol0(shuffled), hashCombine(dimSeed, 0x68bc21ebu));
