@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "api_fixture.h"
+#include "scene_catalog.h"
+
+namespace zvr::testing {
+namespace {
+
+const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+
+using InstantiateApi = LoadStoreApi;
+
+template <typename T>
+T cameraInfo(ZvrCamera camera, uint32_t key) {
+  T value{};
+  EXPECT_EQ(zvrCameraGetInfo(camera, key, sizeof value, &value, nullptr), 0) << "key " << key;
+  return value;
+}
+
+TEST_F(InstantiateApi, CamerasKeepTheirProjectionAndTheFirstIsTheScenes) {
+  ASSERT_EQ(zvrsImport((kScenes + "Cameras/Cameras.gltf").c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  const auto cameras = imported<zvrsListImportedCameras>();
+  ASSERT_EQ(cameras.size(), 2u);
+  ZvrCamera active = nullptr;
+  ASSERT_EQ(zvrSceneGetCamera(scene, &active), 0);
+  EXPECT_EQ(active, cameras[0]) << "the first camera in node order is the scene's";
+  EXPECT_EQ(cameraInfo<uint32_t>(cameras[0], ZVR_CAMERA_TYPE), uint32_t(ZVR_CAMERA_PERSPECTIVE));
+  EXPECT_FLOAT_EQ(cameraInfo<float>(cameras[0], ZVR_CAMERA_FOVY), 0.7f);
+  EXPECT_EQ(cameraInfo<uint32_t>(cameras[1], ZVR_CAMERA_TYPE), uint32_t(ZVR_CAMERA_ORTHOGRAPHIC));
+  EXPECT_FLOAT_EQ(cameraInfo<float>(cameras[1], ZVR_CAMERA_ORTHO_HEIGHT), 2.f) << "ymag is half the height";
+  const auto clip = cameraInfo<std::array<float, 2>>(cameras[0], ZVR_CAMERA_CLIP);
+  EXPECT_FLOAT_EQ(clip[0], 0.01f);
+  EXPECT_FLOAT_EQ(clip[1], 100.f);
+  EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, cameras[0]), "node_1");
+  EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, cameras[1]), "node_2");
+}
+
+TEST_F(InstantiateApi, PunctualLightsCarryColourTimesIntensity) {
+  const std::string file = kScenes + "LightsPunctualLamp/LightsPunctualLamp.gltf";
+  const nlohmann::json j = gltfJson(file);
+  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  const auto lights = imported<zvrsListImportedLights>();
+  ASSERT_EQ(lights.size(), 5u);
+  const auto& defs = j["extensions"]["KHR_lights_punctual"]["lights"];
+  size_t matched = 0;
+  for (ZvrObject light : lights) {
+    char name[256] = {};
+    ASSERT_EQ(zvrLightGetInfo(light, ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
+    for (const auto& d : defs) {
+      if (d["name"] != name) continue;
+      ++matched;
+      const std::vector<float> colour = d.value("color", std::vector<float>{1, 1, 1});
+      const float intensity = d.value("intensity", 1.f);
+      float radiance[3];
+      ASSERT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_RADIANCE, sizeof radiance, radiance, nullptr), 0);
+      for (int c = 0; c < 3; ++c) EXPECT_NEAR(radiance[c], colour[c] * intensity, 1e-4f) << name;
+      uint32_t type = 99;
+      ASSERT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_TYPE, sizeof type, &type, nullptr), 0);
+      EXPECT_EQ(type, uint32_t(ZVR_LIGHT_POINT));
+      EXPECT_FALSE(parentName(zvrsGetParentGroupFromLight, light).empty());
+    }
+  }
+  EXPECT_EQ(matched, defs.size());
+}
+
+TEST_F(InstantiateApi, TexturesAreSharedPerColourSpaceAndMaterialsCarryTheirFactors) {
+  const std::string file = kScenes + "NormalTangentMirrorTest/NormalTangentMirrorTest.glb";
+  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  const auto shapes = imported<zvrsListImportedShapes>();
+  ASSERT_EQ(shapes.size(), 1u);
+  ZvrMaterialNode material = nullptr;
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_MATERIAL, sizeof material, &material, nullptr), 0);
+  ASSERT_NE(material, nullptr);
+  auto slotImage = [&](const char* slot) {
+    ZvrImage image = nullptr;
+    EXPECT_EQ(zvrMaterialNodeGetParameter(material, slot, sizeof image, &image, nullptr), 0) << slot;
+    return image;
+  };
+  auto colourSpace = [](ZvrImage image) {
+    ZvrImageDesc desc{};
+    EXPECT_EQ(zvrImageGetInfo(image, ZVR_IMAGE_DESC, sizeof desc, &desc, nullptr), 0);
+    return desc.colorSpace;
+  };
+  // Occlusion and metallic-roughness read one image, both linear: it is decoded once.
+  EXPECT_EQ(slotImage("occlusion"), slotImage("metallic_roughness"));
+  EXPECT_EQ(colourSpace(slotImage("base_color")), uint32_t(ZVR_IMAGE_COLORSPACE_SRGB));
+  EXPECT_EQ(colourSpace(slotImage("normal")), uint32_t(ZVR_IMAGE_COLORSPACE_LINEAR));
+  EXPECT_EQ(colourSpace(slotImage("occlusion")), uint32_t(ZVR_IMAGE_COLORSPACE_LINEAR));
+  EXPECT_EQ(liveObjects(ZVR_CONTEXT_LIST_CREATED_IMAGES).size(), 3u);
+  uint32_t doubleSided = 0, materialId = 99;
+  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "double_sided", sizeof doubleSided, &doubleSided, nullptr), 0);
+  EXPECT_EQ(doubleSided, 1u);
+  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "material_id", sizeof materialId, &materialId, nullptr), 0);
+  EXPECT_EQ(materialId, 0u);
+}
+
+TEST_F(InstantiateApi, ShapesCarryIdsNamesAndTheirMaterials) {
+  const std::string file = kScenes + "BoxTextured/BoxTextured.glb";
+  const nlohmann::json j = gltfJson(file);
+  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  const auto shapes = imported<zvrsListImportedShapes>();
+  ASSERT_EQ(shapes.size(), 1u);
+  uint32_t objectId = 99, meshId = 99, groupId = 99;
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_OBJECT_ID, 4, &objectId, nullptr), 0);
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_MESH_ID, 4, &meshId, nullptr), 0);
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_GROUP_ID, 4, &groupId, nullptr), 0);
+  EXPECT_EQ(objectId, 0u);
+  EXPECT_EQ(meshId, 0u);
+  EXPECT_EQ(j["nodes"][groupId]["mesh"], 0) << "the group id is the index of the node holding the mesh";
+  char name[256] = {};
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
+  EXPECT_EQ(std::string(name), parentName(zvrsGetParentGroupFromShape, shapes[0])) << "a single primitive takes its node's name";
+  ZvrMaterialNode material = nullptr;
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_MATERIAL, sizeof material, &material, nullptr), 0);
+  float metallic = -1, base[4] = {};
+  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "metallic", sizeof metallic, &metallic, nullptr), 0);
+  EXPECT_EQ(metallic, 0.f);
+  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "base_color", sizeof base, base, nullptr), 0);
+  EXPECT_EQ(base[0], 1.f) << "the default factor is white";
+  uint32_t vertices = 0;
+  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_VERTEX_COUNT, 4, &vertices, nullptr), 0);
+  const int positions = j["meshes"][0]["primitives"][0]["attributes"]["POSITION"];
+  EXPECT_EQ(vertices, j["accessors"][positions]["count"].get<uint32_t>());
+}
+
+}  // namespace
+}  // namespace zvr::testing
