@@ -125,13 +125,14 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   PathIntegrator integrator(*scene_, lights_, camera, params, settings);
   Film film(request.targets, request.width, request.height, params.indexColors);
   uint32_t threads = params.threadCount > 0 ? params.threadCount : uint32_t(tbb::this_task_arena::max_concurrency());
+  tbb::task_arena arena(int(std::max(1u, threads)));
 
   raysTraced_ = 0;
   for (uint32_t i = 0; i < request.iterations; ++i) {
     if (request.host->abortRequested()) break;
     auto start = std::chrono::steady_clock::now();
     film.clear();
-    renderIteration(request, integrator, request.firstSampleIndex + i, film, threads);
+    renderIteration(request, integrator, request.firstSampleIndex + i, film, arena);
     if (averagedFramebuffers()) film.commitAverages();
     else film.commitSums();
     writeVariance(request, film);
@@ -142,7 +143,7 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
 }
 
 void KernelPlugin::renderIteration(const RenderRequest& request, const PathIntegrator& integrator, uint64_t sampleIndex,
-                                   Film& film, uint32_t threads) const {
+                                   Film& film, tbb::task_arena& arena) const {
   const RenderParams& params = *request.params;
   FilterSampler filter(params.imageFilterType, params.imageFilterRadius);
   uint32_t tileW = params.tileSize[0] >= 1 ? uint32_t(params.tileSize[0]) : 32;
@@ -164,7 +165,6 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
       }
     raysTraced_ += rays;
   };
-  tbb::task_arena arena(int(std::max(1u, threads)));
   arena.execute([&] {
     tbb::parallel_for(tbb::blocked_range2d<uint32_t>(0, h, tileH, 0, w, tileW), body, tbb::simple_partitioner());
   });

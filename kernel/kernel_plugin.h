@@ -2,6 +2,8 @@
 // iterations over tiles on a thread arena; a family supplies its integrator choice and filters.
 #pragma once
 
+#include <tbb/task_arena.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
@@ -37,7 +39,7 @@ class KernelPlugin : public RenderPlugin {
   int32_t renderChecked(const RenderRequest& request, std::string* error);
   bool validate(const RenderRequest& request, std::string* error) const;
   void renderIteration(const RenderRequest& request, const PathIntegrator& integrator, uint64_t sampleIndex, Film& film,
-                       uint32_t threads) const;
+                       tbb::task_arena& arena) const;
   void writeVariance(const RenderRequest& request, const Film& film);
 
   RTCDevice device_ = nullptr;
