@@ -84,7 +84,11 @@ class TracedRun : public testing::Test {
   }
 
   bool pluginAvailable(const std::string& library) const {
-    return std::filesystem::exists(std::string(ZVR_BIN_DIR) + "/" + library);
+    const bool built = std::filesystem::exists(std::string(ZVR_BIN_DIR) + "/" + library);
+#ifdef ZVR_PLUGINS_IN_TREE
+    EXPECT_TRUE(built) << library << " is a target of this tree but was not built";
+#endif
+    return built;
   }
 
   std::filesystem::path folder_;
@@ -198,7 +202,8 @@ TEST_F(TracedRun, QuillonRunReadsAndWritesItsFamilyKeys) {
                            {"zvrContextGetInfo", {key(413)}},
                            {"zvrContextGetInfo", {key(382)}},
                            {"zvrContextGetInfo", {key(384)}},
-                           {"zvrContextSetParameterByKey1u", {key(267), "value=1)"}},
+                           // Without "batchsize" the default goes out unlimited by the iterations.
+                           {"zvrContextSetParameterByKey1u", {key(267), "value=32)"}},
                            {"zvrContextSetParameter1u", {"\"maxdepth.diffuse\"", "2)"}},
                            {"zvrContextSetParameterByKey1f", {key(382), "value=0.5)"}},
                            {"zvrContextSetParameterByKey1f", {key(384)}},
