@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <new>
+#include <thread>
 
 #include "ZvrCore.h"
 #include "aov.h"
@@ -68,6 +69,28 @@ bool KernelPlugin::validate(const RenderRequest& r, std::string* error) const {
   if (!r.host) return fail("render request without a host");
   if (r.width == 0 || r.height == 0) return fail("render target size " + std::to_string(r.width) + "x" + std::to_string(r.height) + " is empty");
   if (!r.scene->hasCamera) return fail("the scene has no camera to render from");
+  auto finite = [](const float* v, int n) {
+    for (int i = 0; i < n; ++i)
+      if (!std::isfinite(v[i])) return false;
+    return true;
+  };
+  const CameraData& cam = r.scene->camera;
+  if (!finite(cam.transform.m, 16)) return fail("the camera transform holds a value that is not finite");
+  if (cam.mode != kModePlain && cam.mode != kModeLatLong && cam.mode != kModeStereoLatLong && cam.mode != kModeFisheye)
+    return fail("camera mode " + std::to_string(cam.mode) + " is not one of 0 (plain), 3 (lat-long), 4 (stereo lat-long), 7 (fisheye)");
+  if (cam.type > 1) return fail("camera type " + std::to_string(cam.type) + " is neither perspective (0) nor orthographic (1)");
+  if (cam.type == 0 && !(cam.fovY > 0 && cam.fovY < kPi))
+    return fail("camera field of view " + std::to_string(cam.fovY) + " is not between 0 and pi radians");
+  if (cam.type == 1 && !(cam.orthoHeight > 0 && std::isfinite(cam.orthoHeight)))
+    return fail("orthographic camera height " + std::to_string(cam.orthoHeight) + " is not a positive number");
+  if (!(cam.postScale > 0 && std::isfinite(cam.postScale)))
+    return fail("camera post scale " + std::to_string(cam.postScale) + " is not a positive number");
+  for (const auto& s : r.scene->shapes)
+    if (!finite(s.transform.m, 16)) return fail("shape " + std::to_string(s.id) + ": transform holds a value that is not finite");
+  for (const auto& l : r.scene->lights) {
+    if (!finite(l.transform.m, 16)) return fail("light " + std::to_string(l.id) + ": transform holds a value that is not finite");
+    if (!finite(l.radiance, 3)) return fail("light " + std::to_string(l.id) + ": radiance is not finite");
+  }
   const RenderParams& p = *r.params;
   if (p.imageFilterType > 6) return fail("image filter type " + std::to_string(p.imageFilterType) + " is not one of 0 to 6");
   if (!(p.imageFilterRadius > 0) || !std::isfinite(p.imageFilterRadius))
@@ -124,7 +147,10 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   IntegratorSettings settings = integratorSettings(params, request.targets);
   PathIntegrator integrator(*scene_, lights_, camera, params, settings);
   Film film(request.targets, request.width, request.height, params.indexColors);
-  uint32_t threads = params.threadCount > 0 ? params.threadCount : uint32_t(tbb::this_task_arena::max_concurrency());
+  // More workers than a few per core only cost memory.
+  uint32_t hardware = std::max(1u, std::thread::hardware_concurrency());
+  uint32_t threads = params.threadCount > 0 ? std::min(params.threadCount, 4 * hardware)
+                                            : uint32_t(tbb::this_task_arena::max_concurrency());
   tbb::task_arena arena(int(std::max(1u, threads)));
 
   raysTraced_ = 0;

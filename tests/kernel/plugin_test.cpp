@@ -290,6 +290,21 @@ INSTANTIATE_TEST_SUITE_P(
                          s.shapes[0].mesh = meshWith([](MeshData& m) { m.positions[1] = NAN; });
                        },
                        "not finite"},
+        BadRequestCase{"camera_mode", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.camera.mode = 5; }, "camera mode 5"},
+        BadRequestCase{"camera_fov", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.camera.fovY = 0; }, "field of view"},
+        BadRequestCase{"camera_nan", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.camera.transform.m[13] = NAN; },
+                       "camera transform"},
+        BadRequestCase{"ortho_height",
+                       [](SceneSnapshot& s, RenderParams&, uint32_t&) {
+                         s.camera.type = 1;
+                         s.camera.orthoHeight = -2;
+                       },
+                       "orthographic camera height"},
+        BadRequestCase{"post_scale", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.camera.postScale = 0; }, "post scale"},
+        BadRequestCase{"shape_transform", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.shapes[1].transform.m[0] = INFINITY; },
+                       "shape 2: transform"},
+        BadRequestCase{"light_radiance", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.lights[1].radiance[2] = NAN; },
+                       "light 1001: radiance"},
         BadRequestCase{"filter_type", [](SceneSnapshot&, RenderParams& p, uint32_t&) { p.imageFilterType = 9; }, "filter type 9"},
         BadRequestCase{"filter_radius", [](SceneSnapshot&, RenderParams& p, uint32_t&) { p.imageFilterRadius = -1; }, "radius"},
         BadRequestCase{"advanced_aov", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = 32; }, "advanced AOV work"}),
