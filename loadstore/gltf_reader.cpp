@@ -2,6 +2,7 @@
 
 #include <tiny_gltf.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <set>
@@ -11,6 +12,8 @@
 #include "gltf_materials.h"
 #include "load_error.h"
 #include "mesh_processing.h"
+#include "scene_framing.h"
+#include "skin_pose.h"
 #include "transform_math.h"
 
 namespace zvr::loadstore {
@@ -64,6 +67,7 @@ class GltfReader {
     readGltfMaterials(m_, file_, &scene_);
     readImages();
     readNodes();
+    poseSkins();
     readAnimations();
     return std::move(scene_);
   }
@@ -162,6 +166,7 @@ class GltfReader {
         for (int i = 0; i < 3; ++i) node.local.scale[i] = finite(src.scale[i]);
     }
     if (src.mesh >= 0) node.mesh = meshFor(src.mesh);
+    if (src.mesh >= 0 && src.skin >= 0) skinned_.push_back({int(scene_.nodes.size()), index});
     if (src.camera >= 0) node.camera = cameraFor(src.camera);
     const auto light = src.extensions.find("KHR_lights_punctual");
     if (light != src.extensions.end() && light->second.Has("light")) {
@@ -296,6 +301,89 @@ class GltfReader {
     return int(scene_.lights.size()) - 1;
   }
 
+  Matrix4 fileLocal(int index) const {
+    const tinygltf::Node& n = m_.nodes[index];
+    Matrix4 m = identityMatrix();
+    if (n.matrix.size() == 16) {
+      for (int i = 0; i < 16; ++i) m[i] = float(n.matrix[i]);
+    } else {
+      Trs trs;
+      for (size_t i = 0; i < 3 && n.translation.size() == 3; ++i) trs.translation[i] = float(n.translation[i]);
+      for (size_t i = 0; i < 4 && n.rotation.size() == 4; ++i) trs.rotation[i] = float(n.rotation[i]);
+      for (size_t i = 0; i < 3 && n.scale.size() == 3; ++i) trs.scale[i] = float(n.scale[i]);
+      normalizeQuaternion(trs.rotation.data());
+      m = matrixFromTrs(trs);
+    }
+    for (float v : m)
+      if (!std::isfinite(v)) fail("node " + std::to_string(index) + " has a transform that is not finite");
+    return m;
+  }
+
+  // World matrix of any node, also one outside the rendered scene (joints may be).
+  Matrix4 fileWorld(int index) const {
+    Matrix4 world = fileLocal(index);
+    size_t steps = 0;
+    for (int p = fileParent_[index]; p >= 0; p = fileParent_[p]) {
+      if (++steps > m_.nodes.size()) fail("node " + std::to_string(index) + " has a cycle among its parents");
+      world = multiply(fileLocal(p), world);
+    }
+    return world;
+  }
+
+  // Skinned meshes are posed at their bind pose: the joints' matrices are applied to the
+  // vertices, expressed relative to the node that holds the mesh (its group).
+  void poseSkins() {
+    if (skinned_.empty()) return;
+    fileParent_.assign(m_.nodes.size(), -1);
+    for (size_t p = 0; p < m_.nodes.size(); ++p)
+      for (int c : m_.nodes[p].children)
+        if (c >= 0 && size_t(c) < m_.nodes.size() && fileParent_[c] < 0) fileParent_[c] = int(p);
+    for (const auto& [descIndex, index] : skinned_) {
+      const tinygltf::Node& src = m_.nodes[index];
+      const std::string where = "skin " + std::to_string(src.skin);
+      if (size_t(src.skin) >= m_.skins.size()) fail("node " + std::to_string(index) + " names " + where + ", which does not exist");
+      const tinygltf::Skin& skin = m_.skins[src.skin];
+      std::vector<float> inverseBind;
+      if (skin.inverseBindMatrices >= 0) {
+        inverseBind = accessors_.readFloats(skin.inverseBindMatrices, 16);
+        if (inverseBind.size() < skin.joints.size() * 16) fail(where + " has fewer inverse bind matrices than joints");
+      }
+      Matrix4 nodeInverse;
+      if (!invertAffine(fileWorld(index), &nodeInverse)) continue;  // a collapsed node shows nothing anyway
+      std::vector<Matrix4> jointMatrices;
+      for (size_t j = 0; j < skin.joints.size(); ++j) {
+        const int joint = skin.joints[j];
+        if (joint < 0 || size_t(joint) >= m_.nodes.size()) fail(where + " names joint node " + std::to_string(joint) + ", which does not exist");
+        Matrix4 bind = identityMatrix();
+        if (!inverseBind.empty()) std::copy(inverseBind.begin() + long(j * 16), inverseBind.begin() + long(j * 16 + 16), bind.begin());
+        jointMatrices.push_back(multiply(nodeInverse, multiply(fileWorld(joint), bind)));
+      }
+      Mesh posed = scene_.meshes[scene_.nodes[descIndex].mesh];
+      const auto& prims = m_.meshes[src.mesh].primitives;
+      size_t d = 0;
+      for (size_t p = 0; p < prims.size(); ++p) {
+        if (prims[p].mode >= 0 && prims[p].mode < 4) continue;
+        Primitive& target = posed.primitives[d++];
+        const auto jointsAttr = prims[p].attributes.find("JOINTS_0");
+        const auto weightsAttr = prims[p].attributes.find("WEIGHTS_0");
+        if (jointsAttr == prims[p].attributes.end() || weightsAttr == prims[p].attributes.end()) continue;
+        const std::vector<float> jointValues = accessors_.readFloats(jointsAttr->second, 4);
+        const std::vector<float> weights = accessors_.readFloats(weightsAttr->second, 4);
+        if (jointValues.size() != target.vertexCount() * 4 || weights.size() != jointValues.size())
+          fail("mesh " + std::to_string(src.mesh) + " primitive " + std::to_string(p) + " has joints or weights not matching its vertices");
+        std::vector<uint32_t> joints(jointValues.size());
+        for (size_t i = 0; i < joints.size(); ++i) {
+          if (!(jointValues[i] >= 0.f) || jointValues[i] >= float(jointMatrices.size()))
+            fail("mesh " + std::to_string(src.mesh) + " primitive " + std::to_string(p) + " names a joint past the end of " + where);
+          joints[i] = uint32_t(jointValues[i]);
+        }
+        applySkinning(joints, weights, jointMatrices, &target);
+      }
+      scene_.nodes[descIndex].mesh = int(scene_.meshes.size());
+      scene_.meshes.push_back(std::move(posed));
+    }
+  }
+
   void readAnimations() {
     for (size_t a = 0; a < m_.animations.size(); ++a) {
       const tinygltf::Animation& anim = m_.animations[a];
@@ -335,6 +423,8 @@ class GltfReader {
   std::vector<int> nodeMap_;
   std::map<int, int> meshMap_;
   std::set<std::string> usedNames_;
+  std::vector<std::pair<int, int>> skinned_;  // (description node, file node)
+  std::vector<int> fileParent_;
 };
 
 }  // namespace

@@ -88,20 +88,6 @@ TEST(AnimationRecords, MalformedSamplersAreRefused) {
   }
 }
 
-// Floats of a tightly packed float accessor, read straight from the GLB's binary chunk.
-std::vector<float> accessorFloats(const std::string& glb, const nlohmann::json& j, int accessor) {
-  const std::vector<uint8_t> bytes = testing::fileBytes(glb);
-  uint32_t jsonLength;
-  std::memcpy(&jsonLength, bytes.data() + 12, 4);
-  const size_t bin = 20 + jsonLength + 8;
-  const auto& a = j["accessors"][accessor];
-  const auto& v = j["bufferViews"][a["bufferView"].get<int>()];
-  const size_t comps = a["type"] == "SCALAR" ? 1 : a["type"] == "VEC3" ? 3 : 4;
-  std::vector<float> out(a["count"].get<size_t>() * comps);
-  std::memcpy(out.data(), bytes.data() + bin + v.value("byteOffset", 0) + a.value("byteOffset", 0), out.size() * 4);
-  return out;
-}
-
 TEST(AnimationRecords, BoxAnimatedChannelsAndGroupChainMatchTheFile) {
   const std::string file = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAnimated/BoxAnimated.glb";
   const nlohmann::json j = testing::gltfJson(file);
@@ -128,8 +114,8 @@ TEST(AnimationRecords, BoxAnimatedChannelsAndGroupChainMatchTheFile) {
     EXPECT_EQ(int(s.nodes[record.node].sourceIndex), target["node"].get<int>());
     const std::string path = target["path"];
     EXPECT_EQ(record.kind, path == "translation" ? 1u : path == "rotation" ? 2u : 3u);
-    EXPECT_EQ(record.times, accessorFloats(file, j, sampler["input"]));
-    const std::vector<float> values = accessorFloats(file, j, sampler["output"]);
+    EXPECT_EQ(record.times, testing::accessorFloats(file, j, sampler["input"]));
+    const std::vector<float> values = testing::accessorFloats(file, j, sampler["output"]);
     ASSERT_EQ(record.values.size(), values.size());
     for (size_t k = 0; k < values.size(); ++k) EXPECT_NEAR(record.values[k], values[k], 1e-6f);
   }

@@ -72,4 +72,18 @@ inline ExpectedCounts expectedCounts(const nlohmann::json& gltf) {
   return c;
 }
 
+// Floats of a tightly packed float accessor, read straight from the GLB's binary chunk.
+inline std::vector<float> accessorFloats(const std::string& glb, const nlohmann::json& j, int accessor) {
+  const std::vector<uint8_t> bytes = fileBytes(glb);
+  uint32_t jsonLength;
+  std::memcpy(&jsonLength, bytes.data() + 12, 4);
+  const size_t bin = 20 + jsonLength + 8;
+  const auto& a = j["accessors"][accessor];
+  const auto& v = j["bufferViews"][a["bufferView"].get<int>()];
+  const size_t comps = a["type"] == "SCALAR" ? 1 : a["type"] == "VEC2" ? 2 : a["type"] == "VEC3" ? 3 : a["type"] == "VEC4" ? 4 : 16;
+  std::vector<float> out(a["count"].get<size_t>() * comps);
+  std::memcpy(out.data(), bytes.data() + bin + v.value("byteOffset", 0) + a.value("byteOffset", 0), out.size() * 4);
+  return out;
+}
+
 }  // namespace zvr::testing
