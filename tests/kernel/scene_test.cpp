@@ -114,3 +114,43 @@ TEST_F(SceneUpdateTest, RayEpsilonScalesWithTheScene) {
 
 }  // namespace
 }  // namespace zvr::kernel
+
+namespace zvr::kernel {
+namespace {
+
+// The texture memory limit drops the finest levels; the budget scale (Quillon's GPU memory
+// limit) shrinks it further.
+TEST(TextureBudget, CacheLimitAndScaleDropFineLevels) {
+  auto material = test::diffuseMaterial(1, 1, 1);
+  auto img = std::make_shared<ImageData>();
+  img->id = 321;
+  img->width = img->height = 512;
+  img->channels = 4;
+  img->pixels.assign(size_t(512) * 512 * 4, 0.5f);
+  material->baseColorTexture.image = img;
+  SceneSnapshot snap;
+  snap.shapes.push_back(test::shape(1, test::makeQuad(1), material));
+  struct Case {
+    uint32_t cacheMB;
+    float scale;
+    uint32_t expectedWidth;
+  };
+  for (Case c : {Case{0, 1, 512}, Case{2, 1, 256}, Case{2, 0.25f, 128}, Case{8, 1, 512}}) {
+    RTCDevice device = rtcNewDevice(nullptr);
+    DeviceErrors errors;
+    {
+      Scene scene(device, &errors);
+      RenderParams params;
+      params.textureCacheMB = c.cacheMB;
+      std::string error;
+      ASSERT_TRUE(scene.update(snap, params, c.scale, [](const ShapeData&) { return true; }, &error)) << error;
+      const Texture* tex = scene.shapes()[0].material->textures[kTexBaseColor];
+      ASSERT_NE(tex, nullptr);
+      EXPECT_EQ(tex->width(), c.expectedWidth) << c.cacheMB << " MB at scale " << c.scale;
+    }
+    rtcReleaseDevice(device);
+  }
+}
+
+}  // namespace
+}  // namespace zvr::kernel
