@@ -101,7 +101,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     const ShapeRecord& rec = shapes[s];
     if (!rec.attached || !rec.material || !rec.material->emissive) continue;
     const MaterialData& m = *rec.material->data;
-    Vec3 emission = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * m.emissiveStrength;
+    Vec3 emission = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * (m.emissiveStrength * rec.emissionScale);
     float lum = luminance(emission);
     bool textured = rec.material->textures[kTexEmissive] != nullptr;
     firstTriangleEntry_[s] = int64_t(entries_.size());

@@ -25,7 +25,7 @@ Vec3 surfaceEmission(const Scene& scene, const SurfaceHit& hit) {
   const MaterialRuntime& rt = *scene.shapes()[hit.shape].material;
   if (!rt.emissive) return Vec3(0);
   const MaterialData& m = *rt.data;
-  Vec3 e = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * m.emissiveStrength;
+  Vec3 e = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * (m.emissiveStrength * scene.shapes()[hit.shape].emissionScale);
   Vec4 t;
   if (lookup(rt, kTexEmissive, hit, 0, t)) e *= Vec3(t.x, t.y, t.z);
   return e;

@@ -78,6 +78,7 @@ bool Scene::update(const SceneSnapshot& snapshot, const RenderParams& params, fl
                          meshes != builtMeshes_ || transforms != builtTransforms_;
   bool materialsChanged = geometryChanged || snapshot.materialRevision != materialRevision_ || materials != builtMaterials_ ||
                           params.textureGamma != textureGamma_ || params.textureCacheMB != textureCacheMB_ ||
+                          params.normalizeLightIntensity != normalizeLights_ ||
                           textureBudgetScale != textureBudgetScale_;
   if (geometryChanged) {
     built_ = false;
@@ -198,6 +199,7 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
   materials_.clear();
   textureGamma_ = params.textureGamma;
   textureCacheMB_ = params.textureCacheMB;
+  normalizeLights_ = params.normalizeLightIntensity;
   textureBudgetScale_ = textureBudgetScale;
   float gamma = params.textureGamma > 0 && std::isfinite(params.textureGamma) ? params.textureGamma : 1;
   std::vector<std::pair<const MaterialData*, MaterialRuntime*>> known;
@@ -230,6 +232,18 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
     }
     shapes_[i].material = rt;
     if (shapes_[i].attached && !rt->opaque) allOpaque_ = false;
+    // Normalised emitters give the same power whatever their size: radiance divided by area.
+    shapes_[i].emissionScale = 1;
+    if (params.normalizeLightIntensity && rt->emissive && shapes_[i].attached) {
+      double area = 0;
+      for (uint32_t t = 0; t < shapes_[i].triangleCount; ++t) {
+        Vec3 p, n;
+        float a = 0;
+        trianglePoint(uint32_t(i), t, 0, 0, p, n, a);
+        area += a;
+      }
+      if (area > 0) shapes_[i].emissionScale = float(1 / area);
+    }
   }
   if (params.textureCacheMB > 0) {
     double budget = double(params.textureCacheMB) * 1024.0 * 1024.0 * std::max(0.0f, textureBudgetScale);

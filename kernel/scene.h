@@ -36,6 +36,7 @@ struct ShapeRecord {
   std::vector<float> tangents;           // world space xyz + handedness
   uint32_t objectId = 0, meshId = 0, groupId = 0, triangleCount = 0;
   bool attached = false;
+  float emissionScale = 1;               // 1 / area when emitters are normalised to unit power per area
   bool flipWinding = false;              // the transform mirrors
 };
 
@@ -107,7 +108,7 @@ class Scene {
   uint64_t geometryRevision_ = 0, transformRevision_ = 0, materialRevision_ = 0;
   std::vector<uint64_t> includedIds_;
   float textureGamma_ = 1, textureBudgetScale_ = 1;
-  uint32_t textureCacheMB_ = 0;
+  uint32_t textureCacheMB_ = 0, normalizeLights_ = 0;
   std::vector<uint64_t> shapeIds_;
   std::vector<const void*> builtMeshes_, builtMaterials_;
   std::vector<float> builtTransforms_;

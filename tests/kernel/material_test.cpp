@@ -100,6 +100,19 @@ TEST(Surface, VertexColoursUnlitAndEmissionStrength) {
   EXPECT_EQ(meanChannel(img, 1), 0.0f);
 }
 
+TEST(Surface, NormalisedEmittersRadiateTheirValueOverTheirArea) {
+  auto glow = diffuseMaterial(0, 0, 0);
+  glow->emissive[0] = glow->emissive[1] = glow->emissive[2] = 2;
+  SceneSnapshot scene = quadUnderSky(glow, makeQuad(1.5f));  // area 9
+  scene.lights.clear();
+  RenderParams params;
+  params.imageFilterType = 0;
+  velder::VelderPlugin plugin;
+  EXPECT_NEAR(meanChannel(renderWith(plugin, scene, params, 4, 4, 2, {kAovColor}).image(), 0), 2.0f, 1e-5f);
+  params.normalizeLightIntensity = 1;
+  EXPECT_NEAR(meanChannel(renderWith(plugin, scene, params, 4, 4, 2, {kAovColor}).image(), 0), 2.0f / 9, 1e-5f);
+}
+
 TEST(Surface, NormalMapTiltsTheShadingNormal) {
   // A flat normal map texel pointing 45 degrees towards +x in tangent space.
   auto m = diffuseMaterial(0.5f, 0.5f, 0.5f);
