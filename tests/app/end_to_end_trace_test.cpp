@@ -222,6 +222,17 @@ TEST_F(TracedRun, XmlOutputExportsAndRendersNothing) {
   for (const std::string& line : lines) EXPECT_EQ(line.rfind("zvrRegisterPlugin(", 0), std::string::npos) << line;
 }
 
+TEST_F(TracedRun, KelBackendIsAnnouncedAndGetsNoDefaultDevice) {
+  if (!pluginAvailable("libVelder64.so")) GTEST_SKIP() << "libVelder64.so is not built";
+  const ProcessResult result =
+      run("{\"plugin\":\"velder\",\"gui\":0,\"width\":8,\"height\":8,\"iterations\":1,\"print.progress\":0,"
+          "\"context\":{\"backend\":\"kel\",\"debug\":1}}");
+  ASSERT_TRUE(result.exited);
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(result.out.rfind("Kel Backend enabled\n", 0), 0u) << result.out;
+  expectInOrder(traceLines(), {{"zvrCreateContext", {"creationFlags=0x80080000,"}}});
+}
+
 TEST_F(TracedRun, ViewerRequestIsRefusedClearly) {
   if (!pluginAvailable("libVelder64.so")) GTEST_SKIP() << "libVelder64.so is not built";
   const ProcessResult result = run("{\"plugin\":\"velder\",\"gui\":1,\"width\":16,\"height\":16,\"context\":{}}");
