@@ -70,6 +70,42 @@ INSTANTIATE_TEST_SUITE_P(Modes, AlphaTest,
                                            AlphaCase{"blend_mixes", 2, 0.3f, 0.5f, 0.85f, 0.3f}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// Shadow rays pass alpha-blended surfaces, each dimming the light by its transparency, up to the
+// shadow depth limit; beyond it the light counts as blocked.
+TEST(AlphaShadows, BlendedLayersDimLightUpToTheShadowDepth) {
+  auto veil = diffuseMaterial(0.5f, 0.5f, 0.5f);
+  veil->alphaMode = 2;
+  veil->baseColor[3] = 0.5f;
+  veil->doubleSided = true;
+  SceneSnapshot scene;
+  scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(1, 1, 1)));
+  for (int i = 0; i < 3; ++i) scene.shapes.push_back(shape(2 + i, makeQuad(1.5f, 1.0f + 0.2f * i), veil));
+  scene.lights.push_back(pointLight(0, 3, 0, 9));
+  scene.hasCamera = true;
+  scene.camera.transform = lookAt(3, 0.4f, 0, 0, 0, 0);  // low, under the veils
+  scene.camera.fovY = 0.05f;                              // a narrow view of the floor's centre
+  RenderParams params;
+  params.imageFilterType = 0;
+  velder::VelderPlugin plugin;
+  auto centre = [&](uint32_t shadowDepth) {
+    RenderParams p = params;
+    p.maxDepthShadow = shadowDepth;
+    p.maxDepth = 0;  // direct light only: the floor sees the lamp through the veils
+    auto out = renderWith(plugin, scene, p, 4, 4, 8, {kAovColor, kernel::kAovWorldCoordinate});
+    auto img = out.image(0), pos = out.image(1);
+    // Divide out the unshadowed radiance I cos / r^2 / pi, leaving the veils' transmittance.
+    double sum = 0;
+    for (size_t i = 0; i < img.size(); i += 4) {
+      float dx = pos[i], dz = pos[i + 2], r2 = dx * dx + dz * dz + 9;
+      sum += img[i] / (9 * (3 / std::sqrt(r2)) / r2 / 3.14159265f);
+    }
+    return float(sum / (img.size() / 4));
+  };
+  EXPECT_NEAR(centre(8), 0.125f, 1e-3f);
+  EXPECT_NEAR(centre(3), 0.125f, 1e-3f);
+  EXPECT_EQ(centre(2), 0.0f) << "a fourth surface is more than the shadow ray may pass";
+}
+
 TEST(Surface, VertexColoursUnlitAndEmissionStrength) {
   RenderParams params;
   params.imageFilterType = 0;
