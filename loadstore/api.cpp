@@ -214,6 +214,7 @@ ZVR_API ZvrStatus zvrsImport(const char* path, ZvrContext context, ZvrMaterialSy
     expectKind(materialSystem, ZVR_OBJECT_MATERIAL_SYSTEM, "material system");
     expectArgument(path != nullptr, "scene path is null");
     expectArgument(outScene != nullptr, "scene out-parameter is null");
+    *outScene = nullptr;  // a failed import hands out no scene
     if (useExistingScene || options)
       throw ApiFailure{ZVR_ERROR_UNSUPPORTED, "importing into an existing scene or with options is not supported"};
     const SceneDescription description = readSceneFile(path);

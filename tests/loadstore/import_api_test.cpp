@@ -193,9 +193,9 @@ TEST_F(ImportApi, FailedImportsNameTheFileAndLeaveNothingBehind) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    ZvrScene s = nullptr;
+    ZvrScene s = reinterpret_cast<ZvrScene>(&dummy);  // whatever the caller left there
     EXPECT_EQ(zvrsImport(c.path.c_str(), context, materialSystem, &s, 0, c.options), c.status);
-    EXPECT_EQ(s, nullptr);
+    EXPECT_EQ(s, nullptr) << "a failed import hands out no scene";
     EXPECT_NE(lastError().find(c.words), std::string::npos) << lastError();
     for (ZvrContextInfo key : {ZVR_CONTEXT_LIST_CREATED_SHAPES, ZVR_CONTEXT_LIST_CREATED_IMAGES,
                                ZVR_CONTEXT_LIST_CREATED_MATERIALNODES, ZVR_CONTEXT_LIST_CREATED_SCENES})
