@@ -5,6 +5,7 @@ namespace {
 
 constexpr int kMaxAlphaPasses = 64;
 constexpr uint32_t kRussianRouletteDepth = 3;
+constexpr float kPreviewBounceProbability = 0.25f;
 
 }  // namespace
 
@@ -84,6 +85,8 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
   // After the last bounce a path still follows its BSDF sample to collect emission, the other half
   // of the MIS pair whose light-sampling half was taken at that vertex.
   bool emissionOnly = false;
+  // The preview lights by light sampling alone (no MIS) and stops after its bounce's light sample.
+  const bool preview = settings_.mode == IntegratorMode::Preview;
 
   auto add = [&](Vec3 value, bool direct) {
     value = clampContribution(value);
@@ -100,7 +103,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
       if (!isBlack(le)) {
         if (depth == 0) {
           out.background += clampContribution(beta * le);
-        } else {
+        } else if (deltaBounce || !preview) {
           float w = deltaBounce ? 1.0f : powerHeuristic(prevPdf, lights_.environmentPdf(ray.direction));
           add(beta * le * w, depth == 1);
         }
@@ -165,7 +168,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
     if (!isBlack(mat.emission)) {
       if (depth == 0) {
         out.emission += clampContribution(beta * mat.emission);
-      } else {
+      } else if (deltaBounce || !preview) {
         float w = 1;
         if (!deltaBounce)
           w = powerHeuristic(prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, prevP, hit.p, hit.ng));
@@ -189,7 +192,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
         if (!isBlack(f)) {
           Vec3 vis = transmittance(hit.p, ls.wi, ls.distance, hit.ng, out.rays);
           if (!isBlack(vis)) {
-            float w = ls.delta ? 1.0f : powerHeuristic(ls.pdf, e.pdf);
+            float w = ls.delta || preview ? 1.0f : powerHeuristic(ls.pdf, e.pdf);
             Vec3 scale = beta * ls.radiance * vis * (w / ls.pdf);
             if (depth == 0) {
               for (int c = 0; c < kLobeCategories; ++c) out.direct[c] += clampContribution(scale * e.value[c]);
@@ -201,7 +204,16 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
       }
     }
 
-    if (depth >= maxDepth_) emissionOnly = true;
+    if (depth >= maxDepth_) {
+      // The preview takes light only by light sampling, so nothing is left to collect.
+      if (preview) break;
+      emissionOnly = true;
+    }
+    // The preview follows its one bounce on a fraction of samples, weighted up to stay unbiased.
+    if (preview && depth == 0) {
+      if (sampler.get1D() >= kPreviewBounceProbability) break;
+      beta *= 1 / kPreviewBounceProbability;
+    }
 
     float uLobe = sampler.get1D();
     auto u = sampler.get2D();

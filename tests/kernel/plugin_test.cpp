@@ -189,6 +189,28 @@ TEST(Dorrik, FramebuffersHoldRunningAveragesOfWholeIterations) {
   for (size_t k = 0; k < sum.size(); ++k) ASSERT_NEAR(avg[k], sum[k], 1e-4f * std::max(1.0f, sum[k]));
 }
 
+// The preview's estimator (light sampling only, its bounce followed on a fraction of samples)
+// converges to the same one-bounce picture as the path tracer limited to one bounce.
+TEST(Dorrik, ConvergesToTheOneBouncePathTracer) {
+  SceneSnapshot scene = simpleScene();
+  scene.lights.clear();  // lit by an emissive sphere alone, so each estimator's handling of it shows
+  auto lamp = diffuseMaterial(0, 0, 0);
+  lamp->emissive[0] = lamp->emissive[1] = lamp->emissive[2] = 5;
+  scene.shapes.push_back(shape(3, makeSphere(0.4f, 12, 6), lamp, translation(-0.8f, 1.2f, 0.3f)));
+  RenderParams params;
+  params.maxDepth = 1;
+  dorrik::DorrikPlugin preview;
+  velder::VelderPlugin velder;
+  auto a = renderWith(preview, scene, params, 8, 8, 1024, {kAovColor}).image();
+  auto b = renderWith(velder, scene, params, 8, 8, 1024, {kAovColor}).image();
+  double sa = 0, sb = 0;
+  for (size_t i = 0; i < a.size(); i += 4) {
+    sa += a[i] + a[i + 1] + a[i + 2];
+    sb += b[i] + b[i + 1] + b[i + 2];
+  }
+  EXPECT_NEAR(sa / sb, 1.0, 0.008);
+}
+
 TEST(Dorrik, RefusesAovsOfThePathTracer) {
   dorrik::DorrikPlugin plugin;
   std::string why;
