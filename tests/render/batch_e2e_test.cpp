@@ -112,6 +112,17 @@ TEST(BatchLoop, QuietWithoutProgress) {
   EXPECT_TRUE(percentLines(run.out).empty()) << run.out;
 }
 
+TEST(BatchLoop, PostProcessedColourIsAPngWhateverItsName) {
+  const std::string folder = makeRunFolder("postprocess");
+  const ProgramRun run = runProgram(
+      folder, {kScene, config(folder, R"(,"iterations":1,"aovs":{"normal":"n.jpg"})"),
+               R"({"output":["p.jpg","p.exr"],"postprocess.exposure":2.0})"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(imageInfo(folder + "/p.jpg").format, "png");
+  EXPECT_EQ(imageInfo(folder + "/p.exr").format, "png");
+  EXPECT_EQ(imageInfo(folder + "/n.jpg").format, "jpeg");  // not the colour element: the library writes it
+}
+
 TEST(BatchLoop, SingleModeWritesEveryElementAndName) {
   const std::string folder = makeRunFolder("single");
   const ProgramRun run = runProgram(
