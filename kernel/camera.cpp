@@ -16,8 +16,10 @@ Camera::Camera(const CameraData& data, uint32_t width, uint32_t height)
     pixelSpread_ = 2 * kPi / width_;
   else if (data.mode == kModeFisheye)
     pixelSpread_ = kPi * scale / std::min(width_, height_);
-  else if (data.type == 1)
+  else if (data.type == 1) {
     pixelSpread_ = 0;
+    pixelWidth_ = data.orthoHeight * scale / height_;
+  }
   else
     pixelSpread_ = 2 * tanHalfY_ / height_;
 }

@@ -24,12 +24,14 @@ class Camera {
   Vec3 position() const { return position_; }
   // Angle one pixel spans at the image centre, for texture footprints.
   float pixelSpread() const { return pixelSpread_; }
+  // World-space width of a pixel where rays start (orthographic cameras), else 0.
+  float pixelWidth() const { return pixelWidth_; }
 
  private:
   CameraData data_;
   float width_, height_;
   Vec3 position_, right_, up_, back_;
-  float tanHalfY_, aspect_, pixelSpread_;
+  float tanHalfY_, aspect_, pixelSpread_, pixelWidth_ = 0;
 };
 
 }  // namespace zvr::kernel

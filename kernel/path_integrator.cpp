@@ -80,7 +80,7 @@ void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleRes
   int alphaPasses = 0;
   float distanceSoFar = 0;
   float cone = camera_.pixelSpread();
-  float coneWidth = 0;
+  float coneWidth = camera_.pixelWidth();
   Vec3 sigma(0);  // extinction of the medium the ray travels in
   // After the last bounce a path still follows its BSDF sample to collect emission, the other half
   // of the MIS pair whose light-sampling half was taken at that vertex.

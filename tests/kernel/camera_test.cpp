@@ -75,6 +75,21 @@ TEST_P(CameraDirectionTest, FilmPositionGivesKnownDirection) {
 INSTANTIATE_TEST_SUITE_P(Modes, CameraDirectionTest, ::testing::ValuesIn(directionCases()),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// Texture footprints start from these: a pixel's angle for projections, its width for orthographic.
+TEST(Footprint, PixelSpreadAndWidthFollowTheProjection) {
+  CameraData data;
+  data.fovY = 0.8f;
+  Camera perspective(data, 200, 100);
+  EXPECT_NEAR(perspective.pixelSpread(), 2 * std::tan(0.4f) / 100, 1e-6f);
+  EXPECT_EQ(perspective.pixelWidth(), 0.0f);
+  data.type = 1;
+  data.orthoHeight = 3;
+  data.postScale = 2;
+  Camera ortho(data, 200, 100);
+  EXPECT_EQ(ortho.pixelSpread(), 0.0f);
+  EXPECT_NEAR(ortho.pixelWidth(), 3 * 2 / 100.0f, 1e-6f);
+}
+
 TEST(Fisheye, OutsideTheCircleHasNoRay) {
   CameraData data;
   data.mode = kModeFisheye;
