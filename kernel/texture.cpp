@@ -29,7 +29,7 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
   baseHeight_ = std::max(1u, image.height);
   Level base{baseWidth_, baseHeight_, std::vector<float>(size_t(baseWidth_) * baseHeight_ * 4)};
   size_t count = size_t(image.width) * image.height;
-  bool valid = image.width > 0 && image.height > 0 && image.pixels.size() >= count * image.channels;
+  bool valid = image.width > 0 && image.height > 0 && image.channels >= 1 && image.pixels.size() >= count * image.channels;
   for (size_t i = 0; i < size_t(baseWidth_) * baseHeight_; ++i) {
     float c[4] = {0, 0, 0, 1};
     if (valid) {

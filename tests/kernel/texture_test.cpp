@@ -65,6 +65,11 @@ TEST(TextureDecode, SrgbAndGammaApplyToColourTexturesOnly) {
   auto linear = image(1, 1, 3, {0.5f, 0.5f, 0.5f});
   EXPECT_NEAR(Texture(*linear, true, 2.2f).sample(0.5f, 0.5f, 0, 0, 0, true, true).x, std::pow(0.5f, 2.2f), 1e-5f);
   EXPECT_NEAR(Texture(*linear, true, 1.0f).sample(0.5f, 0.5f, 0, 0, 0, true, true).x, 0.5f, 1e-6f);
+  // Malformed images (no channels, too few pixels) read as black instead of past their data.
+  for (auto bad : {image(2, 2, 0, {}), image(4, 4, 3, {1, 1, 1})}) {
+    Vec4 v = Texture(*bad, true, 1).sample(0.5f, 0.5f, 0, 0, 0, true, true);
+    EXPECT_EQ(v.x, 0.0f);
+  }
   auto greyAlpha = image(1, 1, 2, {0.3f, 0.6f});
   Vec4 ga = Texture(*greyAlpha, false, 1).sample(0.5f, 0.5f, 0, 0, 0, true, true);
   EXPECT_NEAR(ga.z, 0.3f, 1e-6f);
