@@ -52,7 +52,7 @@ std::string writeConfig(const std::string& folder) {
 TEST(AnimationEndToEnd, ShapesFollowTheFilesChannels) {
   const std::string scene = kScenes + "BoxAnimated/BoxAnimated.glb";
   const GltfAnimationReference gltf(scene);
-  const std::string folder = makeRunFolder("box_animated");
+  const RunFolder folder("box_animated");
   const std::string config = writeConfig(folder);
   // On the first key (inner box hidden in the outer one), rising out of it, on an inner key, half
   // way through the rotation, sinking back, after the last key.
@@ -78,7 +78,7 @@ TEST(AnimationEndToEnd, ShapesFollowTheFilesChannels) {
       for (const reference::M4& world : moved) matched = matched || sameMatrix(matrixOf(line), world);
       EXPECT_TRUE(matched) << "time " << time << ": " << line;
     }
-    pictures.push_back(readWholeFile(folder + "/" + image));
+    pictures.push_back(readWholeFile(folder / image));
     EXPECT_FALSE(pictures.back().empty()) << "time " << time;
   }
   EXPECT_TRUE(pictures[0] != pictures[1]) << "the inner box shows at 0.3 and not at 0";
@@ -88,7 +88,7 @@ TEST(AnimationEndToEnd, ShapesFollowTheFilesChannels) {
 TEST(AnimationEndToEnd, StillSceneSendsEachMatrixAtMostOnce) {
   const std::string scene = kScenes + "Box/Box.glb";
   const GltfAnimationReference gltf(scene);
-  const std::string folder = makeRunFolder("box_still");
+  const RunFolder folder("box_still");
   const ProgramRun run = runProgram(folder, {scene, writeConfig(folder), R"({"animation.time":2.0})"});
   ASSERT_EQ(run.exitCode, 0) << run.err;
 

@@ -90,7 +90,7 @@ TEST(BatchLoop, RenderCallsInBatches) {
       {"default batch size limited at the call", R"(,"iterations":5)", {"5"}, {"  0%", "100%"}},
   };
   for (const auto& c : cases) {
-    const std::string folder = makeRunFolder("batches");
+    const RunFolder folder("batches");
     const ProgramRun run = runProgram(folder, {kScene, config(folder, c.settings), R"({"output":"out.png"})"});
     ASSERT_EQ(run.exitCode, 0) << c.label << "\n" << run.err;
     EXPECT_EQ(batchSizes(run), c.sizes) << c.label;
@@ -98,14 +98,14 @@ TEST(BatchLoop, RenderCallsInBatches) {
     EXPECT_TRUE(isSubsequence(c.percents, percents)) << c.label << "\n" << run.out;
     ASSERT_FALSE(percents.empty()) << c.label;
     EXPECT_EQ(percents.back(), "100%") << c.label;
-    const ImageInfo image = imageInfo(folder + "/out.png");
+    const ImageInfo image = imageInfo(folder / "out.png");
     EXPECT_TRUE(image.readable) << c.label;
     EXPECT_EQ(image.width, 32) << c.label;
   }
 }
 
 TEST(BatchLoop, QuietWithoutProgress) {
-  const std::string folder = makeRunFolder("quiet");
+  const RunFolder folder("quiet");
   const ProgramRun run =
       runProgram(folder, {kScene, config(folder, R"(,"iterations":2,"print.progress":0)"), R"({"output":"q.png"})"});
   ASSERT_EQ(run.exitCode, 0) << run.err;
@@ -113,18 +113,18 @@ TEST(BatchLoop, QuietWithoutProgress) {
 }
 
 TEST(BatchLoop, PostProcessedColourIsAPngWhateverItsName) {
-  const std::string folder = makeRunFolder("postprocess");
+  const RunFolder folder("postprocess");
   const ProgramRun run = runProgram(
       folder, {kScene, config(folder, R"(,"iterations":1,"aovs":{"normal":"n.jpg"})"),
                R"({"output":["p.jpg","p.exr"],"postprocess.exposure":2.0})"});
   ASSERT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_EQ(imageInfo(folder + "/p.jpg").format, "png");
-  EXPECT_EQ(imageInfo(folder + "/p.exr").format, "png");
-  EXPECT_EQ(imageInfo(folder + "/n.jpg").format, "jpeg");  // not the colour element: the library writes it
+  EXPECT_EQ(imageInfo(folder / "p.jpg").format, "png");
+  EXPECT_EQ(imageInfo(folder / "p.exr").format, "png");
+  EXPECT_EQ(imageInfo(folder / "n.jpg").format, "jpeg");  // not the colour element: the library writes it
 }
 
 TEST(BatchLoop, SingleModeWritesEveryElementAndName) {
-  const std::string folder = makeRunFolder("single");
+  const RunFolder folder("single");
   const ProgramRun run = runProgram(
       folder, {kScene, config(folder, R"(,"iterations":2,"aovs":{"normal":"n.png","depth":"d.exr"})"),
                R"({"output":["c.png","c2.exr"]})"});
@@ -134,7 +134,7 @@ TEST(BatchLoop, SingleModeWritesEveryElementAndName) {
     const char* format;
   } files[] = {{"c.png", "png"}, {"c2.exr", "openexr"}, {"d.exr", "openexr"}, {"n.png", "png"}};
   for (const auto& f : files) {
-    const ImageInfo image = imageInfo(folder + "/" + f.file);
+    const ImageInfo image = imageInfo(folder / f.file);
     ASSERT_TRUE(image.readable) << f.file;
     EXPECT_EQ(image.format, f.format) << f.file;
     EXPECT_EQ(image.width, 32) << f.file;
@@ -150,7 +150,7 @@ TEST(BatchLoop, SingleModeWritesEveryElementAndName) {
 }
 
 TEST(BatchLoop, MultilayerModeWritesOneExrWithEveryLayer) {
-  const std::string folder = makeRunFolder("multilayer");
+  const RunFolder folder("multilayer");
   const ProgramRun run = runProgram(
       folder,
       {kScene,
@@ -158,21 +158,21 @@ TEST(BatchLoop, MultilayerModeWritesOneExrWithEveryLayer) {
        R"({"output":["m.EXR","m.PNG"]})"});
   ASSERT_EQ(run.exitCode, 0) << run.err;
 
-  const ImageInfo layered = imageInfo(folder + "/m.EXR");
+  const ImageInfo layered = imageInfo(folder / "m.EXR");
   ASSERT_TRUE(layered.readable);
   EXPECT_EQ(layered.format, "openexr");
   const std::set<std::string> channels(layered.channels.begin(), layered.channels.end());
   for (const char* channel : {"depthlayer.R", "normallayer.R", "normallayer.G", "color.R", "color.A"}) {
     EXPECT_EQ(channels.count(channel), 1u) << channel;
   }
-  const ImageInfo colourOnly = imageInfo(folder + "/m.PNG");
+  const ImageInfo colourOnly = imageInfo(folder / "m.PNG");
   ASSERT_TRUE(colourOnly.readable);
   EXPECT_EQ(colourOnly.format, "png");
   EXPECT_EQ(colourOnly.width, 32);
 
   // The values of the other elements are layer names only, never files.
-  EXPECT_FALSE(imageInfo(folder + "/normallayer").readable);
-  EXPECT_FALSE(imageInfo(folder + "/depthlayer").readable);
+  EXPECT_FALSE(imageInfo(folder / "normallayer").readable);
+  EXPECT_FALSE(imageInfo(folder / "depthlayer").readable);
   const std::vector<std::string> multi = run.calls("zvrFrameBufferSaveToFileEx");
   ASSERT_EQ(multi.size(), 1u);
   EXPECT_NE(multi[0].find("count=3"), std::string::npos) << multi[0];

@@ -40,12 +40,23 @@ inline std::string readWholeFile(const std::string& path) {
   return text.str();
 }
 
-// A fresh, empty working folder for one run.
-inline std::string makeRunFolder(const std::string& name) {
-  const std::string folder = ::testing::TempDir() + "zvrs_run_" + std::to_string(getpid()) + "_" + name;
-  std::system(("rm -rf " + shellQuoted(folder) + " && mkdir -p " + shellQuoted(folder)).c_str());
-  return folder;
-}
+// A fresh, empty working folder for runs, removed with everything in it at the end of its scope.
+class RunFolder {
+ public:
+  explicit RunFolder(const std::string& name)
+      : path_(::testing::TempDir() + "zvrs_run_" + std::to_string(getpid()) + "_" + name) {
+    std::system(("rm -rf " + shellQuoted(path_) + " && mkdir -p " + shellQuoted(path_)).c_str());
+  }
+  ~RunFolder() { std::system(("rm -rf " + shellQuoted(path_)).c_str()); }
+  RunFolder(const RunFolder&) = delete;
+  RunFolder& operator=(const RunFolder&) = delete;
+
+  operator const std::string&() const { return path_; }
+  std::string operator/(const std::string& file) const { return path_ + "/" + file; }
+
+ private:
+  std::string path_;
+};
 
 inline ProgramRun runProgram(const std::string& folder, const std::vector<std::string>& arguments) {
   const std::string trace = folder + "/api.trace";
