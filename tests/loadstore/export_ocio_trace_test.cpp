@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "api_fixture.h"
@@ -14,6 +13,14 @@ namespace {
 
 namespace fs = std::filesystem;
 const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+
+// Whole-line match where '*' stands for any run of characters (std::regex warns in the
+// sanitizer build).
+bool matchesPattern(const char* text, const char* pattern) {
+  if (*pattern == '\0') return *text == '\0';
+  if (*pattern == '*') return matchesPattern(text, pattern + 1) || (*text && matchesPattern(text + 1, pattern));
+  return *text == *pattern && matchesPattern(text + 1, pattern + 1);
+}
 
 std::string readText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -152,15 +159,15 @@ TEST_F(ExportApi, TraceHasOneLinePerCallInCallOrder) {
   for (std::string line; std::getline(lines, line);)
     if (line.rfind("zvrs", 0) == 0 || line.rfind("zvrContextSetParameter1", 0) == 0) ours.push_back(line);
   ASSERT_EQ(ours.size(), 4u) << readText(trace);
-  EXPECT_TRUE(std::regex_match(ours[0], std::regex("zvrsBuildOCIOFiles\\(path=\".*/Box.glb\", context=0x[0-9a-f]+, "
-                                                   "tempName=\".*Box_TEMP_ZVRS_OCIO\", flags=0\\) -> 0")))
+  EXPECT_TRUE(matchesPattern(ours[0].c_str(), "zvrsBuildOCIOFiles(path=\"*/Box.glb\", context=0x*, "
+                                              "tempName=\"*Box_TEMP_ZVRS_OCIO\", flags=0) -> 0"))
       << ours[0];
-  EXPECT_TRUE(std::regex_match(ours[1], std::regex("zvrsImport\\(path=\".*/Box.glb\", context=0x[0-9a-f]+, "
-                                                   "materialSystem=0x[0-9a-f]+, scene=0x[0-9a-f]+, "
-                                                   "useExistingScene=0, options=0x0\\) -> 0")))
+  EXPECT_TRUE(matchesPattern(ours[1].c_str(), "zvrsImport(path=\"*/Box.glb\", context=0x*, materialSystem=0x*, "
+                                              "scene=0x*, useExistingScene=0, options=0x0) -> 0"))
       << ours[1];
-  EXPECT_TRUE(std::regex_match(ours[2], std::regex("zvrContextSetParameter1u\\(context=0x[0-9a-f]+, name=\"nonsense\", x=2\\) -> -5")))
-      << ours[2];
+  EXPECT_TRUE(matchesPattern(ours[2].c_str(), "zvrContextSetParameter1u(context=0x*, name=\"nonsense\", x=2) -> -5")) << ours[2];
+  EXPECT_FALSE(matchesPattern(ours[2].c_str(), "zvrContextSetParameter1u(context=0x*, name=\"nonsense\", x=2) -> 0"))
+      << "the pattern must see the status";
   EXPECT_EQ(ours[3], "zvrsReleaseImportedData() -> 0");
 }
 
