@@ -30,6 +30,10 @@ class ApiCall {
   ApiCall& real(const char* name, double value) { if (tracing_) line_.real(name, value); return *this; }
   ApiCall& text(const char* name, const char* value) { if (tracing_) line_.text(name, value); return *this; }
   ApiCall& matrix(const char* name, const float* value) { if (tracing_) line_.matrix(name, value); return *this; }
+  ApiCall& properties(const char* name, const intptr_t* slots, intptr_t textKey, int maxSlots) {
+    if (tracing_) line_.properties(name, slots, textKey, maxSlots);
+    return *this;
+  }
 
   // For zvrCreateContext: the context exists only once the body has made it, but its trace file
   // is known before, so that the creation itself is traced.

@@ -22,11 +22,13 @@ constexpr uint32_t kKnownCreationFlags =
     ZVR_CREATION_FLAGS_ENABLE_GPU11 | ZVR_CREATION_FLAGS_ENABLE_KEL | ZVR_CREATION_FLAGS_ENABLE_DEBUG;
 
 // Reads key/value slots up to the 0 key. Returns the worker thread count (0: all cores).
+constexpr int kMaxPropertySlots = 64;
+
 uint32_t readCreationProperties(const ZvrContextProperties* properties) {
   uint32_t threads = 0;
   if (!properties) return threads;
   for (int slot = 0; properties[slot] != 0; slot += 2) {
-    if (slot >= 64) fail(ZVR_ERROR_INVALID_ARGUMENT, "creation properties are not ended by a 0 key");
+    if (slot >= kMaxPropertySlots) fail(ZVR_ERROR_INVALID_ARGUMENT, "creation properties are not ended by a 0 key");
     const intptr_t key = properties[slot];
     const intptr_t value = properties[slot + 1];
     switch (key) {
@@ -73,7 +75,8 @@ ZVR_API ZvrStatus zvrCreateContext(uint32_t apiVersion, const int32_t* pluginIds
   if (tracePath.empty() && (creationFlags & ZVR_CREATION_FLAGS_ENABLE_DEBUG)) tracePath = debugTracePath();
   call.traceTo(tracePath);
   call.flags("apiVersion", apiVersion).unsignedNumber("pluginCount", pluginCount).flags("creationFlags", creationFlags)
-      .handle("properties", properties).text("cacheLocation", cacheLocation);
+      .properties("properties", properties, ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH, kMaxPropertySlots)
+      .text("cacheLocation", cacheLocation);
   return call.run([&] {
     requireOut(outContext, "outContext");
     *outContext = nullptr;

@@ -54,22 +54,49 @@ TraceLine& TraceLine::real(const char* name, double value) {
   return *this;
 }
 
+namespace {
+
+void appendQuoted(std::string& line, const char* value) {
+  line += '"';
+  for (const char* c = value; *c; ++c) {
+    if (*c == '"' || *c == '\\') line += '\\';
+    if (*c == '\n') {
+      line += "\\n";
+      continue;
+    }
+    line += *c;
+  }
+  line += '"';
+}
+
+}  // namespace
+
 TraceLine& TraceLine::text(const char* name, const char* value) {
   open(name);
   if (!value) {
     line_ += "null";
     return *this;
   }
-  line_ += '"';
-  for (const char* c = value; *c; ++c) {
-    if (*c == '"' || *c == '\\') line_ += '\\';
-    if (*c == '\n') {
-      line_ += "\\n";
-      continue;
-    }
-    line_ += *c;
+  appendQuoted(line_, value);
+  return *this;
+}
+
+TraceLine& TraceLine::properties(const char* name, const intptr_t* slots, intptr_t textKey, int maxSlots) {
+  open(name);
+  if (!slots) {
+    line_ += "null";
+    return *this;
   }
-  line_ += '"';
+  line_ += '[';
+  for (int slot = 0; slot + 1 < maxSlots && slots[slot] != 0; slot += 2) {
+    if (slot) line_ += ' ';
+    line_ += std::to_string(slots[slot]) + '=';
+    if (slots[slot] == textKey && slots[slot + 1])
+      appendQuoted(line_, reinterpret_cast<const char*>(slots[slot + 1]));
+    else
+      line_ += std::to_string(slots[slot + 1]);
+  }
+  line_ += ']';
   return *this;
 }
 

@@ -2,7 +2,7 @@
 //   zvrContextSetParameterByKey1u(context=0x55d0c0a0, key=267, value=4) -> 0
 // Handles and pointers as 0x hex (null is 0x0), keys and counts in decimal, flags as 0x hex, floats
 // with %g, texts in double quotes with \" and \\ escaped (null unquoted), matrices as
-// [16 numbers separated by blanks], then " -> " and the status.
+// [16 numbers separated by blanks], creation properties as [310=2 338=3 414="kelbin"], then " -> " and the status.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +20,8 @@ class TraceLine {
   TraceLine& real(const char* name, double value);
   TraceLine& text(const char* name, const char* value);
   TraceLine& matrix(const char* name, const float* values16);
+  // A 0-ended key/value slot list as [key=value ...]; the value of `textKey` is a text address.
+  TraceLine& properties(const char* name, const intptr_t* slots, intptr_t textKey, int maxSlots);
   // The finished line with its newline.
   std::string finish(int32_t status) const;
 

@@ -125,7 +125,9 @@ TEST_F(TracedRun, VelderRunCallsTheLibrariesInOrder) {
   const std::vector<std::string> lines = traceLines();
   expectInOrder(lines, {
                            {"zvrRegisterPlugin", {"\"Velder64.dll\""}},
-                           {"zvrCreateContext", {"apiVersion=0x300106", "pluginCount=1", "creationFlags=0x40,"}},
+                           // "precompiled.binary" reaches the Quillon family only: no key 414 here.
+                           {"zvrCreateContext", {"apiVersion=0x300106", "pluginCount=1", "creationFlags=0x40,",
+                                                 "properties=[310=2 338=3],"}},
                            {"zvrContextSetActivePlugin", {}},
                            {"zvrContextSetParameterByKeyPtr", {key(366)}},
                            {"zvrContextSetParameterByKeyPtr", {key(367)}},
@@ -195,7 +197,7 @@ TEST_F(TracedRun, QuillonRunReadsAndWritesItsFamilyKeys) {
   const std::vector<std::string> lines = traceLines();
   expectInOrder(lines, {
                            {"zvrRegisterPlugin", {"\"Quillon64.dll\""}},
-                           {"zvrCreateContext", {"creationFlags=0x10,"}},
+                           {"zvrCreateContext", {"creationFlags=0x10,", "properties=[310=2 338=3 414=\"kelbin\"],"}},
                            {"zvrsImport", {}},
                            {"zvrContextSetParameterByKeyString", {key(379), "\"gpu\""}},
                            {"zvrsReleaseImportedData", {}},

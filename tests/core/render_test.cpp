@@ -240,7 +240,7 @@ TEST(CoreTrace, EveryCallIsOneLineWithItsArgumentsAndStatus) {
   for (std::string line; std::getline(file, line);) lines.push_back(line);
   const std::string h = "0x[0-9a-f]+";
   const std::vector<std::string> patterns = {
-      "zvrCreateContext\\(apiVersion=0x300106, pluginCount=1, creationFlags=0x10, properties=0x0, cacheLocation=null, outContext=" + h + "\\) -> 0",
+      "zvrCreateContext\\(apiVersion=0x300106, pluginCount=1, creationFlags=0x10, properties=null, cacheLocation=null, outContext=" + h + "\\) -> 0",
       "zvrContextSetParameterByKey1u\\(context=" + h + ", key=267, value=4\\) -> 0",
       "zvrContextSetParameterByKey1f\\(context=" + h + ", key=292, value=2.4\\) -> 0",
       "zvrContextSetParameterByKeyString\\(context=" + h + ", key=369, value=\"a \\\\\"b\\\\\".ocio\"\\) -> 0",
