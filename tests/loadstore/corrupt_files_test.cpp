@@ -108,7 +108,7 @@ TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
       {"garbage", "Box/Box.glb", [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
       {"JSON syntax", "Cameras/Cameras.gltf", [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
   };
-  const std::string root = ::testing::TempDir() + "/corrupt_files";
+  const std::string root = testing::scratchDir() + "/corrupt_files";
   for (const Corruption& c : cases) {
     SCOPED_TRACE(c.name);
     const fs::path source = kScenes + c.source;
@@ -151,7 +151,7 @@ TEST(CorruptFiles, BrokenXmlDocumentsFail) {
       {"bad base64", [&](std::string s) { return replace(s, "<indices>", "<indices>*"); }, "not base64"},
       {"bad number", [&](std::string s) { return replace(s, "metallic=\"", "metallic=\"x"); }, "\"metallic\" that is not"},
   };
-  const std::string path = ::testing::TempDir() + "/broken.xml";
+  const std::string path = testing::scratchDir() + "/broken.xml";
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string text = c.mutate(good);
@@ -173,7 +173,7 @@ TEST(CorruptFiles, RandomByteChangesNeverCrash) {
     state ^= state << 17;
     return state;
   };
-  const std::string path = ::testing::TempDir() + "/mutated.glb";
+  const std::string path = testing::scratchDir() + "/mutated.glb";
   for (const char* source : {"Box/Box.glb", "BoxAnimated/BoxAnimated.glb", "BoxTextured/BoxTextured.glb"}) {
     const Bytes original = testing::fileBytes(kScenes + source);
     int failures = 0;

@@ -70,7 +70,7 @@ TEST_F(ExportApi, ExportedXmlImportsAsTheSameScene) {
   for (const char* name : {"BoxAnimated/BoxAnimated.glb", "BoxTextured/BoxTextured.glb", "Cameras/Cameras.gltf",
                            "LightsPunctualLamp/LightsPunctualLamp.gltf"}) {
     SCOPED_TRACE(name);
-    const std::string out = ::testing::TempDir() + "/exported.xml";
+    const std::string out = testing::scratchDir() + "/exported.xml";
     fs::remove(out);
     ASSERT_EQ(zvrsExportToXML((kScenes + name).c_str(), out.c_str()), 0);
     const ImportedSummary a = importAndSummarize(kScenes + name);
@@ -88,7 +88,7 @@ TEST_F(ExportApi, ExportedXmlImportsAsTheSameScene) {
 }
 
 TEST_F(ExportApi, FailedExportsReturnTheFileStatusAndWriteNothing) {
-  const std::string out = ::testing::TempDir() + "/not_written.xml";
+  const std::string out = testing::scratchDir() + "/not_written.xml";
   fs::remove(out);
   EXPECT_EQ(zvrsExportToXML("/nonexistent/scene.glb", out.c_str()), ZVR_ERROR_IO);
   EXPECT_FALSE(fs::exists(out));
@@ -97,7 +97,7 @@ TEST_F(ExportApi, FailedExportsReturnTheFileStatusAndWriteNothing) {
 }
 
 TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContext) {
-  const std::string folder = ::testing::TempDir() + "/ocio";
+  const std::string folder = testing::scratchDir() + "/ocio";
   fs::remove_all(folder);
   fs::create_directories(folder);
   const std::string xml = folder + "/scene.xml";
@@ -130,7 +130,7 @@ TEST(OcioFiles, GltfLeavesThePathAndMissingFilesFail) {
   ZvrContext context = nullptr;
   ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
   ASSERT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, "/keep/this.ocio"), 0);
-  const std::string temp = ::testing::TempDir() + "/gltf_TEMP_ZVRS_OCIO";
+  const std::string temp = testing::scratchDir() + "/gltf_TEMP_ZVRS_OCIO";
   EXPECT_EQ(zvrsBuildOCIOFiles((kScenes + "Box/Box.glb").c_str(), context, temp.c_str(), 0), 0);
   char path[2048] = {};
   ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, sizeof path, path, nullptr), 0);
@@ -144,11 +144,11 @@ TEST(OcioFiles, GltfLeavesThePathAndMissingFilesFail) {
 }
 
 TEST_F(ExportApi, TraceHasOneLinePerCallInCallOrder) {
-  const std::string trace = ::testing::TempDir() + "/loadstore_trace.log";
+  const std::string trace = testing::scratchDir() + "/loadstore_trace.log";
   fs::remove(trace);
   ::setenv("ZVR_TRACE", trace.c_str(), 1);
   const std::string file = kScenes + "Box/Box.glb";
-  const std::string temp = ::testing::TempDir() + "/Box_TEMP_ZVRS_OCIO";
+  const std::string temp = testing::scratchDir() + "/Box_TEMP_ZVRS_OCIO";
   EXPECT_EQ(zvrsBuildOCIOFiles(file.c_str(), context, temp.c_str(), 0), 0);
   EXPECT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0);
   EXPECT_EQ(zvrContextSetParameter1u(context, "nonsense", 2), ZVR_ERROR_UNKNOWN_KEY);

@@ -171,12 +171,12 @@ TEST_F(ImportApi, FailedImportsNameTheFileAndLeaveNothingBehind) {
     ZvrStatus status;
     const char* words;
   };
-  const std::string truncated = ::testing::TempDir() + "/truncated.glb";
+  const std::string truncated = testing::scratchDir() + "/truncated.glb";
   {
     std::vector<uint8_t> b = fileBytes(kScenes + "BoxTextured/BoxTextured.glb");
     std::ofstream(truncated, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size() / 2));
   }
-  const std::string badPng = ::testing::TempDir() + "/badpng.glb";
+  const std::string badPng = testing::scratchDir() + "/badpng.glb";
   {
     // Overwrite the embedded PNG's signature: the container is intact, the image is not.
     std::vector<uint8_t> b = fileBytes(kScenes + "BoxTextured/BoxTextured.glb");

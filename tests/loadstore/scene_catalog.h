@@ -2,7 +2,9 @@
 // of the importer.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -13,6 +15,21 @@
 #include <vector>
 
 namespace zvr::testing {
+
+// A scratch folder of this test process alone (other runs on the machine share /tmp), removed
+// when the process ends.
+inline std::string scratchDir() {
+  struct Folder {
+    std::string path = ::testing::TempDir() + "/zvr-loadstore-" + std::to_string(::getpid());
+    Folder() { std::filesystem::create_directories(path); }
+    ~Folder() {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  };
+  static const Folder folder;
+  return folder.path;
+}
 
 inline std::vector<std::string> sharedSceneFiles() {
   std::vector<std::string> files;

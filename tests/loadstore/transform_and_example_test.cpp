@@ -71,7 +71,7 @@ TEST(SceneFraming, CameraSeesTheBoundingSphereFromAbove) {
 
 TEST(ExampleScene, CommittedFileIsWhatTheGeneratorWritesAndHoldsTheRoom) {
   const std::string committed = std::string(ZVR_SOURCE_DIR) + "/examples/example.gltf";
-  const std::string fresh = ::testing::TempDir() + "/example_fresh.gltf";
+  const std::string fresh = testing::scratchDir() + "/example_fresh.gltf";
   const std::string command = std::string(ZVR_BIN_DIR) + "/make_example_scene " + fresh;
   ASSERT_EQ(std::system(command.c_str()), 0);
   EXPECT_EQ(testing::fileBytes(fresh), testing::fileBytes(committed)) << "examples/example.gltf is stale: regenerate it";

@@ -97,7 +97,7 @@ void expectSameDescription(const SceneDescription& a, const SceneDescription& b)
 }
 
 TEST(XmlRoundTrip, EverySharedSceneReadsBackAsTheSameDescription) {
-  const std::string folder = ::testing::TempDir() + "/xml_roundtrip";
+  const std::string folder = testing::scratchDir() + "/xml_roundtrip";
   std::filesystem::create_directories(folder);
   for (const std::string& file : testing::sharedSceneFiles()) {
     SCOPED_TRACE(file);
