@@ -91,6 +91,10 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
   float sum = 0;
   for (float w : weights_) sum += w;
   for (float& w : weights_) w = sum > 0 ? w / sum : 0;
+  // Lambert alone (the common case): eval can skip the lobe loop. The factor is what the diffuse
+  // lobe computes, in the same order, so results do not change.
+  lambertOnly_ = weights_[kDiffuseLobe] == 1 && specular_ <= 0;
+  lambertScale_ = (1 - dielectricReflectance(woLocal_.z)) * baseScale_ * kInvPi;
   bool glossyDelta = alpha_ < kDeltaAlpha;
   nonDelta_ = weights_[kDiffuseLobe] > 0 || weights_[kSheenLobe] > 0 ||
               (!glossyDelta && (weights_[kReflectLobe] > 0 || weights_[kRefractLobe] > 0)) ||
@@ -176,6 +180,14 @@ Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) 
 
 BsdfEval Bsdf::eval(Vec3 wi) const {
   BsdfEval result;
+  if (lambertOnly_) {
+    if (dot(wi, ng_) * dot(wo_, ng_) <= 0) return result;
+    float cosI = dot(wi, frame_.n);
+    if (cosI <= 0) return result;
+    result.pdf = cosI * kInvPi;
+    result.value[kLobeDiffuse] = diffuseColor_ * (lambertScale_ * cosI);
+    return result;
+  }
   Vec3 wiL = frame_.toLocal(wi), wiC = coatFrame_.toLocal(wi);
   bool sameSide = dot(wi, ng_) * dot(wo_, ng_) > 0;
   for (int lobe = 0; lobe < kLobeCount; ++lobe) {

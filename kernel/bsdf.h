@@ -68,7 +68,8 @@ class Bsdf {
   Vec3 diffuseColor_;
   float alpha_, coatAlpha_, eta_, baseScale_, sheenAlpha_, specular_, f0_;
   Vec3 tintedF0_;
-  bool volume_, nonDelta_;
+  bool volume_, nonDelta_, lambertOnly_;
+  float lambertScale_;
   float weights_[kLobeCount] = {};
 };
 

@@ -3,9 +3,8 @@
 namespace zvr::kernel {
 namespace {
 
-bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lodOffset, Vec4& out) {
+void sampleSlot(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lodOffset, Vec4& out) {
   const Texture* tex = rt.textures[slot];
-  if (!tex) return false;
   const TextureBinding& b = *rt.bindings[slot];
   uint32_t set = b.texcoord == 1 ? 1 : 0;
   float u = hit.uv[set][0], v = hit.uv[set][1];
@@ -16,6 +15,12 @@ bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lo
   if (texels > 0) lod = std::log2(texels * (scale > 0 ? scale : 1));
   lod += lodOffset;
   out = tex->sample(u, v, lod, b.wrapS, b.wrapT, b.magFilter != 1, b.minFilter != 1);
+}
+
+// Most materials bind no texture at all: the mask check keeps them off the lookup path.
+inline bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lodOffset, Vec4& out) {
+  if (!(rt.texturedSlots & (1u << slot))) return false;
+  sampleSlot(rt, slot, hit, lodOffset, out);
   return true;
 }
 

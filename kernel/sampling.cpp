@@ -3,14 +3,6 @@
 namespace zvr::kernel {
 namespace {
 
-uint32_t reverseBits(uint32_t x) {
-  x = ((x >> 1) & 0x55555555u) | ((x & 0x55555555u) << 1);
-  x = ((x >> 2) & 0x33333333u) | ((x & 0x33333333u) << 2);
-  x = ((x >> 4) & 0x0f0f0f0fu) | ((x & 0x0f0f0f0fu) << 4);
-  x = ((x >> 8) & 0x00ff00ffu) | ((x & 0x00ff00ffu) << 8);
-  return (x >> 16) | (x << 16);
-}
-
 uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
   x += seed;
   x ^= x * 0x6c50b47cu;
@@ -20,33 +12,29 @@ uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
   return x;
 }
 
-uint32_t nestedUniformScramble(uint32_t x, uint32_t seed) {
-  return reverseBits(laineKarrasPermutation(reverseBits(x), seed));
-}
-
-// The first two Sobol dimensions: van der Corput, and the Pascal-matrix dimension.
-uint32_t sobol0(uint32_t index) { return reverseBits(index); }
-// The generator matrix applied a byte at a time: scrambled indices use all 32 bits.
-struct Sobol1Tables {
+// The Pascal-matrix Sobol dimension, conjugated by bit reversal: rev(sobol1(rev(x))). Both maps are
+// linear over GF(2), so a byte table each suffices, and the nested scramble (which works on
+// reversed bits) needs no reversal around it.
+struct ReversedSobol1Tables {
   uint32_t byByte[4][256];
-  Sobol1Tables() {
+  ReversedSobol1Tables() {
     uint32_t v[32];
     v[0] = 1u << 31;
     for (int i = 1; i < 32; ++i) v[i] = v[i - 1] ^ (v[i - 1] >> 1);
     for (int b = 0; b < 4; ++b)
       for (uint32_t x = 0; x < 256; ++x) {
-        uint32_t r = 0;
-        for (int bit = 0; bit < 8; ++bit)
-          if (x & (1u << bit)) r ^= v[8 * b + bit];
-        byByte[b][x] = r;
+        uint32_t index = reverseBits(x << (8 * b)), r = 0;
+        for (int bit = 0; bit < 32; ++bit)
+          if (index & (1u << bit)) r ^= v[bit];
+        byByte[b][x] = reverseBits(r);
       }
   }
 };
-const Sobol1Tables kSobol1;
+const ReversedSobol1Tables kReversedSobol1;
 
-uint32_t sobol1(uint32_t index) {
-  return kSobol1.byByte[0][index & 0xff] ^ kSobol1.byByte[1][(index >> 8) & 0xff] ^
-         kSobol1.byByte[2][(index >> 16) & 0xff] ^ kSobol1.byByte[3][index >> 24];
+uint32_t reversedSobol1(uint32_t reversedIndex) {
+  return kReversedSobol1.byByte[0][reversedIndex & 0xff] ^ kReversedSobol1.byByte[1][(reversedIndex >> 8) & 0xff] ^
+         kReversedSobol1.byByte[2][(reversedIndex >> 16) & 0xff] ^ kReversedSobol1.byByte[3][reversedIndex >> 24];
 }
 
 float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f); }
@@ -57,11 +45,13 @@ float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f);
 // use a plain hash of pixel, sample and dimension.
 constexpr uint32_t kScrambledDimensions = 12;
 
+// The nested uniform scramble is rev(LK(rev(x))) and the first Sobol dimension is rev(index): the
+// scramble of that dimension reverses twice, which cancels.
 float Sampler::get1D() {
   if (dimension_ >= kScrambledDimensions) return toUnit(hashCombine(hashCombine(seed_, index_), dimension_++));
   uint32_t dimSeed = hashCombine(seed_, dimension_++);
-  uint32_t shuffled = nestedUniformScramble(index_, dimSeed);
-  return toUnit(nestedUniformScramble(sobol0(shuffled), hashCombine(dimSeed, 0x68bc21ebu)));
+  uint32_t shuffled = reverseBits(laineKarrasPermutation(reversedIndex_, dimSeed));
+  return toUnit(reverseBits(laineKarrasPermutation(shuffled, hashCombine(dimSeed, 0x68bc21ebu))));
 }
 
 Sampler::Pair Sampler::get2D() {
@@ -70,9 +60,9 @@ Sampler::Pair Sampler::get2D() {
     return {toUnit(h), toUnit(hashCombine(h, 0x2c1b3c6du))};
   }
   uint32_t dimSeed = hashCombine(seed_, dimension_++);
-  uint32_t shuffled = nestedUniformScramble(index_, dimSeed);
-  uint32_t x = nestedUniformScramble(sobol0(shuffled), hashCombine(dimSeed, 0x68bc21ebu));
-  uint32_t y = nestedUniformScramble(sobol1(shuffled), hashCombine(dimSeed, 0x02e5be93u));
+  uint32_t shuffledReversed = laineKarrasPermutation(reversedIndex_, dimSeed);
+  uint32_t x = reverseBits(laineKarrasPermutation(reverseBits(shuffledReversed), hashCombine(dimSeed, 0x68bc21ebu)));
+  uint32_t y = reverseBits(laineKarrasPermutation(reversedSobol1(shuffledReversed), hashCombine(dimSeed, 0x02e5be93u)));
   return {toUnit(x), toUnit(y)};
 }
 

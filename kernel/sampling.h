@@ -19,12 +19,21 @@ inline uint32_t hashCombine(uint32_t seed, uint32_t v) {
   return x;
 }
 
+inline uint32_t reverseBits(uint32_t x) {
+  // Byte swap first, then reverse the bits inside each byte: three mask steps instead of five.
+  x = __builtin_bswap32(x);
+  x = ((x >> 4) & 0x0f0f0f0fu) | ((x & 0x0f0f0f0fu) << 4);
+  x = ((x >> 2) & 0x33333333u) | ((x & 0x33333333u) << 2);
+  return ((x >> 1) & 0x55555555u) | ((x & 0x55555555u) << 1);
+}
+
 // Owen-scrambled Sobol in padded 2D pairs (Burley 2020): every pair of dimensions gets its own
 // shuffle of the sample index and its own scramble, all seeded by the pixel, so a pixel's samples
 // depend only on (pixel, sample index) and never on thread scheduling.
 class Sampler {
  public:
-  Sampler(uint32_t pixelSeed, uint32_t sampleIndex) : seed_(pixelSeed), index_(sampleIndex) {}
+  Sampler(uint32_t pixelSeed, uint32_t sampleIndex)
+      : seed_(pixelSeed), index_(sampleIndex), reversedIndex_(reverseBits(sampleIndex)) {}
   float get1D();
   struct Pair {
     float first, second;
@@ -35,7 +44,7 @@ class Sampler {
   Sampler fork(uint32_t stream) const { return Sampler(hashCombine(seed_, 0xa511e9b3u + stream), index_); }
 
  private:
-  uint32_t seed_, index_, dimension_ = 0;
+  uint32_t seed_, index_, reversedIndex_, dimension_ = 0;
 };
 
 inline Vec3 squareToCosineHemisphere(float u1, float u2) {

@@ -206,10 +206,12 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
   allOpaque_ = true;
   auto resolve = [&](MaterialRuntime& rt) {
     const MaterialData& m = *rt.data;
+    rt.texturedSlots = 0;
     for (int slot = 0; slot < kTextureSlots; ++slot) {
       const TextureBinding& b = bindingOf(m, slot);
       rt.bindings[slot] = &b;
       rt.textures[slot] = textures_.get(b.image, isColorSlot(slot), gamma);
+      if (rt.textures[slot]) rt.texturedSlots |= 1u << slot;
     }
     rt.opaque = m.alphaMode == 0 || m.unlit;
     rt.emissive = maxComponent(Vec3(m.emissive[0], m.emissive[1], m.emissive[2])) * m.emissiveStrength > 0 && !m.unlit;

@@ -25,6 +25,7 @@ struct MaterialRuntime {
   std::shared_ptr<const MaterialData> data;
   const Texture* textures[kTextureSlots] = {};
   const TextureBinding* bindings[kTextureSlots] = {};
+  uint32_t texturedSlots = 0;  // bit per slot with a texture
   bool opaque = true;    // no alpha mask or blend
   bool emissive = false;
 };
