@@ -82,12 +82,14 @@ Distribution1D::Distribution1D(std::vector<float> weights) : pdf_(std::move(weig
 
 size_t Distribution1D::sampleDiscrete(float u, float* pmfOut, float* remapped) const {
   size_t n = pdf_.size();
-  size_t lo = 0, hi = n;
-  // Largest i with cdf_[i] <= u, skipping empty bins.
-  while (lo + 1 < hi) {
-    size_t mid = (lo + hi) / 2;
-    if (cdf_[mid] <= u) lo = mid;
-    else hi = mid;
+  // Largest i < n with cdf_[i] <= u (cdf_ never decreases), then past empty bins. Branch-free:
+  // u is random, so a branchy search mispredicts about every other step.
+  const float* cdf = cdf_.data();
+  size_t lo = 0;
+  for (size_t len = n; len > 1;) {
+    size_t half = len / 2;
+    lo = cdf[lo + half] <= u ? lo + half : lo;
+    len -= half;
   }
   while (lo + 1 < n && pdf_[lo] <= 0) ++lo;
   if (pmfOut) *pmfOut = pmf(lo);
