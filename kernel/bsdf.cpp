@@ -46,6 +46,54 @@ float sheenAlbedo(float cosO, float sheenRoughness) {
 
 Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& coat, Vec3 ng, Vec3 wo, float minRoughness)
     : ng_(ng), wo_(wo), m_(material) {
+  if (isPlainLambert(material)) {
+    initLambert(shading, minRoughness);
+  } else {
+    initLayered(shading, coat, minRoughness);
+  }
+  bool glossyDelta = alpha_ < kDeltaAlpha;
+  nonDelta_ = weights_[kDiffuseLobe] > 0 || weights_[kSheenLobe] > 0 ||
+              (!glossyDelta && (weights_[kReflectLobe] > 0 || weights_[kRefractLobe] > 0)) ||
+              (weights_[kCoatLobe] > 0 && coatAlpha_ >= kDeltaAlpha);
+}
+
+bool Bsdf::isPlainLambert(const MaterialSample& m) {
+  return clamp01(m.metallic) == 0 && clamp01(m.transmission) == 0 && clamp01(m.specular) == 0 && !(m.clearcoat > 0) &&
+         !(clamp01(maxComponent(m.sheenColor)) > 0);
+}
+
+// Lambert alone, the common case: the values the layered set-up would compute with every other
+// lobe at zero, without the Fresnel and sheen work (the pictures stay bitwise the same).
+void Bsdf::initLambert(const Frame& shading, float minRoughness) {
+  frame_ = shading;
+  coatFrame_ = shading;
+  if (dot(wo_, frame_.n) < 0) frame_ = Frame{-frame_.n, frame_.s};
+  woLocal_ = frame_.toLocal(wo_);
+  woLocal_.z = std::max(woLocal_.z, 1e-6f);
+  woCoat_ = woLocal_;
+  m_.metallic = 0;
+  m_.transmission = 0;
+  volume_ = false;
+  m_.ior = m_.ior >= 1.0f ? m_.ior : 1.5f;
+  eta_ = m_.ior;
+  specular_ = 0;
+  f0_ = 0;
+  tintedF0_ = Vec3(0);
+  alpha_ = roughnessToAlpha(std::max(clamp01(m_.roughness), minRoughness));
+  coatAlpha_ = roughnessToAlpha(std::max(clamp01(m_.clearcoatRoughness), minRoughness));
+  sheenAlpha_ = std::max(0.07f, sqr(clamp01(m_.sheenRoughness)));
+  diffuseColor_ = m_.baseColor;
+  baseScale_ = 1;
+  float lum = luminance(diffuseColor_);
+  float sum = lum;
+  for (float& w : weights_) w = 0;
+  weights_[kDiffuseLobe] = sum > 0 ? lum / sum : 0;
+  lambertOnly_ = weights_[kDiffuseLobe] == 1;
+  lambertScale_ = kInvPi;
+}
+
+void Bsdf::initLayered(const Frame& shading, const Frame& coat, float minRoughness) {
+  const Vec3 wo = wo_, ng = ng_;
   bool outside = dot(wo, ng) >= 0;
   frame_ = shading;
   coatFrame_ = coat;
@@ -95,10 +143,6 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
   // lobe computes, in the same order, so results do not change.
   lambertOnly_ = weights_[kDiffuseLobe] == 1 && specular_ <= 0;
   lambertScale_ = (1 - dielectricReflectance(woLocal_.z)) * baseScale_ * kInvPi;
-  bool glossyDelta = alpha_ < kDeltaAlpha;
-  nonDelta_ = weights_[kDiffuseLobe] > 0 || weights_[kSheenLobe] > 0 ||
-              (!glossyDelta && (weights_[kReflectLobe] > 0 || weights_[kRefractLobe] > 0)) ||
-              (weights_[kCoatLobe] > 0 && coatAlpha_ >= kDeltaAlpha);
 }
 
 // The dielectric's reflectance with the specular colour tinting normal incidence only.

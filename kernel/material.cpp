@@ -26,6 +26,35 @@ inline bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, f
 
 }  // namespace
 
+Vec3 volumeAttenuation(const MaterialData& m) {
+  Vec3 a(0);
+  if (m.attenuationDistance > 0 && std::isfinite(m.attenuationDistance))
+    for (int k = 0; k < 3; ++k) a[k] = -std::log(std::max(1e-6f, std::min(1.0f, m.attenuationColor[k]))) / m.attenuationDistance;
+  return a;
+}
+
+MaterialSample materialFactors(const MaterialData& m) {
+  MaterialSample s;
+  s.baseColor = Vec3(m.baseColor[0], m.baseColor[1], m.baseColor[2]);
+  s.opacity = 1;
+  s.metallic = m.metallic;
+  s.roughness = m.roughness;
+  s.emission = Vec3(0);
+  s.unlit = m.unlit;
+  s.doubleSided = m.doubleSided;
+  s.ior = m.ior;
+  s.transmission = m.transmission;
+  s.thinWalled = !(m.thickness > 0);
+  s.attenuation = s.thinWalled ? Vec3(0) : volumeAttenuation(m);
+  s.specular = m.specular;
+  s.specularColor = Vec3(m.specularColor[0], m.specularColor[1], m.specularColor[2]);
+  s.clearcoat = m.clearcoat;
+  s.clearcoatRoughness = m.clearcoatRoughness;
+  s.sheenColor = Vec3(m.sheenColor[0], m.sheenColor[1], m.sheenColor[2]);
+  s.sheenRoughness = m.sheenRoughness;
+  return s;
+}
+
 Vec3 surfaceEmission(const Scene& scene, const SurfaceHit& hit) {
   const MaterialRuntime& rt = *scene.shapes()[hit.shape].material;
   if (!rt.emissive) return Vec3(0);
@@ -52,46 +81,37 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
   const MaterialData& m = *rt.data;
   out.data = &m;
   MaterialSample& s = out.material;
+  // The factors were resolved once per material; only vertex colours, textures and emission vary.
+  s = rt.factors;
   Vec4 t;
-  s.baseColor = Vec3(m.baseColor[0], m.baseColor[1], m.baseColor[2]) * Vec3(hit.color.x, hit.color.y, hit.color.z);
+  s.baseColor = s.baseColor * Vec3(hit.color.x, hit.color.y, hit.color.z);
   float alpha = m.baseColor[3] * hit.color.w;
-  if (lookup(rt, kTexBaseColor, hit, lodOffset, t)) {
-    s.baseColor *= Vec3(t.x, t.y, t.z);
-    alpha *= t.w;
+  if (rt.texturedSlots == 0) {
+    if (m.alphaMode != 0 && !m.unlit) s.opacity = m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha);
+    if (rt.emissive) s.emission = surfaceEmission(scene, hit);
+  } else {
+    if (lookup(rt, kTexBaseColor, hit, lodOffset, t)) {
+      s.baseColor *= Vec3(t.x, t.y, t.z);
+      alpha *= t.w;
+    }
+    s.opacity = m.alphaMode == 0 || m.unlit ? 1.0f : (m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha));
+    if (lookup(rt, kTexMetallicRoughness, hit, lodOffset, t)) {
+      s.roughness *= t.y;
+      s.metallic *= t.z;
+    }
+    if (rt.emissive) s.emission = surfaceEmission(scene, hit);
+    if (lookup(rt, kTexTransmission, hit, lodOffset, t)) s.transmission *= t.x;
+    if (lookup(rt, kTexThickness, hit, lodOffset, t)) {
+      s.thinWalled = !(m.thickness * t.y > 0);
+      s.attenuation = s.thinWalled ? Vec3(0) : volumeAttenuation(m);
+    }
+    if (lookup(rt, kTexSpecular, hit, lodOffset, t)) s.specular *= t.w;
+    if (lookup(rt, kTexSpecularColor, hit, lodOffset, t)) s.specularColor *= Vec3(t.x, t.y, t.z);
+    if (lookup(rt, kTexClearcoat, hit, lodOffset, t)) s.clearcoat *= t.x;
+    if (lookup(rt, kTexClearcoatRoughness, hit, lodOffset, t)) s.clearcoatRoughness *= t.y;
+    if (lookup(rt, kTexSheenColor, hit, lodOffset, t)) s.sheenColor *= Vec3(t.x, t.y, t.z);
+    if (lookup(rt, kTexSheenRoughness, hit, lodOffset, t)) s.sheenRoughness *= t.w;
   }
-  s.opacity = m.alphaMode == 0 || m.unlit ? 1.0f : (m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha));
-  s.metallic = m.metallic;
-  s.roughness = m.roughness;
-  if (lookup(rt, kTexMetallicRoughness, hit, lodOffset, t)) {
-    s.roughness *= t.y;
-    s.metallic *= t.z;
-  }
-  s.emission = rt.emissive ? surfaceEmission(scene, hit) : Vec3(0);
-  s.unlit = m.unlit;
-  s.doubleSided = m.doubleSided;
-  s.ior = m.ior;
-  s.transmission = m.transmission;
-  if (lookup(rt, kTexTransmission, hit, lodOffset, t)) s.transmission *= t.x;
-  float thickness = m.thickness;
-  if (lookup(rt, kTexThickness, hit, lodOffset, t)) thickness *= t.y;
-  s.thinWalled = !(thickness > 0);
-  s.attenuation = Vec3(0);
-  if (!s.thinWalled && m.attenuationDistance > 0 && std::isfinite(m.attenuationDistance)) {
-    for (int k = 0; k < 3; ++k)
-      s.attenuation[k] = -std::log(std::max(1e-6f, std::min(1.0f, m.attenuationColor[k]))) / m.attenuationDistance;
-  }
-  s.specular = m.specular;
-  s.specularColor = Vec3(m.specularColor[0], m.specularColor[1], m.specularColor[2]);
-  if (lookup(rt, kTexSpecular, hit, lodOffset, t)) s.specular *= t.w;
-  if (lookup(rt, kTexSpecularColor, hit, lodOffset, t)) s.specularColor *= Vec3(t.x, t.y, t.z);
-  s.clearcoat = m.clearcoat;
-  s.clearcoatRoughness = m.clearcoatRoughness;
-  if (lookup(rt, kTexClearcoat, hit, lodOffset, t)) s.clearcoat *= t.x;
-  if (lookup(rt, kTexClearcoatRoughness, hit, lodOffset, t)) s.clearcoatRoughness *= t.y;
-  s.sheenColor = Vec3(m.sheenColor[0], m.sheenColor[1], m.sheenColor[2]);
-  s.sheenRoughness = m.sheenRoughness;
-  if (lookup(rt, kTexSheenColor, hit, lodOffset, t)) s.sheenColor *= Vec3(t.x, t.y, t.z);
-  if (lookup(rt, kTexSheenRoughness, hit, lodOffset, t)) s.sheenRoughness *= t.w;
 
   Vec3 n = hit.ns;
   Vec3 tangent = hit.hasTangent ? hit.tangent : Frame(n).s;

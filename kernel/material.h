@@ -13,6 +13,10 @@ struct ShadedPoint {
   const MaterialData* data = nullptr;
 };
 
+// The material's factors without textures or vertex colours, resolved once per material.
+MaterialSample materialFactors(const MaterialData& m);
+// Beer extinction per unit length of the material's volume.
+Vec3 volumeAttenuation(const MaterialData& m);
 // `lodOffset` is added to every texture's level of detail.
 void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset, ShadedPoint& out);
 // Opacity alone (for shadow rays through masked or blended surfaces).

@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "material.h"
+
 namespace zvr::kernel {
 namespace {
 
@@ -213,6 +215,7 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
       rt.textures[slot] = textures_.get(b.image, isColorSlot(slot), gamma);
       if (rt.textures[slot]) rt.texturedSlots |= 1u << slot;
     }
+    rt.factors = materialFactors(m);
     rt.opaque = m.alphaMode == 0 || m.unlit;
     rt.emissive = maxComponent(Vec3(m.emissive[0], m.emissive[1], m.emissive[2])) * m.emissiveStrength > 0 && !m.unlit;
   };

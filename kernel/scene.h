@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "bsdf.h"
 #include "camera.h"
 #include "texture.h"
 
@@ -26,6 +27,7 @@ struct MaterialRuntime {
   const Texture* textures[kTextureSlots] = {};
   const TextureBinding* bindings[kTextureSlots] = {};
   uint32_t texturedSlots = 0;  // bit per slot with a texture
+  MaterialSample factors;      // the inputs before textures and vertex colours
   bool opaque = true;    // no alpha mask or blend
   bool emissive = false;
 };
