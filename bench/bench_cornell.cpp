@@ -9,12 +9,14 @@
 
 #include <sys/resource.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cornell_scene.h"
@@ -205,41 +207,63 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
       std::fprintf(stderr, "%s\n", error.c_str());
       return false;
     }
-    constexpr size_t kRays = 4'000'000;
-    std::atomic<uint64_t> hits{0};
+    // Rays are made before the clock starts: the generator would otherwise cost as much as
+    // the traversal and lower the ceiling. Shadow rays (occlusion only) are timed apart.
+    constexpr size_t kRays = 1'000'000, kPasses = 4;
     zvr::kernel::Vec3 c = raw.center();
     float half = raw.diagonal() * 0.25f;
-    auto t0 = std::chrono::steady_clock::now();
-    double c0 = cpuSeconds();
+    std::vector<float> rays(kRays * 6);
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> u(-1, 1);
+    for (size_t i = 0; i < kRays; ++i) {
+      zvr::kernel::Vec3 o = c + zvr::kernel::Vec3(u(rng), u(rng), u(rng)) * half;
+      zvr::kernel::Vec3 d = zvr::kernel::normalize(zvr::kernel::Vec3(u(rng), u(rng), u(rng)));
+      float* r = &rays[6 * i];
+      r[0] = o.x, r[1] = o.y, r[2] = o.z, r[3] = d.x, r[4] = d.y, r[5] = d.z;
+    }
     tbb::task_arena arena{int(threads)};
-    arena.execute([&] {
-      tbb::parallel_for(tbb::blocked_range<size_t>(0, kRays, 4096), [&](const tbb::blocked_range<size_t>& range) {
-        std::mt19937 rng(uint32_t(range.begin()));
-        std::uniform_real_distribution<float> u(-1, 1);
-        uint64_t local = 0;
-        for (size_t i = range.begin(); i < range.end(); ++i) {
-          zvr::kernel::Ray ray;
-          ray.origin = c + zvr::kernel::Vec3(u(rng), u(rng), u(rng)) * half;
-          ray.direction = zvr::kernel::normalize(zvr::kernel::Vec3(u(rng), u(rng), u(rng)));
-          zvr::kernel::SurfaceHit hit;
+    auto measure = [&](bool shadow, uint64_t& hits) {
+      std::atomic<uint64_t> count{0};
+      auto t0 = std::chrono::steady_clock::now();
+      double c0 = cpuSeconds();
+      arena.execute([&] {
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, kRays * kPasses, 4096), [&](const tbb::blocked_range<size_t>& range) {
+          uint64_t local = 0;
           RTCIntersectContext ctx;
           rtcInitIntersectContext(&ctx);
-          RTCRayHit rh;
-          rh.ray.org_x = ray.origin.x, rh.ray.org_y = ray.origin.y, rh.ray.org_z = ray.origin.z;
-          rh.ray.dir_x = ray.direction.x, rh.ray.dir_y = ray.direction.y, rh.ray.dir_z = ray.direction.z;
-          rh.ray.tnear = 0, rh.ray.tfar = 1e30f, rh.ray.mask = ~0u, rh.ray.flags = 0, rh.ray.time = 0;
-          rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
-          rtcIntersect1(raw.handle(), &ctx, &rh);
-          local += rh.hit.geomID != RTC_INVALID_GEOMETRY_ID;
-        }
-        hits += local;
+          for (size_t k = range.begin(); k < range.end(); ++k) {
+            const float* r = &rays[6 * (k % kRays)];
+            RTCRayHit rh;
+            rh.ray.org_x = r[0], rh.ray.org_y = r[1], rh.ray.org_z = r[2];
+            rh.ray.dir_x = r[3], rh.ray.dir_y = r[4], rh.ray.dir_z = r[5];
+            rh.ray.tnear = 0, rh.ray.mask = ~0u, rh.ray.flags = 0, rh.ray.time = 0;
+            if (shadow) {
+              rh.ray.tfar = 1.0f;  // about the length of a light sample's ray in the box
+              rtcOccluded1(raw.handle(), &ctx, &rh.ray);
+              local += rh.ray.tfar < 0;
+            } else {
+              rh.ray.tfar = 1e30f;
+              rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+              rtcIntersect1(raw.handle(), &ctx, &rh);
+              local += rh.hit.geomID != RTC_INVALID_GEOMETRY_ID;
+            }
+          }
+          count += local;
+        });
       });
-    });
-    double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    double cs = cpuSeconds() - c0;
+      double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+      double cs = cpuSeconds() - c0;
+      hits = count;
+      return std::make_pair(kRays * kPasses / s / 1e6, kRays * kPasses / cs / 1e6);
+    };
+    uint64_t hits = 0, blocked = 0;
+    auto closest = measure(false, hits);
+    auto shadow = measure(true, blocked);
     std::printf("embree: %.2f M random rays/s with %u threads (%.1f%% hit), %.2f M per processor second; the ceiling for "
                 "the kernel's ray rate\n",
-                kRays / s / 1e6, threads, 100.0 * double(hits) / kRays, kRays / cs / 1e6);
+                closest.first, threads, 100.0 * double(hits) / (kRays * kPasses), closest.second);
+    std::printf("embree: %.2f M shadow rays/s of length 1 (%.1f%% blocked), %.2f M per processor second\n", shadow.first,
+                100.0 * double(blocked) / (kRays * kPasses), shadow.second);
   }
   rtcReleaseDevice(device);
   return true;
