@@ -117,4 +117,10 @@ TraceLine& TraceLine::matrix(const char* name, const float* values16) {
 
 std::string TraceLine::finish(int32_t status) const { return line_ + ") -> " + std::to_string(status) + "\n"; }
 
+std::string TraceLine::finish(const void* result) const {
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(result));
+  return line_ + ") -> " + buffer + "\n";
+}
+
 }  // namespace zvr::core

@@ -24,6 +24,8 @@ class TraceLine {
   TraceLine& properties(const char* name, const intptr_t* slots, intptr_t textKey, int maxSlots);
   // The finished line with its newline.
   std::string finish(int32_t status) const;
+  // For calls that answer with an address instead of a status.
+  std::string finish(const void* result) const;
 
  private:
   void open(const char* name);
