@@ -158,6 +158,7 @@ bool Scene::rebuildGeometry(const SceneSnapshot& snapshot, const std::function<b
       }
     }
     rec.triangleCount = uint32_t(m.indices.size() / 3);
+    computeFaces(rec);
     RTCGeometry geom = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
     auto* vb = static_cast<float*>(rtcSetNewGeometryBuffer(geom, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, 3 * sizeof(float), n));
     auto* ib = static_cast<uint32_t*>(
@@ -299,16 +300,35 @@ bool Scene::occluded(const Ray& ray) const {
   return r.tfar < 0;
 }
 
+namespace {
+
+void faceOf(Vec3 p0, Vec3 p1, Vec3 p2, bool flip, Vec3& n, float& area) {
+  Vec3 c = cross(p1 - p0, p2 - p0);
+  float len = length(c);
+  area = 0.5f * len;
+  n = len > 0 ? c / len : Vec3(0, 0, 1);
+  if (flip) n = -n;
+}
+
+}  // namespace
+
+void Scene::computeFaces(ShapeRecord& rec) {
+  rec.faceNormals.resize(rec.triangleCount);
+  rec.faceAreas.resize(rec.triangleCount);
+  const uint32_t* idx = rec.mesh->indices.data();
+  for (uint32_t t = 0; t < rec.triangleCount; ++t)
+    faceOf(rec.positions[idx[3 * t]], rec.positions[idx[3 * t + 1]], rec.positions[idx[3 * t + 2]], rec.flipWinding,
+           rec.faceNormals[t], rec.faceAreas[t]);
+}
+
 void Scene::trianglePoint(uint32_t shape, uint32_t prim, float b1, float b2, Vec3& p, Vec3& n, float& area) const {
   const ShapeRecord& s = shapes_[shape];
   const uint32_t* idx = &s.mesh->indices[3 * prim];
   Vec3 p0 = s.positions[idx[0]], p1 = s.positions[idx[1]], p2 = s.positions[idx[2]];
   p = p0 * (1 - b1 - b2) + p1 * b1 + p2 * b2;
-  Vec3 c = cross(p1 - p0, p2 - p0);
-  float len = length(c);
-  area = 0.5f * len;
-  n = len > 0 ? c / len : Vec3(0, 0, 1);
-  if (s.flipWinding) n = -n;
+  // Normals and areas belong to the triangle, not the ray: made once when the scene is built.
+  n = s.faceNormals[prim];
+  area = s.faceAreas[prim];
 }
 
 void Scene::fillSurface(uint32_t shape, uint32_t prim, float b1, float b2, SurfaceHit& hit) const {

@@ -37,6 +37,8 @@ struct ShapeRecord {
   const MaterialRuntime* material = nullptr;
   std::vector<Vec3> positions, normals;  // world space
   std::vector<float> tangents;           // world space xyz + handedness
+  std::vector<Vec3> faceNormals;         // outward, per triangle
+  std::vector<float> faceAreas;
   uint32_t objectId = 0, meshId = 0, groupId = 0, triangleCount = 0;
   bool attached = false;
   float emissionScale = 1;               // 1 / area when emitters are normalised to unit power per area
@@ -94,6 +96,7 @@ class Scene {
  private:
   bool rebuildGeometry(const SceneSnapshot& snapshot, const std::function<bool(const ShapeData&)>& include,
                        std::string* error);
+  static void computeFaces(ShapeRecord& rec);
   void resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& params, float textureBudgetScale);
 
   RTCDevice device_;
