@@ -118,7 +118,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
       power.push_back(2 * kPi * tri.area * lum);
     }
   }
-  distribution_ = Distribution1D(std::move(power));
+  selection_ = AliasTable(power);
 }
 
 Vec3 LightSet::environmentRadiance(const Environment& env, Vec3 dir) const {
@@ -151,7 +151,7 @@ Vec3 LightSet::environment(Vec3 dir) const {
 float LightSet::environmentPdf(Vec3 dir) const {
   float pdf = 0;
   for (size_t i = 0; i < environments_.size(); ++i)
-    pdf += distribution_.pmf(environmentEntry_[i]) * environmentDirectionPdf(environments_[i], dir);
+    pdf += selection_.pmf(environmentEntry_[i]) * environmentDirectionPdf(environments_[i], dir);
   return pdf;
 }
 
@@ -164,13 +164,13 @@ float LightSet::trianglePdf(const Scene&, uint32_t shape, uint32_t prim, Vec3 re
   float dist2 = dot(d, d);
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
   if (area <= 0 || cosL <= 0) return 0;
-  return distribution_.pmf(entry) * dist2 / (area * cosL);
+  return selection_.pmf(entry) * dist2 / (area * cosL);
 }
 
 bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const {
-  if (empty() || distribution_.total() <= 0) return false;
+  if (empty() || selection_.total() <= 0) return false;
   float pmf = 0;
-  const Entry& e = entries_[distribution_.sampleDiscrete(uLight, &pmf)];
+  const Entry& e = entries_[selection_.sample(uLight, &pmf)];
   if (pmf <= 0) return false;
   out.delta = false;
   out.infinite = false;

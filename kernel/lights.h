@@ -22,7 +22,7 @@ struct LightSample {
 class LightSet {
  public:
   void build(const SceneSnapshot& snapshot, const Scene& scene);
-  bool empty() const { return distribution_.size() == 0; }
+  bool empty() const { return selection_.size() == 0; }
   bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const;
   // Radiance of the environment along a direction leaving the scene.
   Vec3 environment(Vec3 dir) const;
@@ -66,7 +66,7 @@ class LightSet {
   std::vector<Triangle> triangles_;
   std::vector<size_t> environmentEntry_;
   std::vector<int64_t> firstTriangleEntry_;  // per shape, -1 when it does not emit
-  Distribution1D distribution_;
+  AliasTable selection_;  // light choice in proportion to power, one table read per sample
   float sceneRadius_ = 1;
 };
 

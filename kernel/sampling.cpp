@@ -108,6 +108,48 @@ float Distribution1D::sampleContinuous(float u, float* pdfOut, size_t* bin) cons
   return (float(i) + std::max(0.0f, r)) / float(pdf_.size());
 }
 
+AliasTable::AliasTable(const std::vector<float>& weights) : bins_(weights.size()) {
+  double sum = 0;
+  for (float w : weights)
+    if (w > 0 && std::isfinite(w)) sum += w;
+  total_ = float(sum);
+  if (!(sum > 0)) return;
+  size_t n = weights.size();
+  // Scaled weights: bins below 1 are topped up by bins above 1 (Vose), in double so rounding
+  // cannot leave a sliver of probability unassigned.
+  std::vector<double> scaled(n);
+  std::vector<uint32_t> small, large;
+  for (size_t i = 0; i < n; ++i) {
+    double w = weights[i] > 0 && std::isfinite(weights[i]) ? weights[i] : 0;
+    bins_[i].pmf = float(w / sum);
+    scaled[i] = w / sum * double(n);
+    (scaled[i] < 1 ? small : large).push_back(uint32_t(i));
+  }
+  while (!small.empty() && !large.empty()) {
+    uint32_t s = small.back(), l = large.back();
+    small.pop_back();
+    bins_[s].threshold = float(scaled[s]);
+    bins_[s].alias = l;
+    scaled[l] -= 1 - scaled[s];
+    if (scaled[l] < 1) {
+      large.pop_back();
+      small.push_back(l);
+    }
+  }
+  // What is left holds (up to rounding) exactly its own share.
+  for (uint32_t i : large) bins_[i] = {1, i, bins_[i].pmf};
+  for (uint32_t i : small) {
+    if (bins_[i].pmf > 0) {
+      bins_[i] = {1, i, bins_[i].pmf};
+    } else {
+      // A zero-weight bin left by rounding must still point at a real entry.
+      size_t target = 0;
+      while (target < n && !(bins_[target].pmf > 0)) ++target;
+      bins_[i] = {0, uint32_t(target), 0};
+    }
+  }
+}
+
 Distribution2D::Distribution2D(const std::vector<float>& weights, uint32_t width, uint32_t height)
     : width_(width), height_(height) {
   std::vector<float> marginal(height);

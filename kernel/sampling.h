@@ -48,16 +48,19 @@ class Sampler {
 };
 
 inline Vec3 squareToCosineHemisphere(float u1, float u2) {
-  float r = std::sqrt(u1), phi = 2 * kPi * u2;
-  return {r * std::cos(phi), r * std::sin(phi), std::sqrt(std::max(0.0f, 1 - u1))};
+  float r = std::sqrt(u1), sinPhi, cosPhi;
+  sinCos2Pi(u2, sinPhi, cosPhi);
+  return {r * cosPhi, r * sinPhi, std::sqrt(std::max(0.0f, 1 - u1))};
 }
 inline Vec3 squareToUniformSphere(float u1, float u2) {
-  float z = 1 - 2 * u1, r = std::sqrt(std::max(0.0f, 1 - z * z)), phi = 2 * kPi * u2;
-  return {r * std::cos(phi), r * std::sin(phi), z};
+  float z = 1 - 2 * u1, r = std::sqrt(std::max(0.0f, 1 - z * z)), sinPhi, cosPhi;
+  sinCos2Pi(u2, sinPhi, cosPhi);
+  return {r * cosPhi, r * sinPhi, z};
 }
 inline Vec3 squareToUniformCone(float u1, float u2, float cosMax) {
-  float z = 1 - u1 * (1 - cosMax), r = std::sqrt(std::max(0.0f, 1 - z * z)), phi = 2 * kPi * u2;
-  return {r * std::cos(phi), r * std::sin(phi), z};
+  float z = 1 - u1 * (1 - cosMax), r = std::sqrt(std::max(0.0f, 1 - z * z)), sinPhi, cosPhi;
+  sinCos2Pi(u2, sinPhi, cosPhi);
+  return {r * cosPhi, r * sinPhi, z};
 }
 // Uniform point on a triangle as barycentrics (b1, b2).
 inline void squareToTriangle(float u1, float u2, float& b1, float& b2) {
@@ -86,6 +89,37 @@ class Distribution1D {
 
  private:
   std::vector<float> pdf_, cdf_;
+  float total_ = 0;
+};
+
+// Discrete distribution sampled in constant time (Walker's alias method, Vose's construction): one
+// table read per pick however many entries there are. Unlike Distribution1D the map from u to an
+// entry is not monotonic, so it suits choices (which light) rather than stratified continuous warps.
+class AliasTable {
+ public:
+  AliasTable() = default;
+  // Non-finite and negative weights count as zero.
+  explicit AliasTable(const std::vector<float>& weights);
+  size_t size() const { return bins_.size(); }
+  float total() const { return total_; }
+  float pmf(size_t i) const { return bins_[i].pmf; }
+  // Picks an entry with probability pmf(entry); never one of weight zero while total() > 0.
+  size_t sample(float u, float* pmfOut) const {
+    float scaled = u * float(bins_.size());
+    size_t i = std::min(size_t(scaled), bins_.size() - 1);
+    const Bin& b = bins_[i];
+    size_t pick = scaled - float(i) < b.threshold ? i : b.alias;
+    *pmfOut = bins_[pick].pmf;
+    return pick;
+  }
+
+ private:
+  struct Bin {
+    float threshold = 0;  // keep the bin itself below this fraction of its width, else take alias
+    uint32_t alias = 0;
+    float pmf = 0;
+  };
+  std::vector<Bin> bins_;
   float total_ = 0;
 };
 
