@@ -47,7 +47,7 @@ float sheenAlbedo(float cosO, float sheenRoughness) {
 Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& coat, Vec3 ng, Vec3 wo, float minRoughness)
     : ng_(ng), wo_(wo), m_(material) {
   if (isPlainLambert(material)) {
-    initLambert(shading, minRoughness);
+    initLambert(shading);
   } else {
     initLayered(shading, coat, minRoughness);
   }
@@ -63,11 +63,15 @@ bool Bsdf::isPlainLambert(const MaterialSample& m) {
 }
 
 // Lambert alone, the common case: the values the layered set-up would compute with every other
-// lobe at zero, without the Fresnel and sheen work (the pictures stay bitwise the same).
-void Bsdf::initLambert(const Frame& shading, float minRoughness) {
+// lobe at zero, without the Fresnel, sheen and roughness work no Lambert lobe reads.
+void Bsdf::initLambert(const Frame& shading) {
   frame_ = shading;
-  coatFrame_ = shading;
-  if (dot(wo_, frame_.n) < 0) frame_ = Frame{-frame_.n, frame_.s};
+  if (dot(wo_, frame_.n) < 0) {
+    // Mirroring n and t keeps the basis orthonormal and right-handed without renormalising.
+    frame_.n = -frame_.n;
+    frame_.t = -frame_.t;
+  }
+  coatFrame_ = frame_;
   woLocal_ = frame_.toLocal(wo_);
   woLocal_.z = std::max(woLocal_.z, 1e-6f);
   woCoat_ = woLocal_;
@@ -79,15 +83,11 @@ void Bsdf::initLambert(const Frame& shading, float minRoughness) {
   specular_ = 0;
   f0_ = 0;
   tintedF0_ = Vec3(0);
-  alpha_ = roughnessToAlpha(std::max(clamp01(m_.roughness), minRoughness));
-  coatAlpha_ = roughnessToAlpha(std::max(clamp01(m_.clearcoatRoughness), minRoughness));
-  sheenAlpha_ = std::max(0.07f, sqr(clamp01(m_.sheenRoughness)));
+  alpha_ = coatAlpha_ = sheenAlpha_ = 1;
   diffuseColor_ = m_.baseColor;
   baseScale_ = 1;
-  float lum = luminance(diffuseColor_);
-  float sum = lum;
   for (float& w : weights_) w = 0;
-  weights_[kDiffuseLobe] = sum > 0 ? lum / sum : 0;
+  weights_[kDiffuseLobe] = luminance(diffuseColor_) > 0 ? 1.0f : 0.0f;
   lambertOnly_ = weights_[kDiffuseLobe] == 1;
   lambertScale_ = kInvPi;
 }

@@ -59,7 +59,7 @@ class Bsdf {
  private:
   enum Lobe { kDiffuseLobe, kReflectLobe, kRefractLobe, kCoatLobe, kSheenLobe, kLobeCount };
   static bool isPlainLambert(const MaterialSample& m);
-  void initLambert(const Frame& shading, float minRoughness);
+  void initLambert(const Frame& shading);
   void initLayered(const Frame& shading, const Frame& coat, float minRoughness);
   Vec3 reflectFresnel(float cosH) const;
   Vec3 dielectricFresnel(float cosH) const;

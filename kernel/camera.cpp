@@ -69,7 +69,7 @@ bool Camera::generateRay(float x, float y, Ray& ray) const {
   ray.origin = origin;
   ray.direction = dir;
   ray.tMin = std::max(0.0f, data_.nearPlane);
-  if (data_.type != 1 && data_.mode == kModePlain) ray.tMin /= std::max(1e-6f, -local.z / length(local));
+  if (ray.tMin > 0 && data_.type != 1 && data_.mode == kModePlain) ray.tMin /= std::max(1e-6f, -local.z / length(local));
   ray.tMax = data_.farPlane > ray.tMin ? data_.farPlane : 1e30f;
   return true;
 }

@@ -114,10 +114,15 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
   }
 
   Vec3 n = hit.ns;
-  Vec3 tangent = hit.hasTangent ? hit.tangent : Frame(n).s;
-  Frame base(n, tangent);
+  if (!hit.hasTangent) {
+    // Without tangents nothing perturbs the normal, and any basis around it will do.
+    out.shading = Frame(n);
+    out.coat = out.shading;
+    return;
+  }
+  Frame base(n, hit.tangent);
   auto perturb = [&](int slot, float scale, Frame& frame) {
-    if (!hit.hasTangent || !lookup(rt, slot, hit, lodOffset, t)) return;
+    if (!lookup(rt, slot, hit, lodOffset, t)) return;
     Vec3 tn(2 * t.x - 1, 2 * t.y - 1, 2 * t.z - 1);
     tn.x *= scale;
     tn.y *= scale;

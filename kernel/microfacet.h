@@ -37,8 +37,9 @@ inline Vec3 ggxSampleVisible(Vec3 wo, float alpha, float u1, float u2) {
   float lensq = vh.x * vh.x + vh.y * vh.y;
   Vec3 t1 = lensq > 0 ? Vec3(-vh.y, vh.x, 0) / std::sqrt(lensq) : Vec3(1, 0, 0);
   Vec3 t2 = cross(vh, t1);
-  float r = std::sqrt(u1), phi = 2 * kPi * u2;
-  float p1 = r * std::cos(phi), p2 = r * std::sin(phi);
+  float r = std::sqrt(u1), sinPhi, cosPhi;
+  sinCos2Pi(u2, sinPhi, cosPhi);
+  float p1 = r * cosPhi, p2 = r * sinPhi;
   float s = 0.5f * (1 + vh.z);
   p2 = (1 - s) * std::sqrt(std::max(0.0f, 1 - p1 * p1)) + s * p2;
   Vec3 nh = t1 * p1 + t2 * p2 + vh * std::sqrt(std::max(0.0f, 1 - p1 * p1 - p2 * p2));

@@ -2,6 +2,7 @@
 // faster) and the stratification an Owen-scrambled Sobol sequence promises.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "sampling.h"
@@ -67,6 +68,71 @@ TEST(Sampler, PixelSamplesAreStratified) {
       for (uint32_t i = 0; i < kCount; ++i) ++cells[uint32_t(y[i] * ny) * nx + uint32_t(x[i] * nx)];
       for (int c : cells) ASSERT_EQ(c, 1) << nx << "x" << ny << " boxes";
     }
+  }
+}
+
+// Alias tables: each entry is picked with its share of the weight, zero weights never, and the
+// reported pmf is the one the pick was made with.
+TEST(AliasTable, PicksEntriesInProportionToWeight) {
+  const std::vector<std::vector<float>> cases = {
+      {1},
+      {1, 1},
+      {3, 1},
+      {0, 2, 0, 6},
+      {1e-6f, 1, 1000, 0.5f},
+      {5, -1, NAN, INFINITY, 5},
+      {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f, 0.7f},
+  };
+  constexpr int kSteps = 1 << 16;
+  for (const auto& weights : cases) {
+    SCOPED_TRACE(::testing::PrintToString(weights));
+    AliasTable table(weights);
+    double total = 0;
+    for (float w : weights)
+      if (w > 0 && std::isfinite(w)) total += w;
+    ASSERT_EQ(table.size(), weights.size());
+    EXPECT_FLOAT_EQ(table.total(), float(total));
+    std::vector<int> hits(weights.size(), 0);
+    for (int i = 0; i < kSteps; ++i) {
+      float pmf = -1;
+      size_t pick = table.sample((i + 0.5f) / kSteps, &pmf);
+      ASSERT_LT(pick, weights.size());
+      ASSERT_EQ(pmf, table.pmf(pick));
+      ++hits[pick];
+    }
+    float lastPmf = 0;
+    EXPECT_LT(table.sample(0x1.fffffep-1f, &lastPmf), weights.size());
+    EXPECT_GT(lastPmf, 0.0f);
+    for (size_t k = 0; k < weights.size(); ++k) {
+      double expected = weights[k] > 0 && std::isfinite(weights[k]) ? weights[k] / total : 0;
+      EXPECT_NEAR(table.pmf(k), expected, 1e-6);
+      // Stratified u: the share of picks matches the pmf to within the grid's resolution.
+      EXPECT_NEAR(double(hits[k]) / kSteps, expected, 2.0 * weights.size() / kSteps);
+      if (expected == 0) {
+        EXPECT_EQ(hits[k], 0);
+      }
+    }
+  }
+  AliasTable empty(std::vector<float>{0, 0});
+  EXPECT_EQ(empty.total(), 0.0f);
+}
+
+// The azimuth warps' sine and cosine stay within float noise of libm over the whole turn.
+TEST(SinCos2Pi, MatchesLibmOverTheTurn) {
+  float worst = 0;
+  for (int i = 0; i <= 1 << 20; ++i) {
+    float u = float(i) / float(1 << 20);
+    float s = 0, c = 0;
+    sinCos2Pi(u, s, c);
+    double phi = 2 * M_PI * double(u);
+    worst = std::max(worst, float(std::fabs(s - std::sin(phi))));
+    worst = std::max(worst, float(std::fabs(c - std::cos(phi))));
+  }
+  EXPECT_LT(worst, 5e-7f);
+  for (float u : {0.0f, 0.25f, 0.5f, 0.75f, 1.0f}) {
+    float s = 0, c = 0;
+    sinCos2Pi(u, s, c);
+    EXPECT_NEAR(s * s + c * c, 1.0f, 1e-6f) << u;
   }
 }
 
