@@ -61,9 +61,10 @@ Sampler::Pair Sampler::get2D() {
   }
   uint32_t dimSeed = hashCombine(seed_, dimension_++);
   uint32_t shuffledReversed = laineKarrasPermutation(reversedIndex_, dimSeed);
-  uint32_t x = reverseBits(laineKarrasPermutation(reverseBits(shuffledReversed), hashCombine(dimSeed, 0x68bc21ebu)));
-  uint32_t y = reverseBits(laineKarrasPermutation(reversedSobol1(shuffledReversed), hashCombine(dimSeed, 0x02e5be93u)));
-  return {toUnit(x), toUnit(y)};
+  uint32_t scrambledX = laineKarrasPermutation(reverseBits(shuffledReversed), hashCombine(dimSeed, 0x68bc21ebu));
+  uint32_t scrambledY = laineKarrasPermutation(reversedSobol1(shuffledReversed), hashCombine(dimSeed, 0x02e5be93u));
+  uint64_t xy = reverseBits64(uint64_t(scrambledY) << 32 | scrambledX);
+  return {toUnit(uint32_t(xy >> 32)), toUnit(uint32_t(xy))};
 }
 
 Distribution1D::Distribution1D(std::vector<float> weights) : pdf_(std::move(weights)) {
@@ -78,19 +79,30 @@ Distribution1D::Distribution1D(std::vector<float> weights) : pdf_(std::move(weig
   total_ = float(sum);
   if (sum > 0)
     for (auto& c : cdf_) c = float(c / sum);
+  size_t n = pdf_.size();
+  guide_.resize(n);
+  size_t bin = 0;
+  for (size_t k = 0; k < n; ++k) {
+    float start = float(k) / float(n);
+    while (bin + 1 < n && cdf_[bin + 1] <= start) ++bin;
+    guide_[k] = uint32_t(bin);
+  }
 }
 
 size_t Distribution1D::sampleDiscrete(float u, float* pmfOut, float* remapped) const {
   size_t n = pdf_.size();
-  // Largest i < n with cdf_[i] <= u (cdf_ never decreases), then past empty bins. Branch-free:
-  // u is random, so a branchy search mispredicts about every other step.
-  const float* cdf = cdf_.data();
-  size_t lo = 0;
-  for (size_t len = n; len > 1;) {
-    size_t half = len / 2;
-    lo = cdf[lo + half] <= u ? lo + half : lo;
-    len -= half;
+  // Largest i < n with cdf_[i] <= u (cdf_ never decreases), then past empty bins. The guide puts
+  // the start at most a bin or two away for smooth weights; the walks keep the answer exact
+  // whatever rounding did to u * n.
+  if (n == 0) {
+    if (pmfOut) *pmfOut = 0;
+    if (remapped) *remapped = 0;
+    return 0;
   }
+  const float* cdf = cdf_.data();
+  size_t lo = guide_[std::min(size_t(std::max(0.0f, u) * float(n)), n - 1)];
+  while (lo > 0 && cdf[lo] > u) --lo;
+  while (lo + 1 < n && cdf[lo + 1] <= u) ++lo;
   while (lo + 1 < n && pdf_[lo] <= 0) ++lo;
   if (pmfOut) *pmfOut = pmf(lo);
   if (remapped) {

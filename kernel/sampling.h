@@ -27,6 +27,14 @@ inline uint32_t reverseBits(uint32_t x) {
   return ((x >> 1) & 0x55555555u) | ((x & 0x55555555u) << 1);
 }
 
+// Both halves reversed at once: rev64((a << 32) | b) == (rev(b) << 32) | rev(a).
+inline uint64_t reverseBits64(uint64_t x) {
+  x = __builtin_bswap64(x);
+  x = ((x >> 4) & 0x0f0f0f0f0f0f0f0full) | ((x & 0x0f0f0f0f0f0f0f0full) << 4);
+  x = ((x >> 2) & 0x3333333333333333ull) | ((x & 0x3333333333333333ull) << 2);
+  return ((x >> 1) & 0x5555555555555555ull) | ((x & 0x5555555555555555ull) << 1);
+}
+
 // Owen-scrambled Sobol in padded 2D pairs (Burley 2020): every pair of dimensions gets its own
 // shuffle of the sample index and its own scramble, all seeded by the pixel, so a pixel's samples
 // depend only on (pixel, sample index) and never on thread scheduling.
@@ -89,6 +97,8 @@ class Distribution1D {
 
  private:
   std::vector<float> pdf_, cdf_;
+  // guide_[k]: the last bin starting at or below k / size(), so a search starts next to its answer.
+  std::vector<uint32_t> guide_;
   float total_ = 0;
 };
 

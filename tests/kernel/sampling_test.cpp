@@ -117,6 +117,39 @@ TEST(AliasTable, PicksEntriesInProportionToWeight) {
   EXPECT_EQ(empty.total(), 0.0f);
 }
 
+// The inverse-CDF search: monotonic in u (so stratified u stay stratified), never an empty bin,
+// bin shares equal to the weights, and the remapped u inside [0, 1).
+TEST(Distribution1D, InvertsTheCdfMonotonically) {
+  std::vector<float> skewed(1000, 1e-4f);
+  skewed[3] = 50;
+  skewed[997] = 20;
+  const std::vector<std::vector<float>> cases = {
+      {1}, {1, 1, 1, 1}, {0, 0, 3, 0, 1, 0}, {1e-7f, 1, 1e-7f}, skewed, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11},
+  };
+  constexpr int kSteps = 1 << 16;
+  for (const auto& weights : cases) {
+    SCOPED_TRACE(weights.size());
+    Distribution1D d(weights);
+    std::vector<int> hits(weights.size(), 0);
+    size_t previous = 0;
+    for (int i = 0; i < kSteps; ++i) {
+      float u = (i + 0.5f) / kSteps, pmf = 0, remapped = -1;
+      size_t bin = d.sampleDiscrete(u, &pmf, &remapped);
+      ASSERT_LT(bin, weights.size());
+      ASSERT_GT(weights[bin], 0.0f) << "u " << u;
+      ASSERT_GE(bin, previous) << "u " << u;
+      ASSERT_GE(remapped, 0.0f);
+      ASSERT_LT(remapped, 1.0f);
+      previous = bin;
+      ++hits[bin];
+    }
+    for (float u : {0.0f, 0x1.fffffep-1f}) EXPECT_LT(d.sampleDiscrete(u, nullptr), weights.size());
+    double total = 0;
+    for (float w : weights) total += w;
+    for (size_t k = 0; k < weights.size(); ++k) EXPECT_NEAR(double(hits[k]) / kSteps, weights[k] / total, 2.0 / kSteps) << k;
+  }
+}
+
 // The azimuth warps' sine and cosine stay within float noise of libm over the whole turn.
 TEST(SinCos2Pi, MatchesLibmOverTheTurn) {
   float worst = 0;
