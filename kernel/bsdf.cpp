@@ -250,6 +250,19 @@ BsdfEval Bsdf::eval(Vec3 wi) const {
 float Bsdf::pdf(Vec3 wi) const { return eval(wi).pdf; }
 
 bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
+  if (lambertOnly_) {
+    // The cosine-weighted direction cancels the cosine: the weight is the albedo term alone.
+    Vec3 local = squareToCosineHemisphere(u1, u2);
+    Vec3 wi = frame_.toWorld(local);
+    if (local.z <= 0 || dot(wi, ng_) * dot(wo_, ng_) <= 0) return false;
+    out.wi = wi;
+    out.pdf = local.z * kInvPi;
+    out.category = kLobeDiffuse;
+    out.delta = false;
+    out.transmitted = false;
+    out.weight = diffuseColor_ * (lambertScale_ * kPi);
+    return !isBlack(out.weight);
+  }
   int lobe = 0;
   float acc = 0;
   for (lobe = 0; lobe < kLobeCount - 1; ++lobe) {
