@@ -3,6 +3,7 @@
 #include <array>
 
 #include "microfacet.h"
+#include "microfacet_albedo.h"
 #include "sampling.h"
 
 namespace zvr::kernel {
@@ -12,6 +13,21 @@ constexpr float kCoatIor = 1.5f;
 constexpr int kSheenTableSize = 32;
 
 float roughnessToAlpha(float r) { return std::max(1e-4f, r * r); }
+
+// Hemispherical average of the dielectric Fresnel reflectance, 2 * integral of F(mu) mu dmu, by
+// Kulla and Conty's fit for eta >= 1; from inside, reciprocity gives 1 - (1 - F_avg(1/eta)) eta^2.
+float averageDielectricFresnel(float eta) {
+  if (eta >= 1) return (eta - 1) / (4.08567f + 1.00071f * eta);
+  float outside = 1 / eta;
+  return 1 - (1 - (outside - 1) / (4.08567f + 1.00071f * outside)) * eta * eta;
+}
+
+// The share of light that leaves after any number of bounces between microfacets, given the
+// single-bounce Fresnel average and the white albedo average (Kulla and Conty 2017).
+float multiScatterFresnel(float fAvg, float eAvg) {
+  float d = 1 - fAvg * (1 - eAvg);
+  return d > 0 ? fAvg * fAvg * eAvg / d : 0;
+}
 
 }  // namespace
 
@@ -52,7 +68,7 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
     initLayered(shading, coat, minRoughness);
   }
   bool glossyDelta = alpha_ < kDeltaAlpha;
-  nonDelta_ = weights_[kDiffuseLobe] > 0 || weights_[kSheenLobe] > 0 ||
+  nonDelta_ = weights_[kDiffuseLobe] > 0 || weights_[kSheenLobe] > 0 || weights_[kMultiScatterLobe] > 0 ||
               (!glossyDelta && (weights_[kReflectLobe] > 0 || weights_[kRefractLobe] > 0)) ||
               (weights_[kCoatLobe] > 0 && coatAlpha_ >= kDeltaAlpha);
 }
@@ -136,6 +152,7 @@ void Bsdf::initLayered(const Frame& shading, const Frame& coat, float minRoughne
                                             : 0;
   weights_[kCoatLobe] = coatF;
   weights_[kSheenLobe] = sheenE * (1 - coatF);
+  initMultiScatter(cosO);
   float sum = 0;
   for (float w : weights_) sum += w;
   for (float& w : weights_) w = sum > 0 ? w / sum : 0;
@@ -143,6 +160,42 @@ void Bsdf::initLayered(const Frame& shading, const Frame& coat, float minRoughne
   // lobe computes, in the same order, so results do not change.
   lambertOnly_ = weights_[kDiffuseLobe] == 1 && specular_ <= 0;
   lambertScale_ = (1 - dielectricReflectance(woLocal_.z)) * baseScale_ * kInvPi;
+}
+
+// Rough reflection loses the light that would bounce between microfacets more than once. The
+// extra lobe (f_ms = F_ms (1 - E(mu_o)) (1 - E(mu_i)) / (pi (1 - E_avg))) gives it back so a white
+// rough metal reflects all light, while coloured metals keep their saturation through F_ms.
+void Bsdf::initMultiScatter(float cosO) {
+  msColor_ = Vec3(0);
+  weights_[kMultiScatterLobe] = 0;
+  if (alpha_ < kDeltaAlpha || !(weights_[kReflectLobe] > 0)) return;
+  float eAvg = ggxAverageAlbedo(alpha_);
+  float lossO = 1 - ggxDirectionalAlbedo(cosO, alpha_);
+  if (!(eAvg < 1) || !(lossO > 0)) return;
+  Vec3 metal(0), dielectric(0);
+  if (m_.metallic > 0) {
+    // The Schlick Fresnel's average is F0 + (1 - F0) / 21.
+    for (int k = 0; k < 3; ++k) {
+      float f0 = clamp01(m_.baseColor[k]);
+      metal[k] = multiScatterFresnel(f0 + (1 - f0) / 21, eAvg);
+    }
+  }
+  if (m_.metallic < 1 && specular_ > 0) {
+    // The same remapping of the Fresnel curve as dielectricFresnel, applied to its average.
+    float fAvg = averageDielectricFresnel(eta_);
+    float w = f0_ < 1 ? clamp01((fAvg - f0_) / (1 - f0_)) : 1;
+    for (int k = 0; k < 3; ++k) dielectric[k] = multiScatterFresnel((tintedF0_[k] * (1 - w) + w) * specular_, eAvg);
+  }
+  msColor_ = metal * m_.metallic + dielectric * (1 - m_.metallic);
+  msLossO_ = lossO;
+  msScale_ = 1 / (kPi * (1 - eAvg));
+  weights_[kMultiScatterLobe] = maxComponent(msColor_) * lossO * baseScale_;
+}
+
+int Bsdf::categoryOf(int lobe) {
+  if (lobe == kRefractLobe) return kLobeRefract;
+  if (lobe == kReflectLobe || lobe == kCoatLobe || lobe == kMultiScatterLobe) return kLobeReflect;
+  return kLobeDiffuse;
 }
 
 // The dielectric's reflectance with the specular colour tinting normal incidence only.
@@ -169,6 +222,12 @@ Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) 
       if (wi.z <= 0) return Vec3(0);
       *pdf = wi.z * kInvPi;
       return diffuseColor_ * ((1 - dielectricReflectance(wo.z)) * baseScale_ * kInvPi * wi.z);
+    }
+    case kMultiScatterLobe: {
+      if (wi.z <= 0) return Vec3(0);
+      *pdf = wi.z * kInvPi;
+      float lossI = 1 - ggxDirectionalAlbedo(wi.z, alpha_);
+      return msColor_ * (msLossO_ * lossI * msScale_ * baseScale_ * wi.z);
     }
     case kSheenLobe: {
       if (wi.z <= 0) return Vec3(0);
@@ -240,8 +299,7 @@ BsdfEval Bsdf::eval(Vec3 wi) const {
     if (transmits == sameSide) continue;
     float p = 0;
     Vec3 f = evalLobe(lobe, woLocal_, wiL, woCoat_, wiC, &p);
-    int category = lobe == kRefractLobe ? kLobeRefract : (lobe == kReflectLobe || lobe == kCoatLobe) ? kLobeReflect : kLobeDiffuse;
-    result.value[category] += f;
+    result.value[categoryOf(lobe)] += f;
     result.pdf += weights_[lobe] * p;
   }
   return result;
@@ -273,7 +331,7 @@ bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
   float sel = weights_[lobe];
   if (sel <= 0) return false;
   const Vec3 wo = woLocal_;
-  out.category = lobe == kRefractLobe ? kLobeRefract : (lobe == kReflectLobe || lobe == kCoatLobe) ? kLobeReflect : kLobeDiffuse;
+  out.category = categoryOf(lobe);
   out.transmitted = lobe == kRefractLobe;
 
   // Perfectly smooth lobes.
@@ -315,6 +373,7 @@ bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
   switch (lobe) {
     case kDiffuseLobe:
     case kSheenLobe:
+    case kMultiScatterLobe:
       wi = frame_.toWorld(squareToCosineHemisphere(u1, u2));
       break;
     case kReflectLobe: {

@@ -57,11 +57,14 @@ class Bsdf {
   bool isTransmissive() const { return weights_[kRefractLobe] > 0; }
 
  private:
-  enum Lobe { kDiffuseLobe, kReflectLobe, kRefractLobe, kCoatLobe, kSheenLobe, kLobeCount };
+  // kMultiScatterLobe returns the energy the rough reflection lobe loses to single scattering.
+  enum Lobe { kDiffuseLobe, kReflectLobe, kRefractLobe, kCoatLobe, kSheenLobe, kMultiScatterLobe, kLobeCount };
+  static int categoryOf(int lobe);
   static bool isPlainLambert(const MaterialSample& m);
   void initLambert(const Frame& shading);
   void initLayered(const Frame& shading, const Frame& coat, float minRoughness);
   Vec3 reflectFresnel(float cosH) const;
+  void initMultiScatter(float cosO);
   Vec3 dielectricFresnel(float cosH) const;
   float dielectricReflectance(float cosH) const;
   Vec3 evalLobe(int lobe, Vec3 woL, Vec3 wiL, Vec3 woC, Vec3 wiC, float* pdf) const;
@@ -73,6 +76,9 @@ class Bsdf {
   Vec3 tintedF0_;
   bool volume_, nonDelta_, lambertOnly_;
   float lambertScale_;
+  Vec3 msColor_;           // Fresnel tint of the multiply scattered light
+  float msLossO_ = 0;      // 1 - E(mu_o): what single scattering loses towards wo
+  float msScale_ = 0;      // 1 / (pi (1 - E_avg))
   float weights_[kLobeCount] = {};
 };
 

@@ -18,6 +18,7 @@ using kernel::kAovWorldCoordinate;
 struct FurnaceCase {
   const char* name;
   float metallic, roughness, transmission, specular;
+  float tolerance = 0.005f;
 };
 
 class FurnaceTest : public ::testing::TestWithParam<FurnaceCase> {};
@@ -52,13 +53,16 @@ TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
     ++count;
   }
   ASSERT_GT(count, 200) << "the sphere should cover much of the image";
-  EXPECT_NEAR(sum / count, 1.0, 0.005) << c.name;
+  EXPECT_NEAR(sum / count, 1.0, c.tolerance) << c.name;
 }
 
-// Single-scattering GGX drops the energy of microfacet paths that would leave below the horizon;
-// on this sphere that is 0.7% for glass of roughness 0.15, so the dielectric case stays smoother.
+// Rough metals get back what single scattering loses between microfacets (a third of the light
+// at roughness one). Dielectric transmission has no such compensation: on this sphere glass of
+// roughness 0.15 loses 0.7%, so the dielectric case stays smoother.
 INSTANTIATE_TEST_SUITE_P(Materials, FurnaceTest,
                          ::testing::Values(FurnaceCase{"diffuse", 0, 1, 0, 0}, FurnaceCase{"rough_metal", 1, 0.2f, 0, 1},
+                                           FurnaceCase{"rougher_metal", 1, 0.5f, 0, 1, 0.01f},
+                                           FurnaceCase{"roughest_metal", 1, 1.0f, 0, 1, 0.01f},
                                            FurnaceCase{"rough_dielectric", 0, 0.05f, 1, 1},
                                            FurnaceCase{"smooth_dielectric", 0, 0, 1, 1}),
                          [](const auto& info) { return std::string(info.param.name); });
