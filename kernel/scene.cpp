@@ -257,21 +257,43 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
   }
 }
 
+namespace {
+
+void setRay(const Ray& ray, RTCRay& r) {
+  r.org_x = ray.origin.x;
+  r.org_y = ray.origin.y;
+  r.org_z = ray.origin.z;
+  r.dir_x = ray.direction.x;
+  r.dir_y = ray.direction.y;
+  r.dir_z = ray.direction.z;
+  r.tnear = ray.tMin;
+  r.tfar = ray.tMax;
+  r.mask = 0xffffffffu;
+  r.flags = 0;
+  r.time = 0;
+}
+
+void setLane(const Ray& ray, RTCRay16& r, int k) {
+  r.org_x[k] = ray.origin.x;
+  r.org_y[k] = ray.origin.y;
+  r.org_z[k] = ray.origin.z;
+  r.dir_x[k] = ray.direction.x;
+  r.dir_y[k] = ray.direction.y;
+  r.dir_z[k] = ray.direction.z;
+  r.tnear[k] = ray.tMin;
+  r.tfar[k] = ray.tMax;
+  r.mask[k] = 0xffffffffu;
+  r.flags[k] = 0;
+  r.time[k] = 0;
+}
+
+}  // namespace
+
 bool Scene::intersect(const Ray& ray, SurfaceHit& hit) const {
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   RTCRayHit rh;
-  rh.ray.org_x = ray.origin.x;
-  rh.ray.org_y = ray.origin.y;
-  rh.ray.org_z = ray.origin.z;
-  rh.ray.dir_x = ray.direction.x;
-  rh.ray.dir_y = ray.direction.y;
-  rh.ray.dir_z = ray.direction.z;
-  rh.ray.tnear = ray.tMin;
-  rh.ray.tfar = ray.tMax;
-  rh.ray.mask = 0xffffffffu;
-  rh.ray.flags = 0;
-  rh.ray.time = 0;
+  setRay(ray, rh.ray);
   rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
   rh.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
   rtcIntersect1(scene_, &context, &rh);
@@ -285,19 +307,52 @@ bool Scene::occluded(const Ray& ray) const {
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   RTCRay r;
-  r.org_x = ray.origin.x;
-  r.org_y = ray.origin.y;
-  r.org_z = ray.origin.z;
-  r.dir_x = ray.direction.x;
-  r.dir_y = ray.direction.y;
-  r.dir_z = ray.direction.z;
-  r.tnear = ray.tMin;
-  r.tfar = ray.tMax;
-  r.mask = 0xffffffffu;
-  r.flags = 0;
-  r.time = 0;
+  setRay(ray, r);
   rtcOccluded1(scene_, &context, &r);
   return r.tfar < 0;
+}
+
+void Scene::intersect16(const Ray* rays, const bool* active, SurfaceHit* hits, bool* found, bool coherent) const {
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  if (coherent) context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+  alignas(64) int valid[kPacketSize];
+  alignas(64) RTCRayHit16 rh;
+  bool any = false;
+  for (int k = 0; k < kPacketSize; ++k) {
+    valid[k] = active[k] ? -1 : 0;
+    any |= active[k];
+    // Inactive lanes still get finite data: Embree may read them even though it ignores them.
+    setLane(active[k] ? rays[k] : Ray{}, rh.ray, k);
+    rh.hit.geomID[k] = RTC_INVALID_GEOMETRY_ID;
+    rh.hit.instID[0][k] = RTC_INVALID_GEOMETRY_ID;
+  }
+  if (!any) return;
+  rtcIntersect16(valid, scene_, &context, &rh);
+  for (int k = 0; k < kPacketSize; ++k) {
+    if (!active[k]) continue;
+    found[k] = rh.hit.geomID[k] != RTC_INVALID_GEOMETRY_ID;
+    if (!found[k]) continue;
+    hits[k].t = rh.ray.tfar[k];
+    fillSurface(rh.hit.geomID[k], rh.hit.primID[k], rh.hit.u[k], rh.hit.v[k], hits[k]);
+  }
+}
+
+void Scene::occluded16(const Ray* rays, const bool* active, bool* blocked) const {
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  alignas(64) int valid[kPacketSize];
+  alignas(64) RTCRay16 r;
+  bool any = false;
+  for (int k = 0; k < kPacketSize; ++k) {
+    valid[k] = active[k] ? -1 : 0;
+    any |= active[k];
+    setLane(active[k] ? rays[k] : Ray{}, r, k);
+  }
+  if (!any) return;
+  rtcOccluded16(valid, scene_, &context, &r);
+  for (int k = 0; k < kPacketSize; ++k)
+    if (active[k]) blocked[k] = r.tfar[k] < 0;
 }
 
 namespace {

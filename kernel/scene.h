@@ -16,6 +16,9 @@
 
 namespace zvr::kernel {
 
+// Rays per packet query: Embree's widest packet.
+constexpr int kPacketSize = 16;
+
 enum TextureSlot : int {
   kTexBaseColor, kTexMetallicRoughness, kTexNormal, kTexOcclusion, kTexEmissive, kTexTransmission, kTexThickness,
   kTexClearcoat, kTexClearcoatRoughness, kTexClearcoatNormal, kTexSpecular, kTexSpecularColor, kTexSheenColor,
@@ -79,6 +82,10 @@ class Scene {
 
   bool intersect(const Ray& ray, SurfaceHit& hit) const;
   bool occluded(const Ray& ray) const;
+  // Up to kPacketSize rays at once; lanes with `active` false are left untouched. `coherent` tells
+  // Embree the rays start together and fan out little (camera rays of a pixel block).
+  void intersect16(const Ray* rays, const bool* active, SurfaceHit* hits, bool* found, bool coherent) const;
+  void occluded16(const Ray* rays, const bool* active, bool* blocked) const;
 
   const std::vector<ShapeRecord>& shapes() const { return shapes_; }
   float diagonal() const { return diagonal_; }
