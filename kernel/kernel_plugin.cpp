@@ -172,27 +172,50 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
                                    Film& film, tbb::task_arena& arena) const {
   const RenderParams& params = *request.params;
   FilterSampler filter(params.imageFilterType, params.imageFilterRadius);
+  // Pixels go to the integrator in 4x4 blocks on a grid fixed to the image, so a pixel shares its
+  // packets with the same neighbours whatever the tiles and threads.
+  constexpr uint32_t kBlock = 4;
+  static_assert(kBlock * kBlock == kPacketSize, "a block fills one packet");
   uint32_t tileW = params.tileSize[0] >= 1 ? uint32_t(params.tileSize[0]) : 32;
   uint32_t tileH = params.tileSize[1] >= 1 ? uint32_t(params.tileSize[1]) : 32;
   uint32_t w = request.width, h = request.height;
+  uint32_t blocksX = (w + kBlock - 1) / kBlock, blocksY = (h + kBlock - 1) / kBlock;
+  uint32_t grainX = (tileW + kBlock - 1) / kBlock, grainY = (tileH + kBlock - 1) / kBlock;
   uint32_t sampleLow = uint32_t(sampleIndex), sampleHigh = uint32_t(sampleIndex >> 32);
   auto body = [&](const tbb::blocked_range2d<uint32_t>& range) {
-    SampleResult result;
+    FilmPoint points[kPacketSize];
+    std::vector<Sampler> samplers;
+    samplers.reserve(kPacketSize);
+    float weights[kPacketSize];
+    uint32_t px[kPacketSize], py[kPacketSize];
+    SampleResult results[kPacketSize];
     uint64_t rays = 0;
-    for (uint32_t y = range.rows().begin(); y < range.rows().end(); ++y)
-      for (uint32_t x = range.cols().begin(); x < range.cols().end(); ++x) {
-        uint32_t seed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, x), y), sampleHigh);
-        Sampler sampler(seed, sampleLow);
-        auto u = sampler.get2D();
-        FilterSampler::Sample fs = filter.sample(u.first, u.second);
-        integrator.trace(float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy, sampler, result);
-        film.addSample(x, y, fs.weight, result);
-        rays += result.rays;
+    for (uint32_t by = range.rows().begin(); by < range.rows().end(); ++by)
+      for (uint32_t bx = range.cols().begin(); bx < range.cols().end(); ++bx) {
+        samplers.clear();
+        int count = 0;
+        for (uint32_t y = by * kBlock; y < std::min(h, (by + 1) * kBlock); ++y)
+          for (uint32_t x = bx * kBlock; x < std::min(w, (bx + 1) * kBlock); ++x, ++count) {
+            uint32_t seed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, x), y), sampleHigh);
+            samplers.emplace_back(seed, sampleLow);
+            auto u = samplers.back().get2D();
+            FilterSampler::Sample fs = filter.sample(u.first, u.second);
+            points[count] = {float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy};
+            weights[count] = fs.weight;
+            px[count] = x;
+            py[count] = y;
+          }
+        integrator.traceBatch(points, samplers.data(), results, count);
+        for (int k = 0; k < count; ++k) {
+          film.addSample(px[k], py[k], weights[k], results[k]);
+          rays += results[k].rays;
+        }
       }
     raysTraced_ += rays;
   };
   arena.execute([&] {
-    tbb::parallel_for(tbb::blocked_range2d<uint32_t>(0, h, tileH, 0, w, tileW), body, tbb::simple_partitioner());
+    tbb::parallel_for(tbb::blocked_range2d<uint32_t>(0, blocksY, grainY, 0, blocksX, grainX), body,
+                      tbb::simple_partitioner());
   });
 }
 

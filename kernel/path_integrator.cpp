@@ -7,14 +7,49 @@ constexpr int kMaxAlphaPasses = 64;
 constexpr uint32_t kRussianRouletteDepth = 3;
 constexpr float kPreviewBounceProbability = 0.25f;
 
+// Total path depth per render quality, 0 (low) to 3 (full, the depth keys as set).
+constexpr uint32_t kQualityDepthCap[] = {0, 2, 4, ~0u};
+
 }  // namespace
+
+// One lane of a batch: everything a path carries from one bounce to the next.
+struct PathIntegrator::Path {
+  FilmPoint film;
+  Sampler* sampler = nullptr;
+  SampleResult* out = nullptr;
+  bool alive = false;
+  Ray ray;
+  Vec3 beta{1};
+  bool deltaBounce = true;
+  float prevPdf = 0;
+  Vec3 prevP;
+  int firstCategory = -1;
+  bool afterDiffuse = false;
+  uint32_t depth = 0, diffuseBounces = 0, glossyBounces = 0, refractionBounces = 0, roughRefractionBounces = 0;
+  int alphaPasses = 0;
+  float distanceSoFar = 0;
+  float cone = 0, coneWidth = 0;
+  Vec3 sigma{0};  // extinction of the medium the ray travels in
+  // After the last bounce a path still follows its BSDF sample to collect emission, the other half
+  // of the MIS pair whose light-sampling half was taken at that vertex.
+  bool emissionOnly = false;
+
+  // The light sample of this round, added once its shadow ray is known to be clear. Per lobe
+  // category at the first hit (the direct split), else one value for `lightCategory`.
+  bool lightPending = false, lightNeedsRay = false, lightSplit = false;
+  Ray lightRay;
+  Vec3 lightValue[kLobeCategories];
+  // The ambient-occlusion ray of the first hit.
+  bool aoPending = false;
+  Ray aoRay;
+};
 
 PathIntegrator::PathIntegrator(const Scene& scene, const LightSet& lights, const Camera& camera, const RenderParams& params,
                                const IntegratorSettings& settings)
     : scene_(scene), lights_(lights), camera_(camera), params_(params), settings_(settings) {
   epsilon_ = scene.rayEpsilon();
   aoRadius_ = 0.1f * scene.diagonal();
-  maxDepth_ = params.maxDepth;
+  maxDepth_ = std::min(params.maxDepth, kQualityDepthCap[std::min(params.renderQuality, 3u)]);
   if (settings.mode == IntegratorMode::Direct) maxDepth_ = 0;
   if (settings.mode == IntegratorMode::Preview) maxDepth_ = std::min(maxDepth_, 1u);
 }
@@ -36,12 +71,16 @@ Vec3 PathIntegrator::clampContribution(Vec3 c) const {
   return c;
 }
 
-// Visibility of a light: 0 behind opaque geometry, partial through alpha-blended surfaces.
-Vec3 PathIntegrator::transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng, uint32_t& rays) const {
+Ray PathIntegrator::shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const {
+  // Stop short of a light's surface so it does not shadow itself.
   float shorten = distance < 1e29f ? 2 * epsilon_ : 0;
-  Ray ray = spawn(from, ng, dir, std::max(0.0f, distance - shorten));
-  ++rays;
-  if (scene_.allOpaque()) return scene_.occluded(ray) ? Vec3(0) : Vec3(1);
+  return spawn(from, ng, dir, std::max(0.0f, distance - shorten));
+}
+
+// Visibility along a shadow ray through alpha-blended surfaces: each is crossed with a single
+// query, as a packet cannot stop and continue one lane.
+Vec3 PathIntegrator::transmittance(Ray ray, uint32_t& rays) const {
+  Vec3 dir = ray.direction;
   float visibility = 1;
   for (uint32_t passes = 0;; ++passes) {
     SurfaceHit hit;
@@ -57,201 +96,278 @@ Vec3 PathIntegrator::transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng,
   }
 }
 
-float PathIntegrator::ambientOcclusion(const SurfaceHit& hit, Vec3 n, Sampler& sampler, uint32_t& rays) const {
-  ++rays;
-  auto u = sampler.get2D();
-  Frame f(n);
-  Vec3 dir = f.toWorld(squareToCosineHemisphere(u.first, u.second));
-  return scene_.occluded(spawn(hit.p, hit.ng, dir, aoRadius_)) ? 0.0f : 1.0f;
+void PathIntegrator::addLight(Path& path, Vec3 value, bool direct) const {
+  value = clampContribution(value);
+  int c = path.firstCategory < 0 ? kLobeDiffuse : path.firstCategory;
+  if (direct) path.out->direct[c] += value;
+  else path.out->indirect[c] += value;
 }
 
-void PathIntegrator::trace(float filmX, float filmY, Sampler& sampler, SampleResult& out) const {
-  out = SampleResult{};
-  Ray ray;
-  if (!camera_.generateRay(filmX, filmY, ray)) return;
+void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, SampleResult* out, int count) const {
+  count = std::clamp(count, 0, kPacketSize);
+  Path paths[kPacketSize];
+  for (int k = 0; k < count; ++k) {
+    paths[k].film = film[k];
+    paths[k].sampler = &samplers[k];
+    paths[k].out = &out[k];
+    startPath(paths[k]);
+  }
+  Ray rays[kPacketSize];
+  SurfaceHit hits[kPacketSize];
+  bool active[kPacketSize] = {}, found[kPacketSize] = {};
+  // Camera rays leave one point into neighbouring pixels: Embree traverses those as a bundle.
+  bool coherent = true;
+  for (;;) {
+    bool any = false;
+    for (int k = 0; k < count; ++k) {
+      active[k] = paths[k].alive;
+      if (!active[k]) continue;
+      any = true;
+      rays[k] = paths[k].ray;
+      ++out[k].rays;
+    }
+    if (!any) break;
+    scene_.intersect16(rays, active, hits, found, coherent);
+    coherent = false;
+    for (int k = 0; k < count; ++k) {
+      if (!active[k]) continue;
+      if (found[k]) shadeHit(paths[k], hits[k]);
+      else shadeMiss(paths[k]);
+    }
+    resolveVisibility(paths, count);
+  }
+  for (int k = 0; k < count; ++k) {
+    SampleResult& o = out[k];
+    o.color = o.emission + o.background;
+    for (int c = 0; c < kLobeCategories; ++c) o.color += o.direct[c] + o.indirect[c];
+  }
+}
 
-  Vec3 beta(1);
-  bool deltaBounce = true;
-  float prevPdf = 0;
-  Vec3 prevP;
-  int firstCategory = -1;
-  bool afterDiffuse = false;
-  uint32_t depth = 0, diffuseBounces = 0, glossyBounces = 0, refractionBounces = 0, roughRefractionBounces = 0;
-  int alphaPasses = 0;
-  float distanceSoFar = 0;
-  float cone = camera_.pixelSpread();
-  float coneWidth = camera_.pixelWidth();
-  Vec3 sigma(0);  // extinction of the medium the ray travels in
-  // After the last bounce a path still follows its BSDF sample to collect emission, the other half
-  // of the MIS pair whose light-sampling half was taken at that vertex.
-  bool emissionOnly = false;
+void PathIntegrator::startPath(Path& path) const {
+  *path.out = SampleResult{};
+  path.alive = camera_.generateRay(path.film.x, path.film.y, path.ray);
+  path.cone = camera_.pixelSpread();
+  path.coneWidth = camera_.pixelWidth();
+}
+
+// Shadow and AO rays of all lanes in one occlusion packet each; then the light samples whose
+// rays are clear are added, before any lane's next bounce adds more.
+void PathIntegrator::resolveVisibility(Path* paths, int count) const {
+  Ray rays[kPacketSize];
+  bool active[kPacketSize] = {}, blocked[kPacketSize] = {};
+  bool any = false;
+  for (int k = 0; k < count; ++k) {
+    active[k] = paths[k].lightPending && paths[k].lightNeedsRay;
+    if (!active[k]) continue;
+    any = true;
+    rays[k] = paths[k].lightRay;
+    ++paths[k].out->rays;
+  }
+  if (any) scene_.occluded16(rays, active, blocked);
+  for (int k = 0; k < count; ++k) {
+    Path& path = paths[k];
+    if (!path.lightPending) continue;
+    path.lightPending = false;
+    if (active[k] && blocked[k]) continue;
+    if (path.lightSplit) {
+      for (int c = 0; c < kLobeCategories; ++c) path.out->direct[c] += clampContribution(path.lightValue[c]);
+    } else {
+      addLight(path, path.lightValue[0], false);
+    }
+  }
+
+  any = false;
+  for (int k = 0; k < count; ++k) {
+    active[k] = paths[k].aoPending;
+    if (!active[k]) continue;
+    any = true;
+    rays[k] = paths[k].aoRay;
+    ++paths[k].out->rays;
+  }
+  if (!any) return;
+  scene_.occluded16(rays, active, blocked);
+  for (int k = 0; k < count; ++k) {
+    if (!active[k]) continue;
+    paths[k].aoPending = false;
+    SampleResult& o = *paths[k].out;
+    o.ao = blocked[k] ? 0.0f : 1.0f;
+    if (settings_.mode == IntegratorMode::AmbientOcclusion) o.direct[kLobeDiffuse] = Vec3(o.ao);
+  }
+}
+
+void PathIntegrator::shadeMiss(Path& path) const {
+  path.alive = false;
+  const Ray& ray = path.ray;
+  Vec3 le = lights_.environment(ray.direction);
+  if (isBlack(le)) return;
+  if (path.depth == 0) {
+    path.out->background += clampContribution(path.beta * le);
+  } else if (path.deltaBounce || settings_.mode != IntegratorMode::Preview) {
+    float w = path.deltaBounce ? 1.0f : powerHeuristic(path.prevPdf, lights_.environmentPdf(ray.direction));
+    addLight(path, path.beta * le * w, path.depth == 1);
+  }
+}
+
+// One bounce of one lane: the hit's emission, its light sample (left pending for the shadow
+// packet), and the next ray; `path.alive` false when the path ends here.
+void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
+  Sampler& sampler = *path.sampler;
+  SampleResult& out = *path.out;
+  const Ray& ray = path.ray;
+  Vec3& beta = path.beta;
+  uint32_t& depth = path.depth;
   // The preview lights by light sampling alone (no MIS) and stops after its bounce's light sample.
   const bool preview = settings_.mode == IntegratorMode::Preview;
+  auto add = [&](Vec3 value, bool direct) { addLight(path, value, direct); };
+  path.alive = false;  // until a next ray is made
+  hit.footprint = path.coneWidth + path.cone * hit.t;
+  Vec3 wo = -ray.direction;
+  if (!isBlack(path.sigma)) beta *= exp(-path.sigma * hit.t);
 
-  auto add = [&](Vec3 value, bool direct) {
-    value = clampContribution(value);
-    int c = firstCategory < 0 ? kLobeDiffuse : firstCategory;
-    if (direct) out.direct[c] += value;
-    else out.indirect[c] += value;
-  };
+  ShadedPoint sp;
+  evaluateMaterial(scene_, hit, params_.mipLodOffset, sp);
+  const MaterialSample& mat = sp.material;
 
-  for (;;) {
-    SurfaceHit hit;
-    ++out.rays;
-    if (!scene_.intersect(ray, hit)) {
-      Vec3 le = lights_.environment(ray.direction);
-      if (!isBlack(le)) {
-        if (depth == 0) {
-          out.background += clampContribution(beta * le);
-        } else if (deltaBounce || !preview) {
-          float w = deltaBounce ? 1.0f : powerHeuristic(prevPdf, lights_.environmentPdf(ray.direction));
-          add(beta * le * w, depth == 1);
+  // Stochastic transparency: pass through with probability 1 - opacity, not counted as a bounce.
+  if (mat.opacity < 1) {
+    float u = sampler.get1D();
+    if (u >= mat.opacity && path.alphaPasses < kMaxAlphaPasses) {
+      ++path.alphaPasses;
+      if (depth == 0) path.distanceSoFar += hit.t;
+      path.ray = spawn(hit.p, hit.ng, ray.direction);
+      path.alive = true;
+      return;
+    }
+  }
+
+  if (depth == 0 && !out.hit) {
+    const ShapeRecord& shape = scene_.shapes()[hit.shape];
+    out.hit = true;
+    out.opacity = 1;
+    out.position = hit.p;
+    out.normalGeom = dot(hit.ng, wo) >= 0 || !mat.doubleSided ? hit.ng : -hit.ng;
+    out.normal = sp.shading.n;
+    out.cameraNormal = camera_.toCameraSpace(sp.shading.n);
+    out.uv[0] = hit.uv[0][0];
+    out.uv[1] = hit.uv[0][1];
+    out.depth = path.distanceSoFar + hit.t;
+    out.materialId = sp.data->materialId;
+    out.objectId = shape.objectId;
+    out.meshId = shape.meshId;
+    out.groupId = shape.groupId;
+    out.albedo = mat.unlit ? Vec3(0) : mat.baseColor * ((1 - clamp01(mat.metallic)) * (1 - clamp01(mat.transmission)));
+    if (settings_.wantAo || settings_.mode == IntegratorMode::AmbientOcclusion) {
+      Vec3 n = dot(sp.shading.n, wo) >= 0 ? sp.shading.n : -sp.shading.n;
+      Vec3 ng = dot(hit.ng, wo) >= 0 ? hit.ng : -hit.ng;
+      // Its own stream, so binding the AO AOV leaves the path's dimensions where they were.
+      Sampler aoSampler = sampler.fork(1);
+      auto u = aoSampler.get2D();
+      Vec3 dir = Frame(n).toWorld(squareToCosineHemisphere(u.first, u.second));
+      path.aoRay = spawn(hit.p, ng, dir, aoRadius_);
+      path.aoPending = true;
+    }
+    if (settings_.mode == IntegratorMode::AmbientOcclusion) return;
+  }
+
+  // Light emitted by the surface itself.
+  if (mat.unlit) {
+    if (depth == 0) out.emission += clampContribution(beta * mat.baseColor);
+    else add(beta * mat.baseColor, depth == 1);
+    return;
+  }
+  if (!isBlack(mat.emission)) {
+    if (depth == 0) {
+      out.emission += clampContribution(beta * mat.emission);
+    } else if (path.deltaBounce || !preview) {
+      float w = 1;
+      if (!path.deltaBounce)
+        w = powerHeuristic(path.prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, path.prevP, hit.p, hit.ng));
+      add(beta * mat.emission * w, depth == 1);
+    }
+  }
+
+  if (path.emissionOnly) return;
+
+  float minRoughness = path.afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
+  Bsdf bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness);
+
+  // Next-event estimation; the shadow ray waits for the round's occlusion packet.
+  if (bsdf.hasNonDelta() && !lights_.empty()) {
+    float ul = sampler.get1D();
+    auto u = sampler.get2D();
+    LightSample ls;
+    if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) && ls.pdf > 0 && !isBlack(ls.radiance)) {
+      BsdfEval e = bsdf.eval(ls.wi);
+      Vec3 f = e.total();
+      if (!isBlack(f)) {
+        Ray toLight = shadowRay(hit.p, ls.wi, ls.distance, hit.ng);
+        Vec3 vis(1);
+        if (!scene_.allOpaque()) {
+          ++out.rays;
+          vis = transmittance(toLight, out.rays);
         }
-      }
-      break;
-    }
-    hit.footprint = coneWidth + cone * hit.t;
-    Vec3 wo = -ray.direction;
-    if (!isBlack(sigma)) beta *= exp(-sigma * hit.t);
-
-    ShadedPoint sp;
-    evaluateMaterial(scene_, hit, params_.mipLodOffset, sp);
-    const MaterialSample& mat = sp.material;
-
-    // Stochastic transparency: pass through with probability 1 - opacity, not counted as a bounce.
-    if (mat.opacity < 1) {
-      float u = sampler.get1D();
-      if (u >= mat.opacity && alphaPasses < kMaxAlphaPasses) {
-        ++alphaPasses;
-        if (depth == 0) distanceSoFar += hit.t;
-        ray = spawn(hit.p, hit.ng, ray.direction);
-        continue;
-      }
-    }
-
-    if (depth == 0 && !out.hit) {
-      const ShapeRecord& shape = scene_.shapes()[hit.shape];
-      out.hit = true;
-      out.opacity = 1;
-      out.position = hit.p;
-      out.normalGeom = dot(hit.ng, wo) >= 0 || !mat.doubleSided ? hit.ng : -hit.ng;
-      out.normal = sp.shading.n;
-      out.cameraNormal = camera_.toCameraSpace(sp.shading.n);
-      out.uv[0] = hit.uv[0][0];
-      out.uv[1] = hit.uv[0][1];
-      out.depth = distanceSoFar + hit.t;
-      out.materialId = sp.data->materialId;
-      out.objectId = shape.objectId;
-      out.meshId = shape.meshId;
-      out.groupId = shape.groupId;
-      out.albedo = mat.unlit ? Vec3(0) : mat.baseColor * ((1 - clamp01(mat.metallic)) * (1 - clamp01(mat.transmission)));
-      if (settings_.wantAo || settings_.mode == IntegratorMode::AmbientOcclusion) {
-        Vec3 n = dot(sp.shading.n, wo) >= 0 ? sp.shading.n : -sp.shading.n;
-        Vec3 ng = dot(hit.ng, wo) >= 0 ? hit.ng : -hit.ng;
-        SurfaceHit aoHit = hit;
-        aoHit.ng = ng;
-        Sampler aoSampler = sampler.fork(1);
-        out.ao = ambientOcclusion(aoHit, n, aoSampler, out.rays);
-      }
-      if (settings_.mode == IntegratorMode::AmbientOcclusion) {
-        out.direct[kLobeDiffuse] = Vec3(out.ao);
-        break;
-      }
-    }
-
-    // Light emitted by the surface itself.
-    if (mat.unlit) {
-      if (depth == 0) out.emission += clampContribution(beta * mat.baseColor);
-      else add(beta * mat.baseColor, depth == 1);
-      break;
-    }
-    if (!isBlack(mat.emission)) {
-      if (depth == 0) {
-        out.emission += clampContribution(beta * mat.emission);
-      } else if (deltaBounce || !preview) {
-        float w = 1;
-        if (!deltaBounce)
-          w = powerHeuristic(prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, prevP, hit.p, hit.ng));
-        add(beta * mat.emission * w, depth == 1);
-      }
-    }
-
-    if (emissionOnly) break;
-
-    float minRoughness = afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
-    Bsdf bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness);
-
-    // Next-event estimation.
-    if (bsdf.hasNonDelta() && !lights_.empty()) {
-      float ul = sampler.get1D();
-      auto u = sampler.get2D();
-      LightSample ls;
-      if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) && ls.pdf > 0 && !isBlack(ls.radiance)) {
-        BsdfEval e = bsdf.eval(ls.wi);
-        Vec3 f = e.total();
-        if (!isBlack(f)) {
-          Vec3 vis = transmittance(hit.p, ls.wi, ls.distance, hit.ng, out.rays);
-          if (!isBlack(vis)) {
-            float w = ls.delta || preview ? 1.0f : powerHeuristic(ls.pdf, e.pdf);
-            Vec3 scale = beta * ls.radiance * vis * (w / ls.pdf);
-            if (depth == 0) {
-              for (int c = 0; c < kLobeCategories; ++c) out.direct[c] += clampContribution(scale * e.value[c]);
-            } else {
-              add(scale * f, false);
-            }
+        if (!isBlack(vis)) {
+          float w = ls.delta || preview ? 1.0f : powerHeuristic(ls.pdf, e.pdf);
+          Vec3 scale = beta * ls.radiance * vis * (w / ls.pdf);
+          path.lightPending = true;
+          path.lightNeedsRay = scene_.allOpaque();
+          path.lightRay = toLight;
+          path.lightSplit = depth == 0;
+          if (depth == 0) {
+            for (int c = 0; c < kLobeCategories; ++c) path.lightValue[c] = scale * e.value[c];
+          } else {
+            path.lightValue[0] = scale * f;
           }
         }
       }
     }
-
-    if (depth >= maxDepth_) {
-      // The preview takes light only by light sampling, so nothing is left to collect.
-      if (preview) break;
-      emissionOnly = true;
-    }
-    // The preview follows its one bounce on a fraction of samples, weighted up to stay unbiased.
-    if (preview && depth == 0) {
-      if (sampler.get1D() >= kPreviewBounceProbability) break;
-      beta *= 1 / kPreviewBounceProbability;
-    }
-
-    float uLobe = sampler.get1D();
-    auto u = sampler.get2D();
-    BsdfSample bs;
-    if (!bsdf.sample(uLobe, u.first, u.second, bs)) break;
-    if (bs.category == kLobeDiffuse) {
-      if (++diffuseBounces > params_.maxDepthDiffuse) emissionOnly = true;
-      afterDiffuse = true;
-    } else if (bs.category == kLobeReflect) {
-      if (++glossyBounces > params_.maxDepthGlossy) emissionOnly = true;
-    } else if (bs.delta) {
-      if (++refractionBounces > params_.maxDepthRefraction) emissionOnly = true;
-    } else {
-      if (++roughRefractionBounces > params_.maxDepthRefractionGlossy) emissionOnly = true;
-    }
-
-    if (depth == 0) firstCategory = bs.category;
-    beta *= bs.weight;
-    if (!isFinite(beta) || isBlack(beta)) break;
-    deltaBounce = bs.delta;
-    prevPdf = bs.pdf;
-    prevP = hit.p;
-    if (bs.transmitted && !mat.thinWalled) sigma = dot(bs.wi, hit.ng) < 0 ? mat.attenuation : Vec3(0);
-
-    coneWidth = hit.footprint;
-    if (!bs.delta) cone += bs.category == kLobeDiffuse ? 0.5f : 0.1f;
-
-    ++depth;
-    if (depth >= kRussianRouletteDepth) {
-      float q = std::max(0.05f, 1 - maxComponent(beta));
-      if (sampler.get1D() < q) break;
-      beta *= 1 / (1 - q);
-    }
-    ray = spawn(hit.p, hit.ng, bs.wi);
   }
 
-  out.color = out.emission + out.background;
-  for (int c = 0; c < kLobeCategories; ++c) out.color += out.direct[c] + out.indirect[c];
+  if (depth >= maxDepth_) {
+    // The preview takes light only by light sampling, so nothing is left to collect.
+    if (preview) return;
+    path.emissionOnly = true;
+  }
+  // The preview follows its one bounce on a fraction of samples, weighted up to stay unbiased.
+  if (preview && depth == 0) {
+    if (sampler.get1D() >= kPreviewBounceProbability) return;
+    beta *= 1 / kPreviewBounceProbability;
+  }
+
+  float uLobe = sampler.get1D();
+  auto u = sampler.get2D();
+  BsdfSample bs;
+  if (!bsdf.sample(uLobe, u.first, u.second, bs)) return;
+  if (bs.category == kLobeDiffuse) {
+    if (++path.diffuseBounces > params_.maxDepthDiffuse) path.emissionOnly = true;
+    path.afterDiffuse = true;
+  } else if (bs.category == kLobeReflect) {
+    if (++path.glossyBounces > params_.maxDepthGlossy) path.emissionOnly = true;
+  } else if (bs.delta) {
+    if (++path.refractionBounces > params_.maxDepthRefraction) path.emissionOnly = true;
+  } else {
+    if (++path.roughRefractionBounces > params_.maxDepthRefractionGlossy) path.emissionOnly = true;
+  }
+
+  if (depth == 0) path.firstCategory = bs.category;
+  beta *= bs.weight;
+  if (!isFinite(beta) || isBlack(beta)) return;
+  path.deltaBounce = bs.delta;
+  path.prevPdf = bs.pdf;
+  path.prevP = hit.p;
+  if (bs.transmitted && !mat.thinWalled) path.sigma = dot(bs.wi, hit.ng) < 0 ? mat.attenuation : Vec3(0);
+
+  path.coneWidth = hit.footprint;
+  if (!bs.delta) path.cone += bs.category == kLobeDiffuse ? 0.5f : 0.1f;
+
+  ++depth;
+  if (depth >= kRussianRouletteDepth) {
+    float q = std::max(0.05f, 1 - maxComponent(beta));
+    if (sampler.get1D() < q) return;
+    beta *= 1 / (1 - q);
+  }
+  path.ray = spawn(hit.p, hit.ng, bs.wi);
+  path.alive = true;
 }
 
 }  // namespace zvr::kernel

@@ -32,16 +32,31 @@ struct SampleResult {
   uint32_t rays = 0;  // rays traced for this sample, for throughput statistics
 };
 
+// Film position of a camera sample, in pixels.
+struct FilmPoint {
+  float x = 0, y = 0;
+};
+
 class PathIntegrator {
  public:
   PathIntegrator(const Scene& scene, const LightSet& lights, const Camera& camera, const RenderParams& params,
                  const IntegratorSettings& settings);
-  // Traces one camera ray from film position (x, y); `sampler` continues after the film sample.
-  void trace(float filmX, float filmY, Sampler& sampler, SampleResult& out) const;
+  // Traces `count` (at most kPacketSize) camera samples in lockstep, one packet query per round
+  // for the surfaces and one for the shadow rays. Lane k continues `samplers[k]` after its film
+  // sample and fills `out[k]`; its result never depends on the other lanes.
+  void traceBatch(const FilmPoint* film, Sampler* samplers, SampleResult* out, int count) const;
+  // The total path depth in effect: the depth key, lowered by the render quality and the mode.
+  uint32_t maxDepth() const { return maxDepth_; }
 
  private:
-  Vec3 transmittance(Vec3 from, Vec3 dir, float distance, Vec3 ng, uint32_t& rays) const;
-  float ambientOcclusion(const SurfaceHit& hit, Vec3 n, Sampler& sampler, uint32_t& rays) const;
+  struct Path;
+  void startPath(Path& path) const;
+  void shadeMiss(Path& path) const;
+  void shadeHit(Path& path, SurfaceHit& hit) const;
+  void resolveVisibility(Path* paths, int count) const;
+  void addLight(Path& path, Vec3 value, bool direct) const;
+  Ray shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const;
+  Vec3 transmittance(Ray ray, uint32_t& rays) const;
   Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance = 1e30f) const;
   Vec3 clampContribution(Vec3 c) const;
 
