@@ -1,0 +1,194 @@
+// Packet queries and lockstep batches: a packet answers each lane as the single query does, rays
+// aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
+// not depend on the lanes beside it.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "camera.h"
+#include "lights.h"
+#include "path_integrator.h"
+#include "scene.h"
+#include "test_support.h"
+
+namespace zvr::kernel {
+namespace {
+
+// A unit cube around the origin whose twelve triangles share their eight corners.
+std::shared_ptr<MeshData> makeCube() {
+  auto m = std::make_shared<MeshData>();
+  for (int i = 0; i < 8; ++i) {
+    m->positions.push_back(i & 1 ? 1.0f : -1.0f);
+    m->positions.push_back(i & 2 ? 1.0f : -1.0f);
+    m->positions.push_back(i & 4 ? 1.0f : -1.0f);
+  }
+  m->indices = {0, 2, 1, 1, 2, 3, 4, 5, 6, 5, 7, 6, 0, 1, 4, 1, 5, 4,
+                2, 6, 3, 3, 6, 7, 0, 4, 2, 2, 4, 6, 1, 3, 5, 3, 7, 5};
+  return m;
+}
+
+class PacketQueryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    device_ = rtcNewDevice(nullptr);
+    scene_ = std::make_unique<Scene>(device_, &errors_);
+  }
+  void TearDown() override {
+    scene_.reset();
+    rtcReleaseDevice(device_);
+  }
+  void build(const SceneSnapshot& snap) {
+    std::string error;
+    ASSERT_TRUE(scene_->update(snap, RenderParams{}, 1, [](const ShapeData&) { return true; }, &error)) << error;
+  }
+
+  RTCDevice device_ = nullptr;
+  DeviceErrors errors_;
+  std::unique_ptr<Scene> scene_;
+};
+
+TEST_F(PacketQueryTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
+  SceneSnapshot snap;
+  snap.shapes.push_back(test::shape(1, test::makeSphere(1, 24, 12), nullptr));
+  snap.shapes.push_back(test::shape(2, test::makeQuad(3, -1.5f), nullptr));
+  build(snap);
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> u(-1, 1);
+  for (int round = 0; round < 20; ++round) {
+    Ray rays[kPacketSize];
+    bool active[kPacketSize], found[kPacketSize], blocked[kPacketSize];
+    SurfaceHit hits[kPacketSize];
+    for (int k = 0; k < kPacketSize; ++k) {
+      rays[k].origin = Vec3(u(rng), u(rng), u(rng)) * 3.0f;
+      rays[k].direction = normalize(Vec3(u(rng), u(rng), u(rng)));
+      rays[k].tMax = round % 2 ? 1.0f : 1e30f;  // short rays miss more often
+      active[k] = (k + round) % 5 != 0;
+      found[k] = blocked[k] = true;
+      hits[k].t = -7;
+    }
+    scene_->intersect16(rays, active, hits, found, round == 0);
+    scene_->occluded16(rays, active, blocked);
+    for (int k = 0; k < kPacketSize; ++k) {
+      SCOPED_TRACE("round " + std::to_string(round) + " lane " + std::to_string(k));
+      if (!active[k]) {
+        EXPECT_TRUE(found[k] && blocked[k]) << "an idle lane's answers were overwritten";
+        EXPECT_EQ(hits[k].t, -7);
+        continue;
+      }
+      SurfaceHit single;
+      bool hit = scene_->intersect(rays[k], single);
+      ASSERT_EQ(found[k], hit);
+      EXPECT_EQ(blocked[k], scene_->occluded(rays[k]));
+      if (!hit) continue;
+      EXPECT_NEAR(hits[k].t, single.t, 1e-5f);
+      EXPECT_EQ(hits[k].shape, single.shape);
+      EXPECT_EQ(hits[k].prim, single.prim);
+      EXPECT_NEAR(hits[k].ns.y, single.ns.y, 1e-5f);
+      EXPECT_NEAR(hits[k].p.x, single.p.x, 1e-5f);
+    }
+  }
+}
+
+// From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
+// along an edge where two triangles meet: a leak there lets light through walls.
+TEST_F(PacketQueryTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
+  SceneSnapshot snap;
+  snap.shapes.push_back(test::shape(1, makeCube(), nullptr));
+  snap.shapes.push_back(test::shape(2, test::makeSphere(1, 7, 5), nullptr, test::translation(5, 0, 0)));
+  build(snap);
+  struct Target {
+    Vec3 center;
+    const std::vector<float>* positions;
+    const std::vector<uint32_t>* indices;
+  };
+  std::vector<Target> targets = {{Vec3(0), &snap.shapes[0].mesh->positions, &snap.shapes[0].mesh->indices},
+                                 {Vec3(5, 0, 0), &snap.shapes[1].mesh->positions, &snap.shapes[1].mesh->indices}};
+  std::vector<Ray> rays;
+  for (const Target& t : targets) {
+    auto vertex = [&](uint32_t i) {
+      const float* p = &(*t.positions)[3 * i];
+      return Vec3(p[0], p[1], p[2]) + t.center;
+    };
+    const std::vector<Vec3> origins = {t.center, t.center + Vec3(0.1f, -0.2f, 0.05f), t.center + Vec3(-0.31f, 0.17f, 0.4f)};
+    for (size_t tri = 0; tri < t.indices->size(); tri += 3)
+      for (int e = 0; e < 3; ++e) {
+        Vec3 a = vertex((*t.indices)[tri + e]), b = vertex((*t.indices)[tri + (e + 1) % 3]);
+        for (Vec3 aim : {a, (a + b) * 0.5f, a * 0.25f + b * 0.75f})
+          for (Vec3 o : origins) rays.push_back(Ray{o, normalize(aim - o), 0, 1e30f});
+      }
+  }
+  ASSERT_GT(rays.size(), 1000u);
+  size_t leaksSingle = 0, leaksPacket = 0, unblocked = 0;
+  for (size_t first = 0; first < rays.size(); first += kPacketSize) {
+    Ray packet[kPacketSize];
+    bool active[kPacketSize] = {}, found[kPacketSize] = {}, blocked[kPacketSize] = {};
+    SurfaceHit hits[kPacketSize];
+    for (size_t k = 0; k < kPacketSize && first + k < rays.size(); ++k) {
+      packet[k] = rays[first + k];
+      active[k] = true;
+      SurfaceHit hit;
+      leaksSingle += !scene_->intersect(packet[k], hit);
+    }
+    scene_->intersect16(packet, active, hits, found, false);
+    scene_->occluded16(packet, active, blocked);
+    for (int k = 0; k < kPacketSize; ++k) {
+      leaksPacket += active[k] && !found[k];
+      unblocked += active[k] && !blocked[k];
+    }
+  }
+  EXPECT_EQ(leaksSingle, 0u);
+  EXPECT_EQ(leaksPacket, 0u);
+  EXPECT_EQ(unblocked, 0u);
+}
+
+// A lane's sample is the same traced alone or among fifteen others at different pixels, down to
+// the last bit, so the grouping of pixels can never show in a picture.
+TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
+  SceneSnapshot snap;
+  auto glossy = std::make_shared<MaterialData>();
+  glossy->metallic = 1;
+  glossy->roughness = 0.3f;
+  snap.shapes.push_back(test::shape(1, test::makeQuad(2), test::diffuseMaterial(0.7f, 0.7f, 0.7f)));
+  snap.shapes.push_back(test::shape(2, test::makeSphere(0.5f, 16, 8), glossy, test::translation(0, 0.5f, 0)));
+  snap.lights.push_back(test::environmentLight(0.5f));
+  snap.lights.push_back(test::pointLight(0.5f, 2, 0.5f, 3));
+  snap.hasCamera = true;
+  snap.camera.transform = test::lookAt(0, 1.5f, 3, 0, 0.3f, 0);
+  snap.camera.fovY = 0.9f;
+  build(snap);
+  LightSet lights;
+  lights.build(snap, *scene_);
+  Camera camera(snap.camera, 32, 32);
+  RenderParams params;
+  IntegratorSettings settings;
+  settings.wantAo = true;
+  PathIntegrator integrator(*scene_, lights, camera, params, settings);
+
+  FilmPoint film[kPacketSize];
+  std::vector<Sampler> samplers;
+  for (int k = 0; k < kPacketSize; ++k) {
+    film[k] = {float(k * 2) + 0.3f, float(k) + 14.7f};  // a diagonal across the floor and the sphere
+    samplers.emplace_back(hashCombine(11, uint32_t(k)), 5);
+  }
+  std::vector<Sampler> copies = samplers;
+  SampleResult together[kPacketSize];
+  integrator.traceBatch(film, samplers.data(), together, kPacketSize);
+  uint32_t rays = 0;
+  for (int k = 0; k < kPacketSize; ++k) {
+    SampleResult alone;
+    integrator.traceBatch(&film[k], &copies[k], &alone, 1);
+    SCOPED_TRACE("lane " + std::to_string(k));
+    EXPECT_EQ(alone.color.x, together[k].color.x);
+    EXPECT_EQ(alone.color.y, together[k].color.y);
+    EXPECT_EQ(alone.color.z, together[k].color.z);
+    EXPECT_EQ(alone.ao, together[k].ao);
+    EXPECT_EQ(alone.rays, together[k].rays);
+    EXPECT_EQ(alone.depth, together[k].depth);
+    EXPECT_EQ(samplers[k].get1D(), copies[k].get1D()) << "the lane used another number of sample dimensions";
+    rays += together[k].rays;
+  }
+  EXPECT_GT(rays, 3u * kPacketSize) << "camera, shadow and AO rays at least";
+}
+
+}  // namespace
+}  // namespace zvr::kernel
