@@ -111,6 +111,8 @@ bool Scene::rebuildGeometry(const SceneSnapshot& snapshot, const std::function<b
     if (s.mesh && !validateMesh(s, error)) return false;
   if (scene_) rtcReleaseScene(scene_);
   scene_ = rtcNewScene(device_);
+  // Robust traversal costs about a tenth of the ray rate, but without it rays aimed at the shared
+  // edges and corners of a closed mesh slip through (a few percent of such rays on a cube).
   rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
   rtcSetSceneBuildQuality(scene_, RTC_BUILD_QUALITY_HIGH);
   shapes_.clear();
