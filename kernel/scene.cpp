@@ -261,32 +261,28 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
 
 namespace {
 
+// Writes a ray into Embree's layout; `field` picks the member itself, or a lane of a packet's array.
+template <typename EmbreeRay, typename Field>
+void setRayFields(const Ray& ray, EmbreeRay& r, Field field) {
+  field(r.org_x) = ray.origin.x;
+  field(r.org_y) = ray.origin.y;
+  field(r.org_z) = ray.origin.z;
+  field(r.dir_x) = ray.direction.x;
+  field(r.dir_y) = ray.direction.y;
+  field(r.dir_z) = ray.direction.z;
+  field(r.tnear) = ray.tMin;
+  field(r.tfar) = ray.tMax;
+  field(r.mask) = 0xffffffffu;
+  field(r.flags) = 0;
+  field(r.time) = 0;
+}
+
 void setRay(const Ray& ray, RTCRay& r) {
-  r.org_x = ray.origin.x;
-  r.org_y = ray.origin.y;
-  r.org_z = ray.origin.z;
-  r.dir_x = ray.direction.x;
-  r.dir_y = ray.direction.y;
-  r.dir_z = ray.direction.z;
-  r.tnear = ray.tMin;
-  r.tfar = ray.tMax;
-  r.mask = 0xffffffffu;
-  r.flags = 0;
-  r.time = 0;
+  setRayFields(ray, r, [](auto& member) -> auto& { return member; });
 }
 
 void setLane(const Ray& ray, RTCRay16& r, int k) {
-  r.org_x[k] = ray.origin.x;
-  r.org_y[k] = ray.origin.y;
-  r.org_z[k] = ray.origin.z;
-  r.dir_x[k] = ray.direction.x;
-  r.dir_y[k] = ray.direction.y;
-  r.dir_z[k] = ray.direction.z;
-  r.tnear[k] = ray.tMin;
-  r.tfar[k] = ray.tMax;
-  r.mask[k] = 0xffffffffu;
-  r.flags[k] = 0;
-  r.time[k] = 0;
+  setRayFields(ray, r, [k](auto& lanes) -> auto& { return lanes[k]; });
 }
 
 }  // namespace
