@@ -55,6 +55,8 @@ class Bsdf {
   bool hasNonDelta() const { return nonDelta_; }
   Vec3 diffuseAlbedo() const { return diffuseColor_; }
   bool isTransmissive() const { return weights_[kRefractLobe] > 0; }
+  // Whether sample() reads its lobe-choice number (Lambert alone has no choice to make).
+  bool choosesLobe() const { return !lambertOnly_; }
 
  private:
   // kMultiScatterLobe returns the energy the rough reflection lobe loses to single scattering.

@@ -23,6 +23,8 @@ class LightSet {
  public:
   void build(const SceneSnapshot& snapshot, const Scene& scene);
   bool empty() const { return selection_.size() == 0; }
+  // With one light the choice is made without its random number.
+  bool choosesLight() const { return selection_.size() > 1; }
   bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const;
   // Radiance of the environment along a direction leaving the scene.
   Vec3 environment(Vec3 dir) const;

@@ -293,7 +293,9 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
 
   // Next-event estimation; the shadow ray waits for the round's occlusion packet.
   if (bsdf.hasNonDelta() && !lights_.empty()) {
-    float ul = sampler.get1D();
+    float ul = 0;
+    if (lights_.choosesLight()) ul = sampler.get1D();
+    else sampler.skip();
     auto u = sampler.get2D();
     LightSample ls;
     if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) && ls.pdf > 0 && !isBlack(ls.radiance)) {
@@ -334,7 +336,9 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     beta *= 1 / kPreviewBounceProbability;
   }
 
-  float uLobe = sampler.get1D();
+  float uLobe = 0;
+  if (bsdf.choosesLobe()) uLobe = sampler.get1D();
+  else sampler.skip();
   auto u = sampler.get2D();
   BsdfSample bs;
   if (!bsdf.sample(uLobe, u.first, u.second, bs)) return;

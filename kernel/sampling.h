@@ -1,6 +1,7 @@
 // Deterministic per-pixel sample streams and the warps and discrete distributions built on them.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -35,6 +36,50 @@ inline uint64_t reverseBits64(uint64_t x) {
   return ((x >> 1) & 0x5555555555555555ull) | ((x & 0x5555555555555555ull) << 1);
 }
 
+namespace sampling_detail {
+
+inline uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
+  x += seed;
+  x ^= x * 0x6c50b47cu;
+  x ^= x * 0xb82f1e52u;
+  x ^= x * 0xc7afe638u;
+  x ^= x * 0x8d22f6e6u;
+  return x;
+}
+
+// The Pascal-matrix Sobol dimension, conjugated by bit reversal: rev(sobol1(rev(x))). Both maps are
+// linear over GF(2), so a byte table each suffices, and the nested scramble (which works on
+// reversed bits) needs no reversal around it.
+struct ReversedSobol1Tables {
+  uint32_t byByte[4][256];
+  ReversedSobol1Tables() {
+    uint32_t v[32];
+    v[0] = 1u << 31;
+    for (int i = 1; i < 32; ++i) v[i] = v[i - 1] ^ (v[i - 1] >> 1);
+    for (int b = 0; b < 4; ++b)
+      for (uint32_t x = 0; x < 256; ++x) {
+        uint32_t index = reverseBits(x << (8 * b)), r = 0;
+        for (int bit = 0; bit < 32; ++bit)
+          if (index & (1u << bit)) r ^= v[bit];
+        byByte[b][x] = reverseBits(r);
+      }
+  }
+};
+inline const ReversedSobol1Tables kReversedSobol1;
+
+inline uint32_t reversedSobol1(uint32_t reversedIndex) {
+  return kReversedSobol1.byByte[0][reversedIndex & 0xff] ^ kReversedSobol1.byByte[1][(reversedIndex >> 8) & 0xff] ^
+         kReversedSobol1.byByte[2][(reversedIndex >> 16) & 0xff] ^ kReversedSobol1.byByte[3][reversedIndex >> 24];
+}
+
+inline float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f); }
+
+// Beyond the first few bounces stratification no longer pays for its cost: later dimensions
+// use a plain hash of pixel, sample and dimension.
+constexpr uint32_t kScrambledDimensions = 12;
+
+}  // namespace sampling_detail
+
 // Owen-scrambled Sobol in padded 2D pairs (Burley 2020): every pair of dimensions gets its own
 // shuffle of the sample index and its own scramble, all seeded by the pixel, so a pixel's samples
 // depend only on (pixel, sample index) and never on thread scheduling.
@@ -47,6 +92,9 @@ class Sampler {
     float first, second;
   };
   Pair get2D();
+  // Passes over dimensions whose values would not be read, so the ones after keep their place
+  // (and their stratification) whatever the material or light count was.
+  void skip(uint32_t dimensions = 1) { dimension_ += dimensions; }
   // An independent stream for the same pixel and sample, so optional work (an AO ray bound only
   // when its AOV is) does not shift the dimensions the main path uses.
   Sampler fork(uint32_t stream) const { return Sampler(hashCombine(seed_, 0xa511e9b3u + stream), index_); }
@@ -54,6 +102,31 @@ class Sampler {
  private:
   uint32_t seed_, index_, reversedIndex_, dimension_ = 0;
 };
+
+// Inline: a path draws a dozen values per bounce, and the calls cost as much as the hashing.
+// The nested uniform scramble is rev(LK(rev(x))) and the first Sobol dimension is rev(index): the
+// scramble of that dimension reverses twice, which cancels.
+inline float Sampler::get1D() {
+  using namespace sampling_detail;
+  if (dimension_ >= kScrambledDimensions) return toUnit(hashCombine(hashCombine(seed_, index_), dimension_++));
+  uint32_t dimSeed = hashCombine(seed_, dimension_++);
+  uint32_t shuffled = reverseBits(laineKarrasPermutation(reversedIndex_, dimSeed));
+  return toUnit(reverseBits(laineKarrasPermutation(shuffled, hashCombine(dimSeed, 0x68bc21ebu))));
+}
+
+inline Sampler::Pair Sampler::get2D() {
+  using namespace sampling_detail;
+  if (dimension_ >= kScrambledDimensions) {
+    uint32_t h = hashCombine(hashCombine(seed_, index_), dimension_++);
+    return {toUnit(h), toUnit(hashCombine(h, 0x2c1b3c6du))};
+  }
+  uint32_t dimSeed = hashCombine(seed_, dimension_++);
+  uint32_t shuffledReversed = laineKarrasPermutation(reversedIndex_, dimSeed);
+  uint32_t scrambledX = laineKarrasPermutation(reverseBits(shuffledReversed), hashCombine(dimSeed, 0x68bc21ebu));
+  uint32_t scrambledY = laineKarrasPermutation(reversedSobol1(shuffledReversed), hashCombine(dimSeed, 0x02e5be93u));
+  uint64_t xy = reverseBits64(uint64_t(scrambledY) << 32 | scrambledX);
+  return {toUnit(uint32_t(xy >> 32)), toUnit(uint32_t(xy))};
+}
 
 inline Vec3 squareToCosineHemisphere(float u1, float u2) {
   float r = std::sqrt(u1), sinPhi, cosPhi;

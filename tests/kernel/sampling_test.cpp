@@ -38,6 +38,16 @@ TEST(Sampler, StreamsKeepTheirValues) {
     EXPECT_EQ(c.first, e.second2D[0]);
     EXPECT_EQ(c.second, e.second2D[1]);
     EXPECT_EQ(d, e.hashed1D);
+
+    // A skipped dimension (a lobe or light choice nobody reads) leaves the later ones in place.
+    Sampler skipping(0x9e3779b9u, e.index);
+    skipping.get2D();
+    skipping.skip();
+    auto c2 = skipping.get2D();
+    skipping.skip(12);
+    EXPECT_EQ(c2.first, e.second2D[0]);
+    EXPECT_EQ(c2.second, e.second2D[1]);
+    EXPECT_EQ(skipping.get1D(), e.hashed1D);
   }
 }
 
