@@ -21,8 +21,21 @@ namespace zvr::loadstore {
 namespace {
 
 // Keeps images encoded: the core decodes them later, once per colour space they are used in.
-bool keepEncodedImage(tinygltf::Image* image, const int, std::string*, std::string*, int, int, const unsigned char* bytes,
-                      int size, void*) {
+// The parser hands over an image's buffer view without checking it against its buffer, so the
+// view is checked here before a byte of it is read.
+bool keepEncodedImage(tinygltf::Image* image, const int index, std::string* err, std::string*, int, int,
+                      const unsigned char* bytes, int size, void* modelBeingRead) {
+  const auto* model = static_cast<const tinygltf::Model*>(modelBeingRead);
+  if (image->bufferView >= 0 && model) {
+    const tinygltf::BufferView& view = model->bufferViews[size_t(image->bufferView)];
+    const size_t bufferSize = model->buffers[size_t(view.buffer)].data.size();
+    if (view.byteOffset > bufferSize || view.byteLength > bufferSize - view.byteOffset) {
+      if (err)
+        *err += "image " + std::to_string(index) + " reads buffer view " + std::to_string(image->bufferView) +
+                " past the end of buffer " + std::to_string(view.buffer);
+      return false;
+    }
+  }
   if (size <= 0) return false;
   image->image.assign(bytes, bytes + size);
   image->width = image->height = image->component = 0;
@@ -432,8 +445,8 @@ class GltfReader {
 SceneDescription readGltf(const std::string& path, const std::vector<uint8_t>& bytes, bool binary) {
   if (binary) checkGlbContainer(path, bytes);
   tinygltf::TinyGLTF loader;
-  loader.SetImageLoader(keepEncodedImage, nullptr);
   tinygltf::Model model;
+  loader.SetImageLoader(keepEncodedImage, &model);
   std::string err, warn;
   const size_t slash = path.find_last_of('/');
   const std::string baseDir = slash == std::string::npos ? "." : path.substr(0, slash);

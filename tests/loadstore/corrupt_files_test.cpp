@@ -53,6 +53,28 @@ std::function<void(Bytes*)> editCamerasJson(std::function<void(nlohmann::json&)>
   };
 }
 
+// Rewrites the JSON chunk of a binary glTF and keeps its binary chunk, with lengths made right.
+std::function<void(Bytes*)> editGlbJson(std::function<void(nlohmann::json&)> edit) {
+  return [edit](Bytes* b) {
+    uint32_t jsonLength;
+    std::memcpy(&jsonLength, b->data() + 12, 4);
+    nlohmann::json j = nlohmann::json::parse(b->begin() + 20, b->begin() + 20 + jsonLength);
+    edit(j);
+    std::string text = j.dump();
+    text.resize((text.size() + 3) / 4 * 4, ' ');
+    const Bytes binChunk(b->begin() + 20 + jsonLength, b->end());
+    Bytes out(20);
+    out.insert(out.end(), text.begin(), text.end());
+    out.insert(out.end(), binChunk.begin(), binChunk.end());
+    std::memcpy(out.data(), "glTF", 4);
+    putU32(&out, 4, 2);
+    putU32(&out, 8, uint32_t(out.size()));
+    putU32(&out, 12, uint32_t(text.size()));
+    std::memcpy(out.data() + 16, "JSON", 4);
+    *b = std::move(out);
+  };
+}
+
 std::function<void(const std::string&)> editBin(size_t at, uint32_t value, size_t width) {
   return [=](const std::string& folder) {
     Bytes bin = testing::fileBytes(folder + "/simpleSquare.bin");
@@ -105,6 +127,12 @@ TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
       {"NaN position", "Cameras/Cameras.gltf", nullptr, editBin(12, 0x7FC00000u, 4), "position that is not a finite number"},
       {"missing texture image", "TextureTransformTest/TextureTransformTest.gltf", nullptr,
        [](const std::string& folder) { fs::remove(folder + "/UV.png"); }, "(UV.png) could not be read"},
+      {"image view past its buffer", "BoxTextured/BoxTextured.glb",
+       editGlbJson([](nlohmann::json& j) { j["bufferViews"][3]["byteOffset"] = 2147483648u; }), nullptr,
+       "image 0 reads buffer view 3 past the end of buffer 0"},
+      {"image view longer than its buffer", "BoxTextured/BoxTextured.glb",
+       editGlbJson([](nlohmann::json& j) { j["bufferViews"][3]["byteLength"] = 100000; }), nullptr,
+       "image 0 reads buffer view 3 past the end of buffer 0"},
       {"garbage", "Box/Box.glb", [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
       {"JSON syntax", "Cameras/Cameras.gltf", [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
   };
