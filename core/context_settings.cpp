@@ -18,7 +18,10 @@ namespace {
 using UintField = uint32_t& (*)(ContextSettings&);
 using FloatField = float& (*)(ContextSettings&);
 
-enum class Range { Any, Positive, NonNegative, Unit, FilterType, Quality, AtLeastOne };
+enum class Range { Any, Positive, NonNegative, Unit, FilterType, Quality, AtLeastOne, TileSide };
+
+// Larger tiles buy nothing and overflow the per-tile block arithmetic of the plug-ins.
+constexpr double kLargestTileSide = 65536;
 
 struct StoredKey {
   uint32_t key;
@@ -49,7 +52,7 @@ const StoredKey kStoredKeys[] = {
      ZVR_U(s.params.maxDepthRefractionGlossy)},
     {ZVR_CONTEXT_MAX_DEPTH_SHADOW, "max depth shadow", KeyType::Uint, Range::Any, ZVR_U(s.params.maxDepthShadow)},
     {ZVR_CONTEXT_MIPMAP_LOD_OFFSET, "mipmap lod offset", KeyType::Float, Range::Any, ZVR_F(s.params.mipLodOffset)},
-    {ZVR_CONTEXT_TILE_SIZE, "tile size", KeyType::Float4, Range::NonNegative, nullptr, nullptr},
+    {ZVR_CONTEXT_TILE_SIZE, "tile size", KeyType::Float4, Range::TileSide, nullptr, nullptr},
     {ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_FUNC, "render progress callback", KeyType::Pointer, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_DATA, "render progress callback data", KeyType::Pointer, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_OCIO_CONFIG_PATH, "OCIO config path", KeyType::Text, Range::Any, nullptr, nullptr},
@@ -148,6 +151,7 @@ void checkRange(const StoredKey& k, double value) {
     case Range::FilterType: ok = value <= 6; wanted = "0 (none) to 6 (blackman)"; break;
     case Range::Quality: ok = value <= 3; wanted = "0 to 3"; break;
     case Range::AtLeastOne: ok = value >= 1; wanted = "1 or more"; break;
+    case Range::TileSide: ok = value >= 0 && value <= kLargestTileSide; wanted = "0 (chosen by the library) to 65536"; break;
   }
   if (!ok || std::isnan(value))
     fail(ZVR_ERROR_INVALID_ARGUMENT,

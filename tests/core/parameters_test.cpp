@@ -171,6 +171,23 @@ TEST(CoreParameters, TileSizeTakesFourFloats) {
   EXPECT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_TILE_SIZE, 8, tile, nullptr), ZVR_ERROR_INVALID_SIZE);
 }
 
+// A configuration's -1 arrives as 4294967295: such a tile overflowed the plug-ins' block count.
+TEST(CoreParameters, TileSizesBeyondAnyImageAreRefusedAndKeepTheOldSize) {
+  const float refused[][2] = {{4294967295.0f, 32}, {32, 4294967295.0f}, {65537, 1}, {INFINITY, 8}, {-1, 8}, {NAN, 8}};
+  ScopedContext context;
+  ASSERT_EQ(zvrContextSetParameterByKey4f(context, ZVR_CONTEXT_TILE_SIZE, 65536, 0, 0, 0), ZVR_SUCCESS);
+  for (const auto& size : refused) {
+    SCOPED_TRACE(std::to_string(size[0]) + " x " + std::to_string(size[1]));
+    EXPECT_EQ(zvrContextSetParameterByKey4f(context, ZVR_CONTEXT_TILE_SIZE, size[0], size[1], 0, 0),
+              ZVR_ERROR_INVALID_ARGUMENT);
+    EXPECT_NE(lastError(context).find("tile size"), std::string::npos) << lastError(context);
+    float tile[4] = {};
+    ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_TILE_SIZE, sizeof tile, tile, nullptr), ZVR_SUCCESS);
+    EXPECT_EQ(tile[0], 65536);
+    EXPECT_EQ(tile[1], 0);
+  }
+}
+
 TEST(CoreParameters, VersionsAndDevices) {
   ScopedContext context(ZVR_CREATION_FLAGS_ENABLE_GPU0 | ZVR_CREATION_FLAGS_ENABLE_CPU);
   ASSERT_EQ(context.status(), ZVR_SUCCESS) << "GPU flags are accepted and fall back to the CPU";
