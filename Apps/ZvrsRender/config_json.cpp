@@ -1,9 +1,13 @@
 #include "config_json.h"
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 #include "failure.h"
 
@@ -13,11 +17,53 @@ const char defaultConfigText[] =
     "\t\"print.progress\":1,\t\"context\":{\t\t\"gpu0\":1,\t\t\"gpu1\":0,\t\t\"threads\":16,\t\t\"debug\":0\t},"
     "\t\"aovs\": {\t\t\"normal\": \"test_n.png\"\t}\t}";
 
+namespace {
+
+// picojson throws instead of reporting a number too large for a double (1e400), so the place is
+// found here: the first such number outside a string, with the rest of its line as for any
+// other syntax error.
+std::string describeInfiniteNumber(const std::vector<char>& buffer) {
+  int line = 1;
+  bool inString = false;
+  for (size_t i = 0; i < buffer.size(); ++i) {
+    const char c = buffer[i];
+    if (c == '\n') ++line;
+    if (inString) {
+      if (c == '\\') ++i;
+      else if (c == '"') inString = false;
+      continue;
+    }
+    if (c == '"') {
+      inString = true;
+      continue;
+    }
+    if (c != '-' && (c < '0' || c > '9')) continue;
+    size_t end = i;
+    while (end < buffer.size() && std::strchr("0123456789+-.eE", buffer[end]) && buffer[end] != '\0') ++end;
+    const std::string number(buffer.begin() + i, buffer.begin() + end);
+    if (std::isfinite(std::strtod(number.c_str(), nullptr))) {
+      i = end - 1;
+      continue;
+    }
+    std::string text = "syntax error at line " + std::to_string(line) + " near: ";
+    for (size_t j = i; j < buffer.size() && buffer[j] != '\n'; ++j)
+      if (static_cast<unsigned char>(buffer[j]) >= 0x20) text.push_back(buffer[j]);
+    return text;
+  }
+  return "syntax error at line " + std::to_string(line) + " near: ";
+}
+
+}  // namespace
+
 ConfigDocument parseJsonText(const std::vector<char>& buffer) {
   ConfigDocument document;
   std::string error;
   // picojson composes the "syntax error at line %d near: " text with the rest of the line itself.
-  picojson::parse(document, buffer.begin(), buffer.end(), &error);
+  try {
+    picojson::parse(document, buffer.begin(), buffer.end(), &error);
+  } catch (const std::overflow_error&) {
+    error = describeInfiniteNumber(buffer);
+  }
   if (!error.empty()) FATAL_ERROR(10005, error.c_str());
   return document;
 }

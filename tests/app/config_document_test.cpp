@@ -74,6 +74,9 @@ TEST(JsonTextDeathTest, SyntaxErrorsNameLineAndRestOfIt) {
       {"{\"a\":1,\n\t\"b\":\t[1,,2]}\n", "syntax error at line 2 near: ,2]}"},
       {"", "syntax error at line 1 near: "},
       {"{\"a\":", "syntax error at line 1 near: "},
+      // Numbers beyond a double's range, also behind a string that looks like one.
+      {"{\"s\":\"1e999\",\n\"width\":1e400}", "syntax error at line 2 near: 1e400}"},
+      {"{\"s\":\"\\\"9e999\",\t\"w\":[1,\n2,\n-2e308]}", "syntax error at line 3 near: -2e308]}"},
   };
   for (const SyntaxErrorCase& c : cases) {
     EXPECT_EXIT(parse(c.text), testing::ExitedWithCode(1), "^E010005: " + c.expectedMessage + "\nfile=")
