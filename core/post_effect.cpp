@@ -31,6 +31,8 @@ PostEffect::PostEffect(Context* context, uint32_t type) : Object(ZVR_OBJECT_POST
   }
 }
 
+constexpr float kLargestBloomRadius = 4096;
+
 void PostEffect::setParameter(const std::string& name, float value) {
   for (auto& parameter : parameters_) {
     if (parameter.first != name) continue;
@@ -39,6 +41,10 @@ void PostEffect::setParameter(const std::string& name, float value) {
       fail(ZVR_ERROR_INVALID_ARGUMENT, "temperature " + std::to_string(value) + " K is not between 1000 and 40000");
     if ((name == "radius" || name == "weight" || name == "contrast") && value < 0)
       fail(ZVR_ERROR_INVALID_ARGUMENT, "post effect parameter \"" + name + "\" must not be negative");
+    // The blur kernel is as wide as the radius in pixels; beyond this it only burns time, and
+    // beyond 2^30 its width no longer fits an int.
+    if (name == "radius" && value > kLargestBloomRadius)
+      fail(ZVR_ERROR_INVALID_ARGUMENT, "bloom radius " + std::to_string(value) + " is more than 4096 pixels");
     parameter.second = value;
     return;
   }

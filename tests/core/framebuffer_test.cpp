@@ -195,7 +195,10 @@ TEST_F(CoreFrameBuffer, PostEffectsAttachInOrderAndCheckParameterNames) {
     EXPECT_EQ(zvrPostEffectSetParameter1f(effects[p.type], p.name, 2000), p.status) << p.type << " " << p.name;
   EXPECT_EQ(lastError(context), "zvrPostEffectSetParameter1f: gammacorrection post effect has no parameter \"gamma\"");
   EXPECT_EQ(zvrPostEffectSetParameter1f(effects[1], "temperature", 500), ZVR_ERROR_INVALID_ARGUMENT);
-  EXPECT_EQ(zvrPostEffectSetParameter1f(effects[5], "radius", -1), ZVR_ERROR_INVALID_ARGUMENT);
+  // A radius past 2^30 pixels overflowed the kernel width.
+  for (float refusedRadius : {-1.0f, 4097.0f, 1e30f, INFINITY})
+    EXPECT_EQ(zvrPostEffectSetParameter1f(effects[5], "radius", refusedRadius), ZVR_ERROR_INVALID_ARGUMENT) << refusedRadius;
+  EXPECT_NE(lastError(context).find("radius"), std::string::npos) << lastError(context);
   ASSERT_EQ(zvrObjectDelete(effects[3]), ZVR_SUCCESS);
   ASSERT_EQ(zvrContextGetAttachedPostEffectCount(context, &count), ZVR_SUCCESS);
   EXPECT_EQ(count, 1u) << "a deleted effect is detached";
