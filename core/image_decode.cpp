@@ -68,10 +68,22 @@ void checkComplete(const unsigned char* b, size_t n, const std::string& name) {
   }
 }
 
+// 16384 x 16384 RGBA floats are 4 GiB. A file header can claim far more than it holds, so the
+// size is checked before anything is allocated for it; it also keeps width x height x channels
+// from wrapping around in 64 bits.
+constexpr uint64_t kLargestImagePixels = uint64_t(16384) * 16384;
+
+void checkImageSize(uint64_t width, uint64_t height, ZvrStatus status, const std::string& what) {
+  if (width > kLargestImagePixels || height > kLargestImagePixels || width * height > kLargestImagePixels)
+    fail(status, what + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                                         " pixels is more than the 16384 x 16384 an image may hold");
+}
+
 std::shared_ptr<const zvr::ImageData> readAll(OIIO::ImageInput& input, const std::string& what, uint32_t colorSpace) {
   const OIIO::ImageSpec& spec = input.spec();
   if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0)
     fail(ZVR_ERROR_IO, what + ": the image has no pixels");
+  checkImageSize(uint64_t(spec.width), uint64_t(spec.height), ZVR_ERROR_IO, what);
   auto image = std::make_shared<zvr::ImageData>();
   image->id = nextDataId();
   image->width = uint32_t(spec.width);
@@ -89,6 +101,7 @@ std::shared_ptr<const zvr::ImageData> readAll(OIIO::ImageInput& input, const std
 std::shared_ptr<const zvr::ImageData> imageFromPixels(const ZvrImageDesc& desc, const void* data) {
   if (!data) fail(ZVR_ERROR_INVALID_ARGUMENT, "image data is null");
   if (desc.width == 0 || desc.height == 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "image size is 0");
+  checkImageSize(desc.width, desc.height, ZVR_ERROR_INVALID_ARGUMENT, "image");
   if (desc.numComponents < 1 || desc.numComponents > 4)
     fail(ZVR_ERROR_INVALID_ARGUMENT, "image has " + std::to_string(desc.numComponents) + " components, not 1 to 4");
   checkColorSpace(desc.colorSpace);

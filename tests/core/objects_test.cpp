@@ -337,6 +337,73 @@ TEST(CoreObjects, ImagesFromPixelsFilesAndMemory) {
   EXPECT_EQ(zvrContextCreateImage(context, &bad, garbage, &fromFile), ZVR_ERROR_INVALID_ARGUMENT);
 }
 
+uint32_t pngCrc(const unsigned char* data, size_t size) {
+  uint32_t crc = 0xFFFFFFFFu;
+  for (size_t i = 0; i < size; ++i) {
+    crc ^= data[i];
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  return ~crc;
+}
+
+// A real PNG whose header claims another size, with the header's checksum made right again.
+std::vector<unsigned char> pngClaiming(uint32_t width, uint32_t height) {
+  std::ifstream file(std::string(ZVR_SHARED_DIR) + "/scenes/gltf/TextureTransformTest/UV.png", std::ios::binary);
+  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const unsigned char size[8] = {uint8_t(width >> 24), uint8_t(width >> 16), uint8_t(width >> 8), uint8_t(width),
+                                 uint8_t(height >> 24), uint8_t(height >> 16), uint8_t(height >> 8), uint8_t(height)};
+  std::copy(size, size + 8, bytes.begin() + 16);
+  const uint32_t crc = pngCrc(bytes.data() + 12, 17);
+  const unsigned char crcBytes[4] = {uint8_t(crc >> 24), uint8_t(crc >> 16), uint8_t(crc >> 8), uint8_t(crc)};
+  std::copy(crcBytes, crcBytes + 4, bytes.begin() + 29);
+  return bytes;
+}
+
+// Sizes are refused before anything is allocated for them: a 60-byte header could otherwise ask
+// for 68 GB, and 2^31 x 2^31 x 4 components wrapped to an empty pixel array.
+TEST(CoreObjects, ImagesBeyond16384SquaredAreRefusedBeforeAllocation) {
+  ScopedContext context;
+  struct Case {
+    const char* name;
+    std::function<ZvrStatus(ZvrImage*)> create;
+    ZvrStatus status;
+  };
+  const float pixel[4] = {};
+  const Case cases[] = {
+      {"PNG header of 65535 x 65535",
+       [&](ZvrImage* out) {
+         const auto png = pngClaiming(65535, 65535);
+         return zvrContextCreateImageFromMemory(context, png.data(), png.size(), 0, out);
+       },
+       ZVR_ERROR_IO},
+      {"PNG header of 16385 x 16384",
+       [&](ZvrImage* out) {
+         const auto png = pngClaiming(16385, 16384);
+         return zvrContextCreateImageFromMemory(context, png.data(), png.size(), 0, out);
+       },
+       ZVR_ERROR_IO},
+      {"pixels of 2^31 x 2^31 x 4",
+       [&](ZvrImage* out) {
+         const ZvrImageDesc desc{0x80000000u, 0x80000000u, 4, ZVR_COMPONENT_TYPE_FLOAT32, 0};
+         return zvrContextCreateImage(context, &desc, pixel, out);
+       },
+       ZVR_ERROR_INVALID_ARGUMENT},
+      {"pixels of 2^32-1 x 1",
+       [&](ZvrImage* out) {
+         const ZvrImageDesc desc{0xFFFFFFFFu, 1, 1, ZVR_COMPONENT_TYPE_UINT8, 0};
+         return zvrContextCreateImage(context, &desc, pixel, out);
+       },
+       ZVR_ERROR_INVALID_ARGUMENT},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ZvrImage image = nullptr;
+    EXPECT_EQ(c.create(&image), c.status);
+    EXPECT_EQ(image, nullptr);
+    EXPECT_NE(lastError(context).find("16384 x 16384"), std::string::npos) << lastError(context);
+  }
+}
+
 TEST(CoreObjects, RealSceneTexturesDecodeFromFileAndMemoryAlike) {
   const std::string scenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
   const char* files[] = {"LightsPunctualLamp/material0_basecolor.jpeg", "LightsPunctualLamp/material1_normal.png",
