@@ -60,6 +60,20 @@ void checkComplete(const unsigned char* b, size_t n, const std::string& name) {
   static const unsigned char kPngEnd[8] = {'I', 'E', 'N', 'D', 0xae, 0x42, 0x60, 0x82};
   if (name == "memory.png" && (n < 8 + 12 || std::memcmp(b + n - 8, kPngEnd, 8) != 0))
     fail(ZVR_ERROR_IO, "encoded PNG image in memory (" + std::to_string(n) + " bytes) is truncated: it does not end with IEND");
+  if (name == "memory.png") {
+    // A chunk length that runs past the end makes the decoder hit the end mid-row, and libpng's
+    // jump out of the reader leaks the reader's error text; the chunks must tile the file.
+    size_t at = 8;
+    while (at + 12 <= n) {
+      const uint64_t length = uint64_t(b[at]) << 24 | uint64_t(b[at + 1]) << 16 | uint64_t(b[at + 2]) << 8 | b[at + 3];
+      if (length > n - at - 12) break;
+      at += 12 + length;
+      if (std::memcmp(b + at - length - 8, "IEND", 4) == 0) break;
+    }
+    if (at != n)
+      fail(ZVR_ERROR_IO, "encoded PNG image in memory (" + std::to_string(n) + " bytes) has a chunk at byte " +
+                             std::to_string(at) + " that does not fit the file");
+  }
   if (name == "memory.jpg") {
     size_t end = n;
     while (end > 2 && b[end - 1] == 0) --end;  // some writers pad after the end marker

@@ -404,6 +404,38 @@ TEST(CoreObjects, ImagesBeyond16384SquaredAreRefusedBeforeAllocation) {
   }
 }
 
+// A chunk length past the end made the decoder run out of bytes mid-row; libpng's jump out of
+// the read callback then leaked (the sanitizer build reports it).
+TEST(CoreObjects, PngChunksThatDoNotFitTheFileAreRefused) {
+  struct Case {
+    const char* name;
+    size_t chunk;         // which chunk's length to change, counted from the first
+    uint32_t lengthAdded;
+  };
+  const Case cases[] = {{"header chunk grown", 0, 0x10000}, {"first data chunk grown by 2 MB", 1, 0x200000},
+                        {"last data chunk of nearly 4 GB", 2, 0xF0000000u}};
+  const std::vector<unsigned char> original = pngClaiming(256, 256);  // UV.png's own size
+  ScopedContext context;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<unsigned char> png = original;
+    size_t at = 8;
+    for (size_t k = 0; k < c.chunk; ++k)
+      at += 12 + (size_t(png[at]) << 24 | size_t(png[at + 1]) << 16 | size_t(png[at + 2]) << 8 | png[at + 3]);
+    ASSERT_LT(at + 8, png.size());
+    const uint32_t length =
+        (uint32_t(png[at]) << 24 | uint32_t(png[at + 1]) << 16 | uint32_t(png[at + 2]) << 8 | png[at + 3]) + c.lengthAdded;
+    const unsigned char lengthBytes[4] = {uint8_t(length >> 24), uint8_t(length >> 16), uint8_t(length >> 8), uint8_t(length)};
+    std::copy(lengthBytes, lengthBytes + 4, png.begin() + long(at));
+    ZvrImage image = nullptr;
+    EXPECT_EQ(zvrContextCreateImageFromMemory(context, png.data(), png.size(), 0, &image), ZVR_ERROR_IO);
+    EXPECT_NE(lastError(context).find("does not fit the file"), std::string::npos) << lastError(context);
+  }
+  ZvrImage image = nullptr;
+  EXPECT_EQ(zvrContextCreateImageFromMemory(context, original.data(), original.size(), 0, &image), ZVR_SUCCESS)
+      << lastError(context);
+}
+
 TEST(CoreObjects, RealSceneTexturesDecodeFromFileAndMemoryAlike) {
   const std::string scenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
   const char* files[] = {"LightsPunctualLamp/material0_basecolor.jpeg", "LightsPunctualLamp/material1_normal.png",
