@@ -5,9 +5,12 @@ namespace zvr::kernel {
 Camera::Camera(const CameraData& data, uint32_t width, uint32_t height)
     : data_(data), width_(float(std::max(1u, width))), height_(float(std::max(1u, height))) {
   position_ = transformPoint(data.transform, Vec3(0, 0, 0));
-  right_ = normalize(transformVector(data.transform, Vec3(1, 0, 0)));
-  up_ = normalize(transformVector(data.transform, Vec3(0, 1, 0)));
-  back_ = normalize(transformVector(data.transform, Vec3(0, 0, 1)));
+  Vec3 axes[3] = {transformVector(data.transform, Vec3(1, 0, 0)), transformVector(data.transform, Vec3(0, 1, 0)),
+                  transformVector(data.transform, Vec3(0, 0, 1))};
+  for (const Vec3& a : axes) hasBasis_ = hasBasis_ && length(a) > 0 && isFinite(a);
+  right_ = normalize(axes[0]);
+  up_ = normalize(axes[1]);
+  back_ = normalize(axes[2]);
   float scale = data.postScale > 0 ? data.postScale : 1;
   float fov = std::min(std::max(data.fovY, 1e-4f), kPi - 1e-3f);
   tanHalfY_ = std::tan(fov / 2) * scale;
@@ -72,6 +75,15 @@ bool Camera::generateRay(float x, float y, Ray& ray) const {
   if (ray.tMin > 0 && data_.type != 1 && data_.mode == kModePlain) ray.tMin /= std::max(1e-6f, -local.z / length(local));
   ray.tMax = data_.farPlane > ray.tMin ? data_.farPlane : 1e30f;
   return true;
+}
+
+float Camera::originReach() const {
+  float reach = std::max({std::fabs(position_.x), std::fabs(position_.y), std::fabs(position_.z)});
+  if (data_.mode == kModeStereoLatLong) reach += kStereoEyeOffset;
+  // Orthographic rays start anywhere on the film rectangle.
+  if (data_.type == 1 && data_.mode == kModePlain)
+    reach += 0.5f * data_.orthoHeight * (data_.postScale > 0 ? data_.postScale : 1) * std::max(1.0f, aspect_);
+  return reach;
 }
 
 Vec3 Camera::toCameraSpace(Vec3 d) const { return {dot(d, right_), dot(d, up_), dot(d, back_)}; }

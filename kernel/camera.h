@@ -22,6 +22,10 @@ class Camera {
   // World-to-camera rotation of a direction (for camera-space normals).
   Vec3 toCameraSpace(Vec3 worldDir) const;
   Vec3 position() const { return position_; }
+  // False when the transform collapses an axis, so no ray direction can be made.
+  bool hasBasis() const { return hasBasis_; }
+  // The largest coordinate magnitude a ray of this camera can start from.
+  float originReach() const;
   // Angle one pixel spans at the image centre, for texture footprints.
   float pixelSpread() const { return pixelSpread_; }
   // World-space width of a pixel where rays start (orthographic cameras), else 0.
@@ -32,6 +36,7 @@ class Camera {
   float width_, height_;
   Vec3 position_, right_, up_, back_;
   float tanHalfY_, aspect_, pixelSpread_, pixelWidth_ = 0;
+  bool hasBasis_ = true;
 };
 
 }  // namespace zvr::kernel

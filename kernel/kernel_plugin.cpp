@@ -85,6 +85,11 @@ bool KernelPlugin::validate(const RenderRequest& r, std::string* error) const {
     return fail("orthographic camera height " + std::to_string(cam.orthoHeight) + " is not a positive number");
   if (!(cam.postScale > 0 && std::isfinite(cam.postScale)))
     return fail("camera post scale " + std::to_string(cam.postScale) + " is not a positive number");
+  Camera probe(cam, r.width, r.height);
+  if (!probe.hasBasis()) return fail("the camera transform collapses an axis, so the camera has no view direction");
+  if (!(probe.originReach() <= kMaxTraceableCoordinate))
+    return fail("the camera's rays start at coordinate " + formatCoordinate(probe.originReach()) +
+                ", beyond the ray tracer's range of +-" + formatCoordinate(kMaxTraceableCoordinate));
   for (const auto& s : r.scene->shapes)
     if (!finite(s.transform.m, 16)) return fail("shape " + std::to_string(s.id) + ": transform holds a value that is not finite");
   for (const auto& l : r.scene->lights) {

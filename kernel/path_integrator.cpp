@@ -198,6 +198,9 @@ void PathIntegrator::resolveVisibility(Path* paths, int count) const {
 void PathIntegrator::shadeMiss(Path& path) const {
   path.alive = false;
   const Ray& ray = path.ray;
+  // The scene misses rays it cannot trace; one that numerical trouble left without a direction
+  // sees nothing, not the environment.
+  if (!isFinite(ray.direction)) return;
   Vec3 le = lights_.environment(ray.direction);
   if (isBlack(le)) return;
   if (path.depth == 0) {

@@ -144,6 +144,16 @@ bool Scene::rebuildGeometry(const SceneSnapshot& snapshot, const std::function<b
         boundsMax_[k] = std::max(boundsMax_[k], rec.positions[v][k]);
       }
     }
+    for (size_t v = 0; v < n; ++v) {
+      const Vec3& q = rec.positions[v];
+      float reach = std::max({std::fabs(q.x), std::fabs(q.y), std::fabs(q.z)});
+      if (!(reach <= kMaxTraceableCoordinate)) {
+        if (error)
+          *error = shapeName(src) + ": vertex " + std::to_string(v) + " lies at coordinate " + formatCoordinate(reach) +
+                   " once placed, beyond the ray tracer's range of +-" + formatCoordinate(kMaxTraceableCoordinate);
+        return false;
+      }
+    }
     if (!m.normals.empty()) {
       rec.normals.resize(n);
       for (size_t v = 0; v < n; ++v)
@@ -288,6 +298,7 @@ void setLane(const Ray& ray, RTCRay16& r, int k) {
 }  // namespace
 
 bool Scene::intersect(const Ray& ray, SurfaceHit& hit) const {
+  if (!isTraceable(ray)) return false;
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   RTCRayHit rh;
@@ -302,6 +313,7 @@ bool Scene::intersect(const Ray& ray, SurfaceHit& hit) const {
 }
 
 bool Scene::occluded(const Ray& ray) const {
+  if (!isTraceable(ray)) return true;
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   RTCRay r;
@@ -318,15 +330,18 @@ void Scene::intersect16(const Ray* rays, const bool* active, SurfaceHit* hits, b
   alignas(64) RTCRayHit16 rh;
   bool any = false;
   for (int k = 0; k < kPacketSize; ++k) {
-    valid[k] = active[k] ? -1 : 0;
-    any |= active[k];
+    bool traced = active[k] && isTraceable(rays[k]);
+    valid[k] = traced ? -1 : 0;
+    any |= traced;
     // Inactive lanes still get finite data: Embree may read them even though it ignores them.
-    setLane(active[k] ? rays[k] : Ray{}, rh.ray, k);
+    setLane(traced ? rays[k] : Ray{}, rh.ray, k);
+    // An empty interval as well as the mask: Embree's emulated packets (without AVX-512) still
+    // walk masked lanes whose interval is open, at about the cost of tracing them.
+    if (!traced) rh.ray.tfar[k] = -1;
     rh.hit.geomID[k] = RTC_INVALID_GEOMETRY_ID;
     rh.hit.instID[0][k] = RTC_INVALID_GEOMETRY_ID;
   }
-  if (!any) return;
-  rtcIntersect16(valid, scene_, &context, &rh);
+  if (any) rtcIntersect16(valid, scene_, &context, &rh);
   for (int k = 0; k < kPacketSize; ++k) {
     if (!active[k]) continue;
     found[k] = rh.hit.geomID[k] != RTC_INVALID_GEOMETRY_ID;
@@ -343,12 +358,13 @@ void Scene::occluded16(const Ray* rays, const bool* active, bool* blocked) const
   alignas(64) RTCRay16 r;
   bool any = false;
   for (int k = 0; k < kPacketSize; ++k) {
-    valid[k] = active[k] ? -1 : 0;
-    any |= active[k];
-    setLane(active[k] ? rays[k] : Ray{}, r, k);
+    bool traced = active[k] && isTraceable(rays[k]);
+    valid[k] = traced ? -1 : 0;
+    any |= traced;
+    setLane(traced ? rays[k] : Ray{}, r, k);
+    if (!traced) r.tfar[k] = -1;  // blocked, and skipped cheaply as in intersect16
   }
-  if (!any) return;
-  rtcOccluded16(valid, scene_, &context, &r);
+  if (any) rtcOccluded16(valid, scene_, &context, &r);
   for (int k = 0; k < kPacketSize; ++k)
     if (active[k]) blocked[k] = r.tfar[k] < 0;
 }

@@ -4,6 +4,7 @@
 
 #include <embree3/rtcore.h>
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,28 @@ namespace zvr::kernel {
 
 // Rays per packet query: Embree's widest packet.
 constexpr int kPacketSize = 16;
+
+// Embree traces rays whose origin and direction components stay within about 1.8e18 and stops the
+// process on any other. Scenes and cameras are refused beyond this bound per coordinate, which
+// keeps the sums isTraceable() tests within Embree's bound.
+constexpr float kMaxTraceableCoordinate = 5e17f;
+
+// A coordinate for messages: "1e+30" rather than thirty-one digits.
+inline std::string formatCoordinate(float v) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", double(v));
+  return text;
+}
+
+// Whether Embree accepts the ray: finite, in range, and an interval it can search. Sums of
+// magnitudes, compared without branches, keep this to a few instructions per ray; NaN fails it.
+inline bool isTraceable(const Ray& r) {
+  constexpr float m = 3 * kMaxTraceableCoordinate;
+  const Vec3& o = r.origin;
+  const Vec3& d = r.direction;
+  return (std::fabs(o.x) + std::fabs(o.y) + std::fabs(o.z) <= m) & (std::fabs(d.x) + std::fabs(d.y) + std::fabs(d.z) <= m) &
+         (r.tMin >= 0) & (r.tMin <= r.tMax);
+}
 
 enum TextureSlot : int {
   kTexBaseColor, kTexMetallicRoughness, kTexNormal, kTexOcclusion, kTexEmissive, kTexTransmission, kTexThickness,
@@ -80,6 +103,7 @@ class Scene {
   bool update(const SceneSnapshot& snapshot, const RenderParams& params, float textureBudgetScale,
               const std::function<bool(const ShapeData&)>& include, std::string* error);
 
+  // A ray that is not traceable (a numerical accident: a NaN direction) misses and is blocked.
   bool intersect(const Ray& ray, SurfaceHit& hit) const;
   bool occluded(const Ray& ray) const;
   // Up to kPacketSize rays at once; lanes with `active` false are left untouched. `coherent` tells

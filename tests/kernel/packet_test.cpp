@@ -89,6 +89,57 @@ TEST_F(PacketQueryTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
   }
 }
 
+// Embree stops the process on a ray it cannot trace; such a lane must miss and count as blocked
+// instead, and leave its neighbours' answers alone.
+TEST_F(PacketQueryTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
+  SceneSnapshot snap;
+  snap.shapes.push_back(test::shape(1, makeCube(), nullptr));
+  build(snap);
+  struct Lane {
+    const char* name;
+    Ray ray;
+    bool traceable;
+  };
+  auto ray = [](Vec3 origin, Vec3 direction, float tMin = 0, float tMax = 1e30f) {
+    Ray r;
+    r.origin = origin;
+    r.direction = direction;
+    r.tMin = tMin;
+    r.tMax = tMax;
+    return r;
+  };
+  const Lane lanes[] = {
+      {"inside", ray(Vec3(0), Vec3(1, 0, 0)), true},
+      {"nan_direction", ray(Vec3(0), Vec3(NAN, 0, 1)), false},
+      {"inf_origin", ray(Vec3(INFINITY, 0, 0), Vec3(-1, 0, 0)), false},
+      {"origin_past_range", ray(Vec3(0, 0, 3e20f), Vec3(0, 0, -1)), false},
+      {"empty_interval", ray(Vec3(0), Vec3(0, 1, 0), 5, 2), false},
+      {"nan_interval", ray(Vec3(0), Vec3(0, 1, 0), NAN), false},
+      {"outside", ray(Vec3(0, 0, 5), Vec3(0, 0, -1)), true},
+  };
+  Ray rays[kPacketSize];
+  bool active[kPacketSize] = {}, found[kPacketSize] = {}, blocked[kPacketSize] = {};
+  SurfaceHit hits[kPacketSize];
+  int n = int(std::size(lanes));
+  for (int k = 0; k < n; ++k) {
+    rays[k] = lanes[k].ray;
+    active[k] = true;
+  }
+  scene_->intersect16(rays, active, hits, found, false);
+  scene_->occluded16(rays, active, blocked);
+  for (int k = 0; k < n; ++k) {
+    SCOPED_TRACE(lanes[k].name);
+    EXPECT_EQ(isTraceable(lanes[k].ray), lanes[k].traceable);
+    EXPECT_EQ(found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
+    EXPECT_TRUE(blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
+    SurfaceHit single;
+    EXPECT_EQ(scene_->intersect(lanes[k].ray, single), lanes[k].traceable);
+    EXPECT_TRUE(scene_->occluded(lanes[k].ray));
+  }
+  EXPECT_NEAR(hits[0].t, 1, 1e-5f);
+  EXPECT_NEAR(hits[n - 1].t, 4, 1e-5f);
+}
+
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
 // along an edge where two triangles meet: a leak there lets light through walls.
 TEST_F(PacketQueryTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {

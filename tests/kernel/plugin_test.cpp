@@ -323,6 +323,25 @@ INSTANTIATE_TEST_SUITE_P(
                        },
                        "orthographic camera height"},
         BadRequestCase{"post_scale", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.camera.postScale = 0; }, "post scale"},
+        // Beyond Embree's coordinate range the tracer would stop the process.
+        BadRequestCase{"ortho_film_too_wide",
+                       [](SceneSnapshot& s, RenderParams&, uint32_t&) {
+                         s.camera.type = 1;
+                         s.camera.orthoHeight = 2e30f;
+                       },
+                       "the camera's rays start at coordinate 1e+30, beyond the ray tracer's range of +-5e+17"},
+        BadRequestCase{"camera_too_far", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.camera.transform.m[14] = 3e20f; },
+                       "beyond the ray tracer's range"},
+        BadRequestCase{"camera_collapsed",
+                       [](SceneSnapshot& s, RenderParams&, uint32_t&) {
+                         for (int k : {0, 1, 2}) s.camera.transform.m[k] = 0;
+                       },
+                       "collapses an axis"},
+        BadRequestCase{"vertex_too_far",
+                       [](SceneSnapshot& s, RenderParams&, uint32_t&) {
+                         s.shapes[0].mesh = meshWith([](MeshData& m) { m.positions[3] = -4e19f; });
+                       },
+                       "vertex 1 lies at coordinate 4e+19 once placed, beyond the ray tracer's range of +-5e+17"},
         BadRequestCase{"shape_transform", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.shapes[1].transform.m[0] = INFINITY; },
                        "shape 2: transform"},
         BadRequestCase{"light_radiance", [](SceneSnapshot& s, RenderParams&, uint32_t&) { s.lights[1].radiance[2] = NAN; },
