@@ -23,14 +23,14 @@ void Camera::lookAt(const float position[3], const float target[3], const float 
   Vec3 upHint{up[0], up[1], up[2]};
   for (int i = 0; i < 3; ++i)
     if (!std::isfinite(position[i]) || !std::isfinite(target[i]) || !std::isfinite(up[i]))
-      fail(ZVR_ERROR_INVALID_ARGUMENT, "zvrCameraLookAt: the arguments must be finite numbers");
+      fail(ZVR_ERROR_INVALID_ARGUMENT, "the arguments must be finite numbers");
   Vec3 back = sub(eye, at);
   float distance = length(back);
-  if (distance <= 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "zvrCameraLookAt: the position and the look-at point are the same");
+  if (distance <= 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "the position and the look-at point are the same");
   Vec3 z = scale(back, 1 / distance);
   Vec3 x = cross(upHint, z);
   float xLength = length(x);
-  if (xLength <= 1e-12f) fail(ZVR_ERROR_INVALID_ARGUMENT, "zvrCameraLookAt: the up vector is parallel to the view direction");
+  if (xLength <= 1e-12f) fail(ZVR_ERROR_INVALID_ARGUMENT, "the up vector is parallel to the view direction");
   x = scale(x, 1 / xLength);
   Vec3 y = cross(z, x);
   const float m[16] = {x.x, x.y, x.z, 0, y.x, y.y, y.z, 0, z.x, z.y, z.z, 0, eye.x, eye.y, eye.z, 1};

@@ -215,7 +215,11 @@ TEST(CoreObjects, CameraLookAtIsReadBackAsPositionTargetAndUp) {
   EXPECT_EQ(big[10], 1) << "the camera looks along its -z axis";
   EXPECT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_TRANSFORM, 32, big, nullptr), ZVR_ERROR_INVALID_SIZE);
   EXPECT_EQ(zvrCameraLookAt(camera, 0, 0, 0, 0, 0, 0, 0, 1, 0), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(lastError(context), "zvrCameraLookAt: the position and the look-at point are the same");
   EXPECT_EQ(zvrCameraLookAt(camera, 0, 0, 1, 0, 0, 0, 0, 0, 1), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(lastError(context), "zvrCameraLookAt: the up vector is parallel to the view direction");
+  EXPECT_EQ(zvrCameraLookAt(camera, NAN, 0, 1, 0, 0, 0, 0, 1, 0), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(lastError(context), "zvrCameraLookAt: the arguments must be finite numbers");
   EXPECT_EQ(zvrCameraSetMode(camera, 5), ZVR_ERROR_INVALID_ARGUMENT);
   ASSERT_EQ(zvrCameraSetMode(camera, 4), ZVR_SUCCESS);
   uint32_t mode = 0;
