@@ -181,9 +181,13 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
   // packets with the same neighbours whatever the tiles and threads.
   constexpr uint32_t kBlock = 4;
   static_assert(kBlock * kBlock == kPacketSize, "a block fills one packet");
-  uint32_t tileW = params.tileSize[0] >= 1 ? uint32_t(params.tileSize[0]) : 32;
-  uint32_t tileH = params.tileSize[1] >= 1 ? uint32_t(params.tileSize[1]) : 32;
   uint32_t w = request.width, h = request.height;
+  // A tile wider than the image is the image; clamping first keeps huge or infinite sides from
+  // wrapping around in 32 bits (a grain of zero would split the range forever).
+  auto tileSide = [](float side, uint32_t image) {
+    return side >= 1 ? uint32_t(std::min(side, float(std::max(1u, image)))) : std::min(32u, std::max(1u, image));
+  };
+  uint32_t tileW = tileSide(params.tileSize[0], w), tileH = tileSide(params.tileSize[1], h);
   uint32_t blocksX = (w + kBlock - 1) / kBlock, blocksY = (h + kBlock - 1) / kBlock;
   uint32_t grainX = (tileW + kBlock - 1) / kBlock, grainY = (tileH + kBlock - 1) / kBlock;
   uint32_t sampleLow = uint32_t(sampleIndex), sampleHigh = uint32_t(sampleIndex >> 32);

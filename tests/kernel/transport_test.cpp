@@ -169,11 +169,16 @@ TEST(Determinism, RendersAreBitwiseIdenticalAcrossRunsAndThreadCounts) {
   auto c = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
   params.tileSize[0] = params.tileSize[1] = 5;
   auto d = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
-  for (auto* o : {&a, &b, &c, &d}) ASSERT_EQ(o->status, 0) << o->error;
+  // Sides past 32 bits or infinite once wrapped to a zero grain and never finished.
+  params.tileSize[0] = 4294967040.0f;
+  params.tileSize[1] = INFINITY;
+  auto huge = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  for (auto* o : {&a, &b, &c, &d, &huge}) ASSERT_EQ(o->status, 0) << o->error;
   for (size_t t = 0; t < 2; ++t) {
     EXPECT_EQ(a.targets[t]->raw(), b.targets[t]->raw()) << "target " << t << " differs between two runs";
     EXPECT_EQ(a.targets[t]->raw(), c.targets[t]->raw()) << "target " << t << " differs between 1 and 2 threads";
     EXPECT_EQ(a.targets[t]->raw(), d.targets[t]->raw()) << "target " << t << " differs with another tile size";
+    EXPECT_EQ(a.targets[t]->raw(), huge.targets[t]->raw()) << "target " << t << " differs with tiles wider than the image";
   }
   // And a different sample range gives a different picture.
   auto e = renderWith(other, scene, params, 24, 20, 4, {kAovColor}, 4);
