@@ -295,6 +295,22 @@ void setLane(const Ray& ray, RTCRay16& r, int k) {
   setRayFields(ray, r, [k](auto& lanes) -> auto& { return lanes[k]; });
 }
 
+// Fills a packet and its mask; false when no lane is to be traced. Lanes left out still get
+// finite data, as Embree may read them, and an empty interval: Embree's emulated packets
+// (without AVX-512) walk masked lanes whose interval is open at about the cost of tracing them.
+// An empty interval also reads as blocked to occlusion queries.
+bool packLanes(const Ray* rays, const bool* active, int* valid, RTCRay16& packet) {
+  bool any = false;
+  for (int k = 0; k < kPacketSize; ++k) {
+    bool traced = active[k] && isTraceable(rays[k]);
+    valid[k] = traced ? -1 : 0;
+    any |= traced;
+    setLane(traced ? rays[k] : Ray{}, packet, k);
+    if (!traced) packet.tfar[k] = -1;
+  }
+  return any;
+}
+
 }  // namespace
 
 bool Scene::intersect(const Ray& ray, SurfaceHit& hit) const {
@@ -328,16 +344,8 @@ void Scene::intersect16(const Ray* rays, const bool* active, SurfaceHit* hits, b
   if (coherent) context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
   alignas(64) int valid[kPacketSize];
   alignas(64) RTCRayHit16 rh;
-  bool any = false;
+  bool any = packLanes(rays, active, valid, rh.ray);
   for (int k = 0; k < kPacketSize; ++k) {
-    bool traced = active[k] && isTraceable(rays[k]);
-    valid[k] = traced ? -1 : 0;
-    any |= traced;
-    // Inactive lanes still get finite data: Embree may read them even though it ignores them.
-    setLane(traced ? rays[k] : Ray{}, rh.ray, k);
-    // An empty interval as well as the mask: Embree's emulated packets (without AVX-512) still
-    // walk masked lanes whose interval is open, at about the cost of tracing them.
-    if (!traced) rh.ray.tfar[k] = -1;
     rh.hit.geomID[k] = RTC_INVALID_GEOMETRY_ID;
     rh.hit.instID[0][k] = RTC_INVALID_GEOMETRY_ID;
   }
@@ -356,15 +364,7 @@ void Scene::occluded16(const Ray* rays, const bool* active, bool* blocked) const
   rtcInitIntersectContext(&context);
   alignas(64) int valid[kPacketSize];
   alignas(64) RTCRay16 r;
-  bool any = false;
-  for (int k = 0; k < kPacketSize; ++k) {
-    bool traced = active[k] && isTraceable(rays[k]);
-    valid[k] = traced ? -1 : 0;
-    any |= traced;
-    setLane(traced ? rays[k] : Ray{}, r, k);
-    if (!traced) r.tfar[k] = -1;  // blocked, and skipped cheaply as in intersect16
-  }
-  if (any) rtcOccluded16(valid, scene_, &context, &r);
+  if (packLanes(rays, active, valid, r)) rtcOccluded16(valid, scene_, &context, &r);
   for (int k = 0; k < kPacketSize; ++k)
     if (active[k]) blocked[k] = r.tfar[k] < 0;
 }
