@@ -78,7 +78,7 @@ bool Camera::generateRay(float x, float y, Ray& ray) const {
 }
 
 float Camera::originReach() const {
-  float reach = std::max({std::fabs(position_.x), std::fabs(position_.y), std::fabs(position_.z)});
+  float reach = maxAbsComponent(position_);
   if (data_.mode == kModeStereoLatLong) reach += kStereoEyeOffset;
   // Orthographic rays start anywhere on the film rectangle.
   if (data_.type == 1 && data_.mode == kModePlain)

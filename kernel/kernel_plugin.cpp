@@ -184,9 +184,7 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
   uint32_t w = request.width, h = request.height;
   // A tile wider than the image is the image; clamping first keeps huge or infinite sides from
   // wrapping around in 32 bits (a grain of zero would split the range forever).
-  auto tileSide = [](float side, uint32_t image) {
-    return side >= 1 ? uint32_t(std::min(side, float(std::max(1u, image)))) : std::min(32u, std::max(1u, image));
-  };
+  auto tileSide = [](float side, uint32_t image) { return side >= 1 ? uint32_t(std::min(side, float(image))) : 32u; };
   uint32_t tileW = tileSide(params.tileSize[0], w), tileH = tileSide(params.tileSize[1], h);
   uint32_t blocksX = (w + kBlock - 1) / kBlock, blocksY = (h + kBlock - 1) / kBlock;
   uint32_t grainX = (tileW + kBlock - 1) / kBlock, grainY = (tileH + kBlock - 1) / kBlock;

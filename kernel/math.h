@@ -40,6 +40,7 @@ inline Vec3 normalize(Vec3 a) {
   return l > 0 ? a / l : Vec3(0, 0, 1);
 }
 inline float maxComponent(Vec3 a) { return std::max(a.x, std::max(a.y, a.z)); }
+inline float maxAbsComponent(Vec3 a) { return std::max(std::fabs(a.x), std::max(std::fabs(a.y), std::fabs(a.z))); }
 inline float luminance(Vec3 c) { return 0.2126f * c.x + 0.7152f * c.y + 0.0722f * c.z; }
 inline bool isBlack(Vec3 c) { return c.x <= 0 && c.y <= 0 && c.z <= 0; }
 inline Vec3 lerp(Vec3 a, Vec3 b, float t) { return a * (1 - t) + b * t; }

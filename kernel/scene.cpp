@@ -138,20 +138,18 @@ bool Scene::rebuildGeometry(const SceneSnapshot& snapshot, const std::function<b
     rec.flipWinding = det < 0;
     rec.positions.resize(n);
     for (size_t v = 0; v < n; ++v) {
-      rec.positions[v] = transformPoint(src.transform, Vec3(m.positions[3 * v], m.positions[3 * v + 1], m.positions[3 * v + 2]));
-      for (int k = 0; k < 3; ++k) {
-        boundsMin_[k] = std::min(boundsMin_[k], rec.positions[v][k]);
-        boundsMax_[k] = std::max(boundsMax_[k], rec.positions[v][k]);
-      }
-    }
-    for (size_t v = 0; v < n; ++v) {
-      const Vec3& q = rec.positions[v];
-      float reach = std::max({std::fabs(q.x), std::fabs(q.y), std::fabs(q.z)});
+      const Vec3 q = transformPoint(src.transform, Vec3(m.positions[3 * v], m.positions[3 * v + 1], m.positions[3 * v + 2]));
+      float reach = maxAbsComponent(q);
       if (!(reach <= kMaxTraceableCoordinate)) {
         if (error)
           *error = shapeName(src) + ": vertex " + std::to_string(v) + " lies at coordinate " + formatCoordinate(reach) +
                    " once placed, beyond the ray tracer's range of +-" + formatCoordinate(kMaxTraceableCoordinate);
         return false;
+      }
+      rec.positions[v] = q;
+      for (int k = 0; k < 3; ++k) {
+        boundsMin_[k] = std::min(boundsMin_[k], q[k]);
+        boundsMax_[k] = std::max(boundsMax_[k], q[k]);
       }
     }
     if (!m.normals.empty()) {
