@@ -6,10 +6,6 @@
 #include "keyframe_math.h"
 #include "transform_capture.h"
 
-std::vector<AnimationChannel> animationChannels;
-float animationEndTime = 0.0f;
-bool transformsChanged = false;
-
 namespace {
 
 uint32_t componentsOfKind(uint32_t kind) {
@@ -21,7 +17,7 @@ uint32_t componentsOfKind(uint32_t kind) {
   }
 }
 
-void sampleChannel(const AnimationChannel& channel, float time, uint32_t tick) {
+void sampleChannel(AnimationState& state, const AnimationChannel& channel, float time, uint32_t tick) {
   if (channel.times.size() != channel.record.keyCount || channel.times.empty()) return;
   const KeyInterval keys = locateKeys(channel.times, time);
   const uint32_t kind = channel.record.kind;
@@ -34,7 +30,7 @@ void sampleChannel(const AnimationChannel& channel, float time, uint32_t tick) {
     for (int c = 0; c < 3; ++c) value[c] = (next[c] - prev[c]) * keys.factor + prev[c];
   }
 
-  TransformGroup& group = transformGroups[channel.groupIndex];
+  TransformGroup& group = state.transformGroups[channel.groupIndex];
   if (group.evaluationTick != tick) {
     group.animated = identityMatrix();
     group.evaluationTick = tick;
@@ -57,39 +53,40 @@ void sampleChannel(const AnimationChannel& channel, float time, uint32_t tick) {
 using InfoFunction = ZvrStatus (*)(ZvrObject, uint32_t, size_t, void*, size_t*);
 using SetTransformFunction = ZvrStatus (*)(ZvrObject, int, const float*);
 
-void applyToObjects(const std::map<ZvrObject, int32_t>& objects, InfoFunction info, SetTransformFunction send) {
+void applyToObjects(AnimationState& state, const std::map<ZvrObject, int32_t>& objects, InfoFunction info,
+                    SetTransformFunction send) {
   for (const auto& [object, groupIndex] : objects) {
     char name[256] = {0};
     info(object, ZVR_OBJECT_NAME, sizeof(name), name, nullptr);
-    Matrix4 world = objectBaseTransforms[object];
+    Matrix4 world = state.objectBaseTransforms[object];
     // The nearest group first, the root last.
-    for (int32_t index = groupIndex; index != -1; index = transformGroups[index].parentIndex) {
-      world = multiply(transformGroups[index].animated, world);
+    for (int32_t index = groupIndex; index != -1; index = state.transformGroups[index].parentIndex) {
+      world = multiply(state.transformGroups[index].animated, world);
     }
-    auto applied = objectAppliedTransforms.find(object);
-    if (applied == objectAppliedTransforms.end()) {
-      applied = objectAppliedTransforms.emplace(object, identityMatrix()).first;
+    auto applied = state.objectAppliedTransforms.find(object);
+    if (applied == state.objectAppliedTransforms.end()) {
+      applied = state.objectAppliedTransforms.emplace(object, identityMatrix()).first;
     }
     // Unmoved objects cost the render library no update.
     if (applied->second == world) continue;
     send(object, 1, world.data());
     applied->second = world;
-    transformsChanged = true;
+    state.transformsChanged = true;
   }
 }
 
 }  // namespace
 
-void CaptureAnimations() {
-  animationChannels.clear();
-  animationEndTime = 0.0f;
+void captureAnimations(AnimationState& state) {
+  state.animationChannels.clear();
+  state.animationEndTime = 0.0f;
   for (uint32_t index = 0;; ++index) {
     const ZvrsAnimationRecord* record = zvrsGetAnimation(index);
     if (record == nullptr) break;
     const std::string groupName = record->groupName != nullptr ? record->groupName : "";
-    if (groupIndexByName.find(groupName) == groupIndexByName.end()) CaptureGroup(groupName);
-    const auto group = groupIndexByName.find(groupName);
-    if (group == groupIndexByName.end()) throw std::out_of_range("invalid unordered_map<K, T> key");
+    if (state.groupIndexByName.find(groupName) == state.groupIndexByName.end()) captureGroup(state, groupName);
+    const auto group = state.groupIndexByName.find(groupName);
+    if (group == state.groupIndexByName.end()) throw std::out_of_range("invalid unordered_map<K, T> key");
 
     AnimationChannel channel;
     channel.record = *record;
@@ -98,32 +95,32 @@ void CaptureAnimations() {
     if (record->timeCount > 0) channel.times.assign(record->times, record->times + record->timeCount);
     const size_t valueCount = static_cast<size_t>(record->keyCount) * channel.componentCount;
     if (valueCount > 0) channel.values.assign(record->values, record->values + valueCount);
-    if (!channel.times.empty() && channel.times.back() > animationEndTime) animationEndTime = channel.times.back();
-    animationChannels.push_back(std::move(channel));
+    if (!channel.times.empty() && channel.times.back() > state.animationEndTime) state.animationEndTime = channel.times.back();
+    state.animationChannels.push_back(std::move(channel));
   }
 }
 
-void evaluateGroupMatrices(float time, uint32_t tick) {
-  for (TransformGroup& group : transformGroups) {
+void evaluateGroupMatrices(AnimationState& state, float time, uint32_t tick) {
+  for (TransformGroup& group : state.transformGroups) {
     group.animated = identityMatrix();
     group.hasRotation = group.hasTranslation = group.hasScale = 0;
   }
   // Scale first, then rotation, then translation, so that animated = T x R x S.
   const uint32_t kindOrder[3] = {ZVRS_ANIMATION_SCALE, ZVRS_ANIMATION_ROTATION, ZVRS_ANIMATION_TRANSLATION};
   for (uint32_t kind : kindOrder) {
-    for (const AnimationChannel& channel : animationChannels) {
-      if (channel.record.kind == kind) sampleChannel(channel, time, tick);
+    for (const AnimationChannel& channel : state.animationChannels) {
+      if (channel.record.kind == kind) sampleChannel(state, channel, time, tick);
     }
   }
-  for (TransformGroup& group : transformGroups) {
+  for (TransformGroup& group : state.transformGroups) {
     group.animated = mergeWithBase(group.animated, group.base, group.hasTranslation != 0, group.hasRotation != 0,
                                    group.hasScale != 0);
   }
 }
 
-void EvaluateAnimation(float time, uint32_t tick) {
-  evaluateGroupMatrices(time, tick);
-  applyToObjects(shapeGroups, zvrShapeGetInfo, zvrShapeSetTransform);
-  applyToObjects(lightGroups, zvrLightGetInfo, zvrLightSetTransform);
-  applyToObjects(cameraGroups, zvrCameraGetInfo, zvrCameraSetTransform);
+void evaluateAnimation(AnimationState& state, float time, uint32_t tick) {
+  evaluateGroupMatrices(state, time, tick);
+  applyToObjects(state, state.shapeGroups, zvrShapeGetInfo, zvrShapeSetTransform);
+  applyToObjects(state, state.lightGroups, zvrLightGetInfo, zvrLightSetTransform);
+  applyToObjects(state, state.cameraGroups, zvrCameraGetInfo, zvrCameraSetTransform);
 }

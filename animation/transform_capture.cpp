@@ -2,14 +2,6 @@
 
 #include "ZvrLoadStore.h"
 
-std::vector<TransformGroup> transformGroups;
-std::unordered_map<std::string, int32_t> groupIndexByName;
-std::map<ZvrShape, int32_t> shapeGroups;
-std::map<ZvrLight, int32_t> lightGroups;
-std::map<ZvrCamera, int32_t> cameraGroups;
-std::map<ZvrObject, Matrix4> objectBaseTransforms;
-std::map<ZvrObject, Matrix4> objectAppliedTransforms;
-
 namespace {
 
 using ListFunction = ZvrStatus (*)(void*, size_t, uint32_t*);
@@ -32,35 +24,35 @@ std::string readText(ZvrStatus (*query)(const char*, size_t, char*, size_t*), co
   return text;
 }
 
-void captureObject(const ObjectKind& kind, ZvrObject object) {
+void captureObject(AnimationState& state, const ObjectKind& kind, ZvrObject object) {
   char name[256] = {0};
   kind.info(object, ZVR_OBJECT_NAME, sizeof(name), name, nullptr);
   // A failed read leaves the identity: the object is then treated as unmoved.
   Matrix4 libraryLayout = identityMatrix();
   kind.info(object, kind.transformKey, sizeof(float) * 16, libraryLayout.data(), nullptr);
-  objectBaseTransforms[object] = transpose(libraryLayout);
+  state.objectBaseTransforms[object] = transpose(libraryLayout);
   char parent[1024] = {0};
   kind.parent(object, sizeof(parent), parent, nullptr);
   parent[sizeof(parent) - 1] = '\0';
-  (*kind.groups)[object] = CaptureGroup(parent);
+  (*kind.groups)[object] = captureGroup(state, parent);
 }
 
 }  // namespace
 
-void CaptureImportedObjects() {
-  transformGroups.clear();
-  groupIndexByName.clear();
-  shapeGroups.clear();
-  lightGroups.clear();
-  cameraGroups.clear();
-  objectBaseTransforms.clear();
-  objectAppliedTransforms.clear();
+void captureImportedObjects(AnimationState& state) {
+  state.transformGroups.clear();
+  state.groupIndexByName.clear();
+  state.shapeGroups.clear();
+  state.lightGroups.clear();
+  state.cameraGroups.clear();
+  state.objectBaseTransforms.clear();
+  state.objectAppliedTransforms.clear();
 
   // The handle kinds are all the same opaque object type, so one walk serves the three lists.
   ObjectKind kinds[3] = {
-      {zvrsListImportedShapes, zvrShapeGetInfo, zvrsGetParentGroupFromShape, ZVR_SHAPE_TRANSFORM, &shapeGroups, {}},
-      {zvrsListImportedLights, zvrLightGetInfo, zvrsGetParentGroupFromLight, ZVR_LIGHT_TRANSFORM, &lightGroups, {}},
-      {zvrsListImportedCameras, zvrCameraGetInfo, zvrsGetParentGroupFromCamera, ZVR_CAMERA_TRANSFORM, &cameraGroups,
+      {zvrsListImportedShapes, zvrShapeGetInfo, zvrsGetParentGroupFromShape, ZVR_SHAPE_TRANSFORM, &state.shapeGroups, {}},
+      {zvrsListImportedLights, zvrLightGetInfo, zvrsGetParentGroupFromLight, ZVR_LIGHT_TRANSFORM, &state.lightGroups, {}},
+      {zvrsListImportedCameras, zvrCameraGetInfo, zvrsGetParentGroupFromCamera, ZVR_CAMERA_TRANSFORM, &state.cameraGroups,
        {}}};
   uint32_t counts[3] = {0, 0, 0};
   for (int k = 0; k < 3; ++k) {
@@ -71,31 +63,28 @@ void CaptureImportedObjects() {
     if (kinds[k].list(kinds[k].handles.data(), counts[k] * sizeof(ZvrObject), nullptr) != ZVR_SUCCESS) return;
   }
   for (const ObjectKind& kind : kinds) {
-    for (ZvrObject object : kind.handles) captureObject(kind, object);
+    for (ZvrObject object : kind.handles) captureObject(state, kind, object);
   }
 }
 
-int32_t CaptureGroup(const std::string& name) {
+int32_t captureGroup(AnimationState& state, const std::string& name) {
   if (name.empty()) return -1;
-  const auto known = groupIndexByName.find(name);
-  if (known != groupIndexByName.end()) return known->second;
+  const auto known = state.groupIndexByName.find(name);
+  if (known != state.groupIndexByName.end()) return known->second;
 
-  const int32_t index = static_cast<int32_t>(transformGroups.size());
-  groupIndexByName[name] = index;
-  transformGroups.emplace_back();
-  transformGroups.back().name = name;
+  std::vector<TransformGroup>& groups = state.transformGroups;
+  const int32_t index = static_cast<int32_t>(groups.size());
+  state.groupIndexByName[name] = index;
+  groups.emplace_back();
+  groups.back().name = name;
 
   ZvrsTransformGroupBlock block = {{0, 0, 0}, {0, 0, 0, 1}, {1, 1, 1}};
   const std::string parentName = readText(zvrsGetParentGroupFromGroup, name.c_str());
   zvrsGetTransformGroup(name.c_str(), &block);
-  transformGroups[index].base = composeTrs(block.translation, block.rotation, block.scale);
+  groups[index].base = composeTrs(block.translation, block.rotation, block.scale);
 
   // The recursion may append ancestors, so the record is addressed by index, never by reference.
-  const int32_t parentIndex = CaptureGroup(parentName);
-  transformGroups[index].parentIndex = parentIndex;
-  if (parentIndex >= 0) {
-    // The last record at this moment, which is the child only when the parent already existed.
-    transformGroups[parentIndex].children.push_back(static_cast<int32_t>(transformGroups.size()) - 1);
-  }
+  const int32_t parentIndex = captureGroup(state, parentName);
+  groups[index].parentIndex = parentIndex;
   return index;
 }

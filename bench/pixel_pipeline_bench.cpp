@@ -10,7 +10,7 @@
 
 #include "image_conversion.h"
 #include "png_writer.h"
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 namespace {
 

@@ -6,33 +6,17 @@
 #include <map>
 #include <string>
 
-#include "aov_names.h"
-#include "failure.h"
+#include "program/aov_names.h"
+#include "program/failure.h"
+#include "program/plugin_kind.h"
+#include "program/shader_advice.h"
 #include "output_elements.h"
 #include "save_image.h"
 
 namespace {
 
-const int32_t kDorrikFamily = 3;
-
 void printPercent(float percent) {
   std::printf("%3.0f%%\n", percent);
-  std::fflush(stdout);
-}
-
-void printShaderCompilationAdvice() {
-  std::printf("\n\n============= ZVR_ERROR_SHADER_COMPILATION =============\n");
-  std::printf("ERROR: render can't run because precompiled kernels are not found.\n");
-  std::printf("Please check the readme of the ZVR SDK for more information about precompiled kernels.\n");
-  std::printf("The precompiled kernels path can be set with  \"precompiled.binary\" in the config JSON file.\n");
-  std::printf("Example:\n");
-  std::printf("   \"precompiled.binary\":\"kelbin\",  \n");
-  std::printf("Then use this path structure:\n");
-  std::printf("<working directory>/kelbin/****.kelbin\n");
-  std::printf("<working directory>/kelbin/****.cudabin\n");
-  std::printf("<working directory>/kelbin/AllPreCompilations.json\n");
-  std::printf("===========================================================\n");
-  std::printf("\n\n");
   std::fflush(stdout);
 }
 
@@ -60,23 +44,15 @@ void renderIterations(ZvrContext context, const RenderSettings& settings, Progre
 }
 
 bool isDorrik(const std::vector<int32_t>& pluginKinds) {
-  return !pluginKinds.empty() && pluginKinds[0] == kDorrikFamily;
+  return !pluginKinds.empty() && pluginKinds[0] == PluginKindDorrik;
 }
 
 uint32_t resolveFlag(const std::string& name) { return colorSet.count(name) != 0 ? 0u : 1u; }
-
-std::string resolvingText(const std::string& name) {
-  // Composed for each element but deliberately not shown: resolving is silent.
-  char text[512];
-  std::snprintf(text, sizeof(text), "Resolving %s...\n", name.c_str());
-  return text;
-}
 
 void saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
                      std::vector<OutputElement>& elements) {
   ZvrFrameBuffer shared = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc);
   for (OutputElement& element : elements) {
-    resolvingText(element.name);
     CHECK_STATUS(zvrFrameBufferClear(shared), context, "ZVR framebuffer operation failed.", Critical);
     CHECK_STATUS(zvrContextResolveFrameBuffer(context, element.framebuffer, shared, resolveFlag(element.name)),
                  context, "ZVR context resolving framebuffer failed.", Warning);
@@ -115,7 +91,6 @@ void saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context,
   std::vector<ZvrFrameBuffer> resolved;
   ZvrFrameBuffer colorBuffer = nullptr;
   for (OutputElement& element : elements) {
-    resolvingText(element.name);
     const bool isColor = element.name == "color";
     if (element.name == "deep.color") {
       for (const std::string& file : element.fileNames) zvrFrameBufferSaveToFile(element.framebuffer, file.c_str());

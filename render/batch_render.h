@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "ZvrCore.h"
-#include "config_document.h"
-#include "render_settings.h"
-#include "run_records.h"
+#include "program/config_document.h"
+#include "program/render_settings.h"
+#include "program/run_records.h"
 
 void renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
                    const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,

@@ -1,6 +1,6 @@
 #include "image_conversion.h"
 
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 std::vector<uint8_t> convertPixels(const float* rgba, uint32_t pixelCount, const PlainPipeline& plain,
                                    const OCIO_NAMESPACE::ConstCPUProcessorRcPtr& processor) {

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 namespace OCIO = OCIO_NAMESPACE;
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "aov_names.h"
-#include "failure.h"
+#include "program/aov_names.h"
+#include "program/failure.h"
 #include "index_colors.h"
 
 namespace {

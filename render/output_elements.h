@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "ZvrCore.h"
-#include "config_document.h"
-#include "render_settings.h"
-#include "run_records.h"
+#include "program/config_document.h"
+#include "program/render_settings.h"
+#include "program/run_records.h"
 
 // Creates and clears a framebuffer; a failure ends the process.
 ZvrFrameBuffer createFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc);

@@ -8,7 +8,7 @@
 #include <limits>
 #include <regex>
 
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 namespace {
 

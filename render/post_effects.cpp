@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "failure.h"
+#include "program/failure.h"
 
 uint32_t readPostEffectType(ZvrPostEffect effect, ZvrStatus& status) {
   size_t size = 0;

@@ -1,6 +1,6 @@
 #include "render_layers.h"
 
-#include "failure.h"
+#include "program/failure.h"
 
 void ApplyRenderLayers(const ConfigDocument& document, ZvrContext context) {
   const picojson::value& layers = document.get("layers");

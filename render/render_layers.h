@@ -2,6 +2,6 @@
 #pragma once
 
 #include "ZvrCore.h"
-#include "config_document.h"
+#include "program/config_document.h"
 
 void ApplyRenderLayers(const ConfigDocument& document, ZvrContext context);

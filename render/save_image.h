@@ -3,7 +3,7 @@
 #pragma once
 
 #include "ZvrCore.h"
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
                           const char* path, bool isColor);

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "ZvrCore.h"
-#include "config_document.h"
-#include "render_settings.h"
-#include "run_records.h"
+#include "program/config_document.h"
+#include "program/render_settings.h"
+#include "program/run_records.h"
 
 void WriteStatistics(const std::string& sceneFile, const ConfigDocument& document, ZvrContext context,
                      const RenderSettings& settings, const std::vector<std::string>& outputs,

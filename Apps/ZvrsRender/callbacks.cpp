@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "render_settings.h"
-#include "run_records.h"
+#include "program/render_settings.h"
+#include "program/run_records.h"
 
 void progressCallback(float progress, void* data) {
   const ProgressRecord* record = static_cast<const ProgressRecord*>(data);

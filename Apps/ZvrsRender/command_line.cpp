@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "config_json.h"
-#include "failure.h"
+#include "program/config_json.h"
+#include "program/failure.h"
 
 bool namesConfigFile(const std::string& argument) {
   // Both sides are unsigned 64-bit: for a four-character text, length minus 5 wraps to the

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "config_document.h"
+#include "program/config_document.h"
 
 // True when the second argument names a configuration file rather than an override; a text of
 // exactly four characters always does, whatever its letters.

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "ZvrLoadStore.h"
-#include "failure.h"
+#include "program/failure.h"
 
 namespace {
 

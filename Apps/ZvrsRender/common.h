@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "ZvrCore.h"
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 void readSettingsFromEngine(RenderSettings& settings, ZvrContext context, const std::vector<int32_t>& pluginKinds);
 void applySettingsToEngine(const RenderSettings& settings, ZvrContext context, const std::vector<int32_t>& pluginKinds);

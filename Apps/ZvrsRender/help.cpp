@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "ZvrCore.h"
-#include "aov_names.h"
+#include "program/aov_names.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // zvrsRender64: renders one scene file with a JSON configuration to image files.
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -13,10 +14,9 @@
 #include "callbacks.h"
 #include "command_line.h"
 #include "common.h"
-#include "config_json.h"
-#include "failure.h"
+#include "program/config_json.h"
+#include "program/failure.h"
 #include "help.h"
-#include "interactive_viewer.h"
 #include "plugin_context.h"
 #include "render/batch_render.h"
 #include "render/leak_report.h"
@@ -25,8 +25,9 @@
 #include "render/render_layers.h"
 #include "render/statistics.h"
 #include "run_helpers.h"
-#include "run_records.h"
+#include "program/run_records.h"
 #include "settings_reader.h"
+#include "viewer/viewer.h"
 
 namespace {
 
@@ -113,6 +114,15 @@ void tearDown(ZvrContext context, ZvrMaterialSystem materialSystem, ZvrScene sce
   CHECK_STATUS(zvrObjectDelete(context), context, "Deleting context failed.", Critical);
 }
 
+// No window, no run: the process ends at once, with one line that says why and what to do instead.
+[[noreturn]] void endWithoutWindow(const ViewerResult& result) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "The viewer could not open a window (%s); use \"gui\":0 to render to files.\n",
+               result.reason.c_str());
+  std::fflush(stderr);
+  std::_Exit(result.status);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -170,8 +180,9 @@ int main(int argc, char** argv) {
   if (pluginKinds[0] == PluginKindQuillon) selectIntegrators(document, context);
 
   // The importer's groups and animation records are gone after the release.
-  CaptureImportedObjects();
-  CaptureAnimations();
+  AnimationState animation;
+  captureImportedObjects(animation);
+  captureAnimations(animation);
   zvrsReleaseImportedData();
 
   RenderSettings settings;
@@ -180,7 +191,7 @@ int main(int argc, char** argv) {
   readSettingsFromConfig(settings, document, pluginKinds);
   applySettingsToEngine(settings, context, pluginKinds);
 
-  EvaluateAnimation(settings.animationTime, 0);
+  evaluateAnimation(animation, settings.animationTime, 0);
   setUpCamera(scene, settings);
 
   if (pluginKinds[0] == PluginKindQuillon) ApplyRenderLayers(document, context);
@@ -191,11 +202,14 @@ int main(int argc, char** argv) {
   TimingRecord timing;
   timing.frequency = highResolutionCounterFrequency();
   if (settings.gui != 0) {
-    const int exitCode = runInteractiveViewer(pluginKinds, document, context, scene, settings, elements, timing);
-    if (exitCode != 0) {
-      tearDown(context, materialSystem, scene, postEffects, elements);
-      return exitCode;
-    }
+    ViewerState* viewer = new ViewerState();
+    viewerConstruct(*viewer);
+    viewerInit(*viewer);
+    const ViewerResult result =
+        viewerMain(*viewer, pluginKinds, document, context, scene, settings, elements, timing);
+    if (result.status != 0) endWithoutWindow(result);
+    zvrObjectDelete(viewer->resolvedFramebuffer);
+    delete viewer;
   } else {
     renderBatches(pluginKinds, document, context, settings, elements, *progressRecord, timing);
   }

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "failure.h"
+#include "program/failure.h"
 #include "settings_reader.h"
 
 namespace {

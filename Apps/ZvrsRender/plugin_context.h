@@ -6,10 +6,9 @@
 #include <vector>
 
 #include "ZvrCore.h"
-#include "config_document.h"
+#include "program/config_document.h"
+#include "program/plugin_kind.h"
 
-// Plug-in families; family-specific steps test pluginKinds[0] against these.
-enum PluginKind : int32_t { PluginKindNone = 0, PluginKindVelder = 1, PluginKindQuillon = 2, PluginKindDorrik = 3 };
 
 // The family, from the lower-cased base name of a plug-in file.
 int32_t pluginKindOf(const std::string& fileName);

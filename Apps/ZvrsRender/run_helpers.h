@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "run_records.h"
+#include "program/run_records.h"
 
 // The scene path without its last extension, plus "_TEMP_ZVRS_OCIO"; a path with no dot at all
 // gives the bare suffix in the working directory.

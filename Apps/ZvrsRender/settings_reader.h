@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "config_document.h"
-#include "render_settings.h"
+#include "program/config_document.h"
+#include "program/render_settings.h"
 
 // Number conversions shared with the context block reader.
 uint32_t toUnsigned(double number);

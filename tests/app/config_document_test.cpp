@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "command_line.h"
-#include "config_json.h"
+#include "program/config_json.h"
 
 namespace {
 

@@ -235,15 +235,27 @@ TEST_F(TracedRun, KelBackendIsAnnouncedAndGetsNoDefaultDevice) {
   expectInOrder(traceLines(), {{"zvrCreateContext", {"creationFlags=0x80080000,"}}});
 }
 
-TEST_F(TracedRun, ViewerRequestIsRefusedClearly) {
+// Without a display the viewer has set itself up, opens nothing, renders nothing and says why.
+TEST_F(TracedRun, ViewerWithoutDisplayEndsWithMinusOneAndAdvice) {
   if (!pluginAvailable("libVelder64.so")) GTEST_SKIP() << "libVelder64.so is not built";
-  const ProcessResult result = run("{\"plugin\":\"velder\",\"gui\":1,\"width\":16,\"height\":16,\"context\":{}}");
+  const std::string configPath = (folder_ / "run.json").string();
+  std::ofstream(configPath) << "{\"plugin\":\"velder\",\"gui\":1,\"width\":16,\"height\":16,\"context\":{}}";
+  ProcessOptions options;
+  options.workingDirectory = folder_.string();
+  options.environment = {{"ZVR_TRACE", (folder_ / "trace.txt").string()}, {"DISPLAY", ":4095"}};
+  const ProcessResult result = runProcess(renderProgramPath(), {kScene, configPath}, options);
   ASSERT_TRUE(result.exited);
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_NE(result.err.find("The interactive viewer is not part of this build; run with {\"gui\":0} to render to files.\n"),
-            std::string::npos)
-      << result.err;
+  EXPECT_EQ(result.exitCode, 255);
+  EXPECT_NE(result.out.find("shapes: 1\n"), std::string::npos) << result.out;
+  EXPECT_NE(result.err.find("The viewer could not open a window ("), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("use \"gui\":0 to render to files.\n"), std::string::npos) << result.err;
   EXPECT_EQ(result.out.find("End of program."), std::string::npos);
+  const std::vector<std::string> lines = traceLines();
+  expectInOrder(lines, {{"zvrContextSetParameterByKey1u", {"key=287,", "value=0)"}},
+                        {"zvrContextSetParameterByKeyPtr", {"key=366,"}},
+                        {"zvrContextSetParameterByKeyPtr", {"key=367,"}},
+                        {"zvrContextCreateFrameBuffer", {}}});
+  for (const std::string& line : lines) EXPECT_EQ(line.find("zvrContextRender("), std::string::npos) << line;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "expected_help.h"
-#include "failure.h"
+#include "program/failure.h"
 #include "help.h"
 
 namespace {

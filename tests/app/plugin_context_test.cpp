@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "aov_names.h"
-#include "config_json.h"
+#include "program/aov_names.h"
+#include "program/config_json.h"
 #include "plugin_context.h"
 #include "run_helpers.h"
 

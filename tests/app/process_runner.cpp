@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 
@@ -20,17 +22,24 @@ void readInto(int fd, std::string& text, bool& open) {
     open = false;
 }
 
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
 }  // namespace
 
 std::string renderProgramPath() { return std::string(ZVR_BIN_DIR) + "/zvrsRender64"; }
 
-ProcessResult runProcess(const std::string& program, const std::vector<std::string>& arguments,
-                         const ProcessOptions& options) {
-  ProcessResult result;
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
+                           const ProcessOptions& options) {
   int outPipe[2];
   int errPipe[2];
-  if (pipe(outPipe) != 0 || pipe(errPipe) != 0) return result;
-
+  if (pipe(outPipe) != 0) return;
+  if (pipe(errPipe) != 0) {
+    close(outPipe[0]);
+    close(outPipe[1]);
+    return;
+  }
   const pid_t child = fork();
   if (child == 0) {
     dup2(outPipe[1], STDOUT_FILENO);
@@ -50,31 +59,62 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
   }
   close(outPipe[1]);
   close(errPipe[1]);
+  pid_ = child;
+  outFd_ = outPipe[0];
+  errFd_ = errPipe[0];
+  outOpen_ = errOpen_ = child > 0;
+}
 
+ChildProcess::~ChildProcess() {
+  if (pid_ > 0) finish(0.0);
+}
+
+void ChildProcess::pump(int milliseconds) {
+  if (!outOpen_ && !errOpen_) return;
+  // A negative descriptor is skipped by poll, so a stream at its end stops waking the loop.
+  pollfd fds[2] = {{outOpen_ ? outFd_ : -1, POLLIN, 0}, {errOpen_ ? errFd_ : -1, POLLIN, 0}};
+  if (poll(fds, 2, milliseconds) <= 0) return;
+  if (outOpen_ && (fds[0].revents & (POLLIN | POLLHUP | POLLERR))) readInto(outFd_, result_.out, outOpen_);
+  if (errOpen_ && (fds[1].revents & (POLLIN | POLLHUP | POLLERR))) readInto(errFd_, result_.err, errOpen_);
+}
+
+bool ChildProcess::waitForOutput(const std::string& text, double seconds) {
+  const auto start = std::chrono::steady_clock::now();
+  while (result_.out.find(text) == std::string::npos) {
+    if (!outOpen_ || secondsSince(start) > seconds) return false;
+    pump(50);
+  }
+  return true;
+}
+
+ProcessResult ChildProcess::finish(double seconds) {
+  if (pid_ <= 0) return result_;
   // Both streams are drained together so that a chatty child never blocks on a full pipe.
-  bool outOpen = true;
-  bool errOpen = true;
-  while (outOpen || errOpen) {
-    // A negative descriptor is skipped by poll, so a stream at its end stops waking the loop.
-    pollfd fds[2] = {{outOpen ? outPipe[0] : -1, POLLIN, 0}, {errOpen ? errPipe[0] : -1, POLLIN, 0}};
-    if (poll(fds, 2, -1) < 0) {
-      if (errno == EINTR) continue;
-      break;
+  const auto start = std::chrono::steady_clock::now();
+  while (outOpen_ || errOpen_) {
+    if (secondsSince(start) > seconds) {
+      kill(pid_, SIGKILL);
+      seconds = 1e9;
     }
-    if (outOpen && (fds[0].revents & (POLLIN | POLLHUP | POLLERR))) readInto(outPipe[0], result.out, outOpen);
-    if (errOpen && (fds[1].revents & (POLLIN | POLLHUP | POLLERR))) readInto(errPipe[0], result.err, errOpen);
+    pump(100);
   }
-  close(outPipe[0]);
-  close(errPipe[0]);
-
+  close(outFd_);
+  close(errFd_);
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
   }
+  pid_ = -1;
   if (WIFEXITED(status)) {
-    result.exited = true;
-    result.exitCode = WEXITSTATUS(status);
+    result_.exited = true;
+    result_.exitCode = WEXITSTATUS(status);
   } else if (WIFSIGNALED(status)) {
-    result.signal = WTERMSIG(status);
+    result_.signal = WTERMSIG(status);
   }
-  return result;
+  return result_;
+}
+
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& arguments,
+                         const ProcessOptions& options) {
+  ChildProcess child(program, arguments, options);
+  return child.finish();
 }

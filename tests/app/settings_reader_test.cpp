@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-#include "config_json.h"
+#include "program/config_json.h"
 #include "settings_reader.h"
 
 namespace {

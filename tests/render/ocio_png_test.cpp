@@ -17,7 +17,7 @@
 #include "image_conversion.h"
 #include "ocio_display.h"
 #include "png_writer.h"
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "pixel_pipeline.h"
-#include "render_settings.h"
+#include "program/render_settings.h"
 
 namespace {
 

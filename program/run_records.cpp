@@ -1,6 +1,6 @@
 #include <chrono>
 
-#include "run_records.h"
+#include "program/run_records.h"
 
 int64_t readHighResolutionCounter() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())

@@ -1,4 +1,4 @@
-#include "aov_names.h"
+#include "program/aov_names.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "failure.h"
+#include "program/failure.h"
 
 #include <cstdio>
 #include <cstdlib>

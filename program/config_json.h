@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "config_document.h"
+#include "program/config_document.h"
 
 // Used when no configuration file is named; one line, tabs as separators.
 extern const char defaultConfigText[];

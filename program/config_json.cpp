@@ -1,4 +1,4 @@
-#include "config_json.h"
+#include "program/config_json.h"
 
 #include <cmath>
 #include <cstdio>
@@ -9,7 +9,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "failure.h"
+#include "program/failure.h"
 
 const char defaultConfigText[] =
     "\t{\t\"plugin\":\"Quillon64.dll\",\t\"width\":1280,\t\"height\":720, \t\"gui\":1,\t\"iterations\":10,"

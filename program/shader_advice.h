@@ -1,0 +1,5 @@
+// What a user is told when the library says its precompiled kernels are missing.
+#pragma once
+
+// Prints the advice banner on standard output; rendering is not stopped by it.
+void printShaderCompilationAdvice();

@@ -1,0 +1,218 @@
+// The viewer in a real window on the test's X display, driven by real input events: its picture
+// against a batch render of the same samples, navigation through the API trace, shape visibility,
+// and how a run ends.
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "../app/process_runner.h"
+#include "../render/program_run.h"
+#include "x11_session.h"
+
+namespace {
+
+const std::string kCornell = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/CornellBox/cornellBox-2.80-Eevee-gltf.gltf";
+const std::string kBox = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/Box/Box.glb";
+constexpr int kWidth = 200;
+constexpr int kHeight = 150;
+// The panel opens at (60, 60) and is about 215 pixels wide; the picture around it is never covered.
+bool outsidePanel(int x, int y) { return x < 60 || y < 60 || x > 290; }
+
+void pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+
+std::string settingsFor(const std::string& plugin, const std::string& extra, int width = kWidth,
+                        int height = kHeight) {
+  return R"({"plugin":")" + plugin + R"(","width":)" + std::to_string(width) + R"(,"height":)" +
+         std::to_string(height) + R"(,"gamma":2.2,"print.progress":0)" + extra + "}";
+}
+
+// The window's picture as 8-bit values, from the resolved floats a batch render saved.
+std::vector<float> readExr(const std::string& path) {
+  std::vector<float> pixels;
+  auto input = OIIO::ImageInput::open(path);
+  if (!input) return pixels;
+  const OIIO::ImageSpec& spec = input->spec();
+  pixels.resize(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
+  input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, pixels.data());
+  pixels.resize(static_cast<size_t>(spec.width) * spec.height * 4 * (spec.nchannels == 4));
+  return pixels;
+}
+
+int toByte(float value) { return static_cast<int>(std::lround(std::clamp(value, 0.0f, 1.0f) * 255.0f)); }
+
+// Largest difference, over the uncovered part of the picture, between the window and `expected`.
+int largestDifference(const WindowPixels& window, const std::vector<float>& expected) {
+  int largest = 0;
+  const int top = window.height - kHeight;  // the picture stands in the lower-left corner
+  for (int y = 0; y < kHeight; ++y)
+    for (int x = 0; x < kWidth; ++x) {
+      if (!outsidePanel(x, y + top)) continue;
+      for (int c = 0; c < 3; ++c)
+        largest = std::max(largest, std::abs(window.at(x, y + top)[c] - toByte(expected[(y * kWidth + x) * 4 + c])));
+    }
+  return largest;
+}
+
+double meanDifference(const WindowPixels& a, const WindowPixels& b) {
+  double sum = 0.0;
+  for (size_t i = 0; i < a.rgb.size() && i < b.rgb.size(); ++i) sum += std::abs(a.rgb[i] - b.rgb[i]);
+  return sum / static_cast<double>(std::max<size_t>(a.rgb.size(), 1));
+}
+
+struct LookAt {
+  float eye[3];
+  float at[3];
+};
+
+std::vector<LookAt> lookAtCalls(const std::string& trace) {
+  std::vector<LookAt> calls;
+  std::ifstream lines(trace);
+  const std::regex pattern(
+      R"(zvrCameraLookAt\(camera=\S+, posX=(\S+), posY=(\S+), posZ=(\S+), atX=(\S+), atY=(\S+), atZ=(\S+),)");
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    if (!std::regex_search(line, match, pattern)) continue;
+    LookAt call;
+    for (int i = 0; i < 3; ++i) call.eye[i] = std::stof(match[1 + i]), call.at[i] = std::stof(match[4 + i]);
+    calls.push_back(call);
+  }
+  return calls;
+}
+
+class ViewerWindow : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!x11_.available()) GTEST_SKIP() << "no X display; ctest runs this test under xvfb-run";
+  }
+
+  // Starts the viewer on `scene` and waits for its window.
+  void start(const std::string& scene, const std::string& settings) {
+    ProcessOptions options;
+    options.workingDirectory = folder_;
+    options.environment = {{"ZVR_TRACE", folder_ / "api.trace"}};
+    viewer_ = std::make_unique<ChildProcess>(renderProgramPath(), std::vector<std::string>{scene, settings}, options);
+    ASSERT_TRUE(x11_.findWindow("ZvrsRender", 120.0)) << viewer_->finish(5).err;
+  }
+
+  ProcessResult close() {
+    x11_.requestClose();
+    return viewer_->finish(300.0);
+  }
+
+  void keepOnFailure(const WindowPixels& pixels, const std::string& name) {
+    if (HasFailure()) savePng(pixels, ::testing::TempDir() + name + ".png");
+  }
+
+  RunFolder folder_{::testing::UnitTest::GetInstance()->current_test_info()->name()};
+  X11Session x11_;
+  std::unique_ptr<ChildProcess> viewer_;
+};
+
+// The viewer's batches (1, 1, 4, 4) and the batch loop's (4, 4, 2) accumulate the very same samples.
+TEST_F(ViewerWindow, StoppedPictureEqualsABatchRenderThenAMoveClearsIt) {
+  for (const std::string plugin : {"velder", "quillon", "dorrik"}) {
+    SCOPED_TRACE(plugin);
+    const ProgramRun batch =
+        runProgram(folder_, {kCornell, settingsFor(plugin, R"(,"gui":0,"iterations":10,"batchsize":4,)"
+                                                           R"("output":"reference.exr","framebuffer.save.float32":1)")});
+    ASSERT_EQ(batch.exitCode, 0) << batch.err;
+    const std::vector<float> reference = readExr(folder_ / "reference.exr");
+    ASSERT_EQ(reference.size(), size_t(kWidth) * kHeight * 4);
+
+    start(kCornell, settingsFor(plugin, R"(,"gui.stop_at_iterations":10,"batchsize":4)"));
+    ASSERT_TRUE(viewer_->waitForOutput("ZVR Render finish after ", 300.0)) << viewer_->output().err;
+    pause(500);
+    const WindowPixels stopped = x11_.capture();
+    ASSERT_EQ(stopped.width, kWidth);
+    EXPECT_LE(largestDifference(stopped, reference), 1);
+    keepOnFailure(stopped, std::string("viewer_stopped_") + plugin);
+
+    x11_.holdKey("w", 150);
+    pause(500);
+    const WindowPixels cleared = x11_.capture();
+    EXPECT_EQ(largestDifference(cleared, std::vector<float>(reference.size(), 0.0f)), 0)
+        << "after the stop a move clears the picture and nothing renders again";
+
+    const ProcessResult ended = close();
+    EXPECT_EQ(ended.exitCode, 0) << ended.err;
+    EXPECT_NE(ended.out.find("shapes: 23\n"), std::string::npos);
+    EXPECT_NE(ended.out.find("End of program.\n"), std::string::npos);
+    EXPECT_TRUE(std::ifstream(folder_ / "output.json").good()) << "the statistics are written after the window";
+    EXPECT_FALSE(std::ifstream(folder_ / "test.png").good()) << "the viewer saves no image";
+  }
+}
+
+TEST_F(ViewerWindow, KeysAndDragMoveTheCameraThroughTheEngine) {
+  start(kCornell, settingsFor("velder", R"(,"batchsize":2)"));
+  pause(1500);
+  const WindowPixels before = x11_.capture();
+  x11_.holdKey("w", 300);
+  pause(1000);
+  const WindowPixels walked = x11_.capture();
+  EXPECT_GT(meanDifference(before, walked), 2.0);
+  x11_.drag(20, 20, 120, 20, 10, 40);
+  pause(1000);
+  const WindowPixels turned = x11_.capture();
+  EXPECT_GT(meanDifference(walked, turned), 2.0);
+  keepOnFailure(turned, "viewer_turned");
+  ASSERT_EQ(close().exitCode, 0);
+
+  const std::vector<LookAt> calls = lookAtCalls(folder_ / "api.trace");
+  ASSERT_GE(calls.size(), 2u);
+  float firstDir[3];
+  for (int i = 0; i < 3; ++i) firstDir[i] = calls[0].at[i] - calls[0].eye[i];
+  size_t walking = 1;
+  // While W is held the eye advances 0.2 per frame along the view, which stays one unit ahead.
+  for (; walking < calls.size(); ++walking) {
+    float step = 0.0f, along = 0.0f;
+    for (int i = 0; i < 3; ++i) {
+      const float d = calls[walking].eye[i] - calls[walking - 1].eye[i];
+      step += d * d;
+      along += d * firstDir[i];
+    }
+    if (std::sqrt(step) < 1e-4f) break;  // the drag turns without moving
+    EXPECT_NEAR(along, 0.2f, 2e-3f) << "call " << walking;
+  }
+  ASSERT_LT(walking, calls.size()) << "the drag sent no turn";
+  float length = 0.0f, turn = 0.0f;
+  for (int i = 0; i < 3; ++i) {
+    const float d = calls.back().at[i] - calls.back().eye[i];
+    length += d * d;
+    turn += d * firstDir[i];
+  }
+  EXPECT_NEAR(std::sqrt(length), 1.0f, 1e-3f);
+  EXPECT_LT(turn, 0.99f) << "the drag turned the view";
+}
+
+TEST_F(ViewerWindow, UntickedShapeLeavesThePicture) {
+  // Large enough for the panel to show its visibility list whole.
+  start(kBox, settingsFor("velder", R"(,"batchsize":1)", 400, 300));
+  pause(1500);
+  const WindowPixels shown = x11_.capture();
+  x11_.click(77, 247);  // the box of shape 0 in the panel's visibility list
+  pause(1500);
+  const WindowPixels hidden = x11_.capture();
+  ASSERT_EQ(close().exitCode, 0);
+  // Without its one shape the scene is its environment alone: one flat value everywhere.
+  int spreadShown = 0, spreadHidden = 0;
+  for (int y = 0; y < shown.height && y < hidden.height; ++y)
+    for (int x = 0; x < shown.width && x < hidden.width; ++x) {
+      if (!outsidePanel(x, y)) continue;
+      spreadShown = std::max(spreadShown, std::abs(shown.at(x, y)[0] - shown.at(0, 0)[0]));
+      spreadHidden = std::max(spreadHidden, std::abs(hidden.at(x, y)[0] - hidden.at(0, 0)[0]));
+    }
+  EXPECT_GT(spreadShown, 20);
+  EXPECT_LE(spreadHidden, 1);
+  keepOnFailure(hidden, "viewer_hidden");
+  keepOnFailure(shown, "viewer_shown");
+}
+
+}  // namespace

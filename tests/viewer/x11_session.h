@@ -1,0 +1,42 @@
+// A test's hands and eyes on the X display: finds a window by title, reads its pixels, and sends
+// key presses, drags and the close request as a user and a window manager would.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct WindowPixels {
+  int width = 0;
+  int height = 0;
+  std::vector<uint8_t> rgb;  // top row first
+  const uint8_t* at(int x, int y) const { return &rgb[(static_cast<size_t>(y) * width + x) * 3]; }
+};
+
+class X11Session {
+ public:
+  X11Session();  // opens $DISPLAY; available() says whether that worked
+  ~X11Session();
+  X11Session(const X11Session&) = delete;
+  X11Session& operator=(const X11Session&) = delete;
+
+  bool available() const { return display_ != nullptr; }
+  // Waits up to `seconds` for a mapped top-level window with this title.
+  bool findWindow(const std::string& title, double seconds);
+  WindowPixels capture();
+  // Holds the key (an X keysym name such as "w" or "Up") for `milliseconds`.
+  void holdKey(const std::string& keysymName, int milliseconds);
+  // Presses the left button at (x0, y0), moves to (x1, y1) in `steps` steps, and releases it.
+  void drag(int x0, int y0, int x1, int y1, int steps, int millisecondsPerStep);
+  void click(int x, int y);
+  // The WM_DELETE_WINDOW client message that a window manager sends on a close request.
+  void requestClose();
+
+ private:
+  void moveTo(int x, int y);
+  struct _XDisplay* display_ = nullptr;
+  unsigned long window_ = 0;
+};
+
+// Writes the pixels as a PNG, for the README's screenshot and for looking at a failure.
+bool savePng(const WindowPixels& pixels, const std::string& path);
