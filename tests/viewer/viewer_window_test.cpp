@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "../app/process_runner.h"
+#include "process_runner.h"
 #include "../render/program_run.h"
 #include "x11_session.h"
 

@@ -82,13 +82,20 @@ WindowPixels X11Session::capture() {
   return pixels;
 }
 
+void X11Session::pressKey(const std::string& keysymName) {
+  XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, XStringToKeysym(keysymName.c_str())), True, CurrentTime);
+  XFlush(display_);
+}
+
+void X11Session::releaseKey(const std::string& keysymName) {
+  XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, XStringToKeysym(keysymName.c_str())), False, CurrentTime);
+  XFlush(display_);
+}
+
 void X11Session::holdKey(const std::string& keysymName, int milliseconds) {
-  const KeyCode code = XKeysymToKeycode(display_, XStringToKeysym(keysymName.c_str()));
-  XTestFakeKeyEvent(display_, code, True, CurrentTime);
-  XFlush(display_);
+  pressKey(keysymName);
   sleepMs(milliseconds);
-  XTestFakeKeyEvent(display_, code, False, CurrentTime);
-  XFlush(display_);
+  releaseKey(keysymName);
 }
 
 void X11Session::moveTo(int x, int y) {

@@ -26,6 +26,8 @@ class X11Session {
   WindowPixels capture();
   // Holds the key (an X keysym name such as "w" or "Up") for `milliseconds`.
   void holdKey(const std::string& keysymName, int milliseconds);
+  void pressKey(const std::string& keysymName);
+  void releaseKey(const std::string& keysymName);
   // Presses the left button at (x0, y0), moves to (x1, y1) in `steps` steps, and releases it.
   void drag(int x0, int y0, int x1, int y1, int steps, int millisecondsPerStep);
   void click(int x, int y);
