@@ -107,28 +107,22 @@ void X11Session::moveTo(int x, int y) {
   XFlush(display_);
 }
 
-void X11Session::drag(int x0, int y0, int x1, int y1, int steps, int millisecondsPerStep) {
-  moveTo(x0, y0);
-  sleepMs(millisecondsPerStep);
+void X11Session::pressButton() {
   XTestFakeButtonEvent(display_, 1, True, CurrentTime);
   XFlush(display_);
-  for (int i = 1; i <= steps; ++i) {
-    sleepMs(millisecondsPerStep);
-    moveTo(x0 + (x1 - x0) * i / steps, y0 + (y1 - y0) * i / steps);
-  }
-  sleepMs(millisecondsPerStep);
+}
+
+void X11Session::releaseButton() {
   XTestFakeButtonEvent(display_, 1, False, CurrentTime);
   XFlush(display_);
 }
 
-void X11Session::click(int x, int y) {
+void X11Session::click(int x, int y, int holdMilliseconds) {
   moveTo(x, y);
   sleepMs(100);
-  XTestFakeButtonEvent(display_, 1, True, CurrentTime);
-  XFlush(display_);
-  sleepMs(100);
-  XTestFakeButtonEvent(display_, 1, False, CurrentTime);
-  XFlush(display_);
+  pressButton();
+  sleepMs(holdMilliseconds);
+  releaseButton();
 }
 
 void X11Session::requestClose() {

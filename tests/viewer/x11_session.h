@@ -28,14 +28,14 @@ class X11Session {
   void holdKey(const std::string& keysymName, int milliseconds);
   void pressKey(const std::string& keysymName);
   void releaseKey(const std::string& keysymName);
-  // Presses the left button at (x0, y0), moves to (x1, y1) in `steps` steps, and releases it.
-  void drag(int x0, int y0, int x1, int y1, int steps, int millisecondsPerStep);
-  void click(int x, int y);
+  void moveTo(int x, int y);  // in the window's pixels
+  void pressButton();        // the left button
+  void releaseButton();
+  void click(int x, int y, int holdMilliseconds);
   // The WM_DELETE_WINDOW client message that a window manager sends on a close request.
   void requestClose();
 
  private:
-  void moveTo(int x, int y);
   struct _XDisplay* display_ = nullptr;
   unsigned long window_ = 0;
 };
