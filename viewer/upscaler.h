@@ -37,7 +37,10 @@ void upscalerInit(UpscalerState& state, int width, int height, int outputWidth, 
 GLuint compileComputeProgram(const std::string& sourceText, const char* defines);
 
 // Uploads pixels (width x height RGBA floats, top row first), runs the passes and blits the
-// result to the window's lower-left outputWidth x outputHeight pixels, top row at the top.
+// result to the window's lower-left outputWidth x outputHeight pixels, top row at the top. The
+// output size is the one given to upscalerInit. Without a successful upscalerInit, or with a size
+// that is not positive or no pixels, it prints why and draws nothing. The context must be a
+// compatibility one: the passes enable GL_TEXTURE_2D.
 void upscalerRender(UpscalerState& state, int width, int height, int outputWidth, int outputHeight,
                     const float* pixels);
 
