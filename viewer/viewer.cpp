@@ -15,6 +15,7 @@
 #include "overlay_panel.h"
 #include "program/plugin_kind.h"
 #include "render_thread.h"
+#include "upscaler.h"
 
 namespace {
 
@@ -79,6 +80,8 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
                         ZvrContext context, ZvrScene scene, const RenderSettings& settings,
                         std::vector<OutputElement>& elements, TimingRecord& timing) {
   RenderExchange exchange;
+  UpscalerState upscaler;
+  upscalerConstruct(upscaler);
   PanelState panel;
   listShapes(panel);
 
@@ -111,6 +114,9 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
   glfwMakeContextCurrent(window);
   glewInit();
   ImGui_ImplOpenGL2_Init();
+  if (upscale)
+    upscalerInit(upscaler, static_cast<int>(settings.width), static_cast<int>(settings.height), windowWidth,
+                 windowHeight, settings.vskNaltEnable != 0, settings.vskNaltAttenuation);
 
   const int32_t pluginKind = pluginKinds.empty() ? PluginKindNone : pluginKinds[0];
   const bool needsResolve = pluginKind == PluginKindVelder || pluginKind == PluginKindQuillon;
@@ -174,7 +180,11 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
         exchange.restart = 1;
         if (!joined) zvrContextAbortRender(context);
       }
-      drawPicture(settings.width, settings.height, pixels);
+      if (upscale)
+        upscalerRender(upscaler, static_cast<int>(settings.width), static_cast<int>(settings.height), windowWidth,
+                       windowHeight, pixels.data());
+      else
+        drawPicture(settings.width, settings.height, pixels);
       ImGui::Render();
       ImGui_ImplOpenGL2_RenderDrawData(ImGui::GetDrawData());
       glfwSwapBuffers(window);
@@ -199,6 +209,7 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
   ImGui_ImplGlfw_Shutdown();
   ImGui::DestroyContext();
   glfwTerminate();
+  upscalerRelease(upscaler);
   setNavigationTarget(nullptr);
   return {};
 }
