@@ -10,16 +10,16 @@
 #include <string>
 
 struct UpscalerState {
-    GLuint tovuProgram = 0;       // edge-adaptive scaling
-    GLuint naltProgram = 0;       // sharpening
-    GLuint upscaledTexture = 0;   // output size
-    GLuint sharpenedTexture = 0;  // output size
-    GLuint inputTexture = 0;      // render size, defined anew by every upload
-    GLuint readFramebuffer = 0;   // the source of the blit
-    GLuint tovuConstants = 0;     // 64-byte storage buffer
-    GLuint naltConstants = 0;     // 64-byte storage buffer
-    uint8_t naltEnable = 0;
-    float naltAttenuation = 0.25f;  // in stops
+  GLuint tovuProgram = 0;       // edge-adaptive scaling
+  GLuint naltProgram = 0;       // sharpening
+  GLuint upscaledTexture = 0;   // output size
+  GLuint sharpenedTexture = 0;  // output size
+  GLuint inputTexture = 0;      // render size, defined anew by every upload
+  GLuint readFramebuffer = 0;   // the source of the blit
+  GLuint tovuConstants = 0;     // 64-byte storage buffer
+  GLuint naltConstants = 0;     // 64-byte storage buffer
+  uint8_t naltEnable = 0;
+  float naltAttenuation = 0.25f;  // in stops
 };
 
 // Puts the defaults in place: every name 0, sharpening off, attenuation 0.25.

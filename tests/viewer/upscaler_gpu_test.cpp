@@ -2,9 +2,8 @@
 // held against the CPU passes; without a display or OpenGL 4.3 every test here is skipped.
 #include <GL/glew.h>
 #include <GLFW/glfw3.h>
-#include <gtest/gtest.h>
-
 #include <OpenImageIO/imageio.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -36,358 +35,352 @@ constexpr float kSharpeningTolerance = 1.5e-6f;
 // Every OpenGL error with the driver's words for it, collected through the debug output.
 std::vector<std::string> glErrors;
 
-void GLAPIENTRY recordGlError(GLenum, GLenum type, GLuint, GLenum, GLsizei, const GLchar* message, const void*)
-{
-    if (type == GL_DEBUG_TYPE_ERROR) glErrors.emplace_back(message);
+void GLAPIENTRY recordGlError(GLenum, GLenum type, GLuint, GLenum, GLsizei, const GLchar* message, const void*) {
+  if (type == GL_DEBUG_TYPE_ERROR) glErrors.emplace_back(message);
 }
 
-std::string takeGlErrors()
-{
-    std::string text;
-    for (const std::string& error : glErrors) text += error + "\n";
-    glErrors.clear();
-    return text;
+std::string takeGlErrors() {
+  std::string text;
+  for (const std::string& error : glErrors) text += error + "\n";
+  glErrors.clear();
+  return text;
 }
 
 // Set-up calls glGenerateMipmap on the output textures before they have storage, which does
 // nothing but raise GL_INVALID_OPERATION; any other error is a fault.
-void expectOnlyEarlyMipmapErrors()
-{
-    for (const std::string& error : glErrors)
-        EXPECT_NE(error.find("glGenerateMipmap"), std::string::npos) << error;
-    EXPECT_LE(glErrors.size(), 2u);
-    glErrors.clear();
+void expectOnlyEarlyMipmapErrors() {
+  for (const std::string& error : glErrors) EXPECT_NE(error.find("glGenerateMipmap"), std::string::npos) << error;
+  EXPECT_LE(glErrors.size(), 2u);
+  glErrors.clear();
 }
 
 void initQuietly(UpscalerState& state, int width, int height, int outputWidth, int outputHeight, bool naltEnable,
-                 float attenuation)
-{
-    testing::internal::CaptureStdout();  // the limits, printed on every set-up
-    upscalerInit(state, width, height, outputWidth, outputHeight, naltEnable, attenuation);
-    testing::internal::GetCapturedStdout();
-    expectOnlyEarlyMipmapErrors();
+                 float attenuation) {
+  testing::internal::CaptureStdout();  // the limits, printed on every set-up
+  upscalerInit(state, width, height, outputWidth, outputHeight, naltEnable, attenuation);
+  testing::internal::GetCapturedStdout();
+  expectOnlyEarlyMipmapErrors();
 }
 
 class UpscalerGpu : public ::testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        if (!glfwInit()) {
-            skipReason = "no display: GLFW could not start (run under xvfb-run)";
-            return;
-        }
-        window = glfwCreateWindow(kWindowWidth, kWindowHeight, "upscaler test", nullptr, nullptr);
-        if (window == nullptr) {
-            skipReason = "no OpenGL window could be created";
-            return;
-        }
-        glfwMakeContextCurrent(window);
-        if (glewInit() != GLEW_OK || !GLEW_VERSION_4_3) {
-            skipReason = std::string("OpenGL 4.3 is not available: ") +
-                         reinterpret_cast<const char*>(glGetString(GL_VERSION));
-            glfwDestroyWindow(window);
-            window = nullptr;
-            return;
-        }
-        glEnable(GL_DEBUG_OUTPUT);
-        glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);
-        glDebugMessageCallback(recordGlError, nullptr);
+ protected:
+  static void SetUpTestSuite() {
+    if (!glfwInit()) {
+      skipReason = "no display: GLFW could not start (run under xvfb-run)";
+      return;
     }
-    static void TearDownTestSuite()
-    {
-        if (window) glfwDestroyWindow(window);
-        window = nullptr;
-        glfwTerminate();
+    window = glfwCreateWindow(kWindowWidth, kWindowHeight, "upscaler test", nullptr, nullptr);
+    if (window == nullptr) {
+      skipReason = "no OpenGL window could be created";
+      return;
     }
-    void SetUp() override
-    {
-        if (window == nullptr) GTEST_SKIP() << skipReason;
-        glErrors.clear();
+    glfwMakeContextCurrent(window);
+    if (glewInit() != GLEW_OK || !GLEW_VERSION_4_3) {
+      skipReason =
+          std::string("OpenGL 4.3 is not available: ") + reinterpret_cast<const char*>(glGetString(GL_VERSION));
+      glfwDestroyWindow(window);
+      window = nullptr;
+      return;
     }
+    glEnable(GL_DEBUG_OUTPUT);
+    glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);
+    glDebugMessageCallback(recordGlError, nullptr);
+  }
+  static void TearDownTestSuite() {
+    if (window) glfwDestroyWindow(window);
+    window = nullptr;
+    glfwTerminate();
+  }
+  void SetUp() override {
+    if (window == nullptr) GTEST_SKIP() << skipReason;
+    glErrors.clear();
+  }
 
-    static GLFWwindow* window;
-    static std::string skipReason;
+  static GLFWwindow* window;
+  static std::string skipReason;
 };
 GLFWwindow* UpscalerGpu::window = nullptr;
 std::string UpscalerGpu::skipReason;
 
-Picture readTexture(GLuint texture, int width, int height)
-{
-    Picture picture(width, height);
-    glBindTexture(GL_TEXTURE_2D, texture);
-    glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, picture.rgba.data());
-    glBindTexture(GL_TEXTURE_2D, 0);
-    return picture;
+Picture readTexture(GLuint texture, int width, int height) {
+  Picture picture(width, height);
+  glBindTexture(GL_TEXTURE_2D, texture);
+  glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, picture.rgba.data());
+  glBindTexture(GL_TEXTURE_2D, 0);
+  return picture;
 }
 
 struct GpuResult {
-    Picture upscaled;
-    Picture sharpened;
+  Picture upscaled;
+  Picture sharpened;
 };
 
 // One frame through the upscaler; both outputs read back from their textures.
-GpuResult runUpscaler(const Picture& input, int outputWidth, int outputHeight, bool naltEnable, float attenuation)
-{
-    UpscalerState state;
-    upscalerConstruct(state);
-    initQuietly(state, input.width, input.height, outputWidth, outputHeight, naltEnable, attenuation);
-    upscalerRender(state, input.width, input.height, outputWidth, outputHeight, input.rgba.data());
-    glFinish();
-    GpuResult result{readTexture(state.upscaledTexture, outputWidth, outputHeight),
-                     readTexture(state.sharpenedTexture, outputWidth, outputHeight)};
-    EXPECT_EQ(takeGlErrors(), "");
-    upscalerRelease(state);
-    return result;
+GpuResult runUpscaler(const Picture& input, int outputWidth, int outputHeight, bool naltEnable, float attenuation) {
+  UpscalerState state;
+  upscalerConstruct(state);
+  initQuietly(state, input.width, input.height, outputWidth, outputHeight, naltEnable, attenuation);
+  upscalerRender(state, input.width, input.height, outputWidth, outputHeight, input.rgba.data());
+  glFinish();
+  GpuResult result{readTexture(state.upscaledTexture, outputWidth, outputHeight),
+                   readTexture(state.sharpenedTexture, outputWidth, outputHeight)};
+  EXPECT_EQ(takeGlErrors(), "");
+  upscalerRelease(state);
+  return result;
 }
 
 // Largest relative difference over RGBA, skipping `border` pixels at each edge.
-float largestDifference(const Picture& gpu, const Picture& cpu, int border, std::string& where)
-{
-    float largest = 0.0f;
-    for (int y = border; y < cpu.height - border; ++y)
-        for (int x = border; x < cpu.width - border; ++x)
-            for (int ch = 0; ch < 4; ++ch) {
-                const float a = gpu.at(x, y)[ch], b = cpu.at(x, y)[ch];
-                const float difference = std::isnan(a) != std::isnan(b) ? INFINITY
-                                         : std::isnan(a)                 ? 0.0f
-                                                                         : std::fabs(a - b) / std::max(1.0f, std::fabs(b));
-                if (difference > largest) {
-                    largest = difference;
-                    where = "(" + std::to_string(x) + ", " + std::to_string(y) + ") channel " + std::to_string(ch) +
-                            ": gpu " + std::to_string(a) + ", cpu " + std::to_string(b);
-                }
-            }
-    return largest;
-}
-
-Picture makePicture(int width, int height, const std::function<void(int, int, float*)>& fill)
-{
-    Picture picture(width, height);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            float* p = picture.at(x, y);
-            fill(x, y, p);
-            p[3] = 0.5f;  // the passes write alpha 1 whatever comes in
+float largestDifference(const Picture& gpu, const Picture& cpu, int border, std::string& where) {
+  float largest = 0.0f;
+  for (int y = border; y < cpu.height - border; ++y)
+    for (int x = border; x < cpu.width - border; ++x)
+      for (int ch = 0; ch < 4; ++ch) {
+        const float a = gpu.at(x, y)[ch], b = cpu.at(x, y)[ch];
+        const float difference = std::isnan(a) != std::isnan(b) ? INFINITY
+                                 : std::isnan(a)                ? 0.0f
+                                                                : std::fabs(a - b) / std::max(1.0f, std::fabs(b));
+        if (difference > largest) {
+          largest = difference;
+          where = "(" + std::to_string(x) + ", " + std::to_string(y) + ") channel " + std::to_string(ch) + ": gpu " +
+                  std::to_string(a) + ", cpu " + std::to_string(b);
         }
-    return picture;
+      }
+  return largest;
 }
 
-void setRgb(float* p, float r, float g, float b)
-{
-    p[0] = r;
-    p[1] = g;
-    p[2] = b;
-}
-
-Picture loadRenderedPicture()
-{
-    const std::string path = std::string(ZVR_SHARED_DIR) + "/reference/cornell-cycles-1024spp.exr";
-    auto file = OIIO::ImageInput::open(path);
-    if (!file) return Picture(0, 0);
-    const OIIO::ImageSpec spec = file->spec();
-    std::vector<float> data(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
-    if (!file->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, data.data())) return Picture(0, 0);
-    return makePicture(spec.width, spec.height, [&](int x, int y, float* p) {
-        const float* s = &data[(static_cast<size_t>(y) * spec.width + x) * spec.nchannels];
-        setRgb(p, s[0], s[std::min(1, spec.nchannels - 1)], s[std::min(2, spec.nchannels - 1)]);
-    });
-}
-
-TEST_F(UpscalerGpu, PassesMatchTheCpuPasses)
-{
-    struct Case {
-        const char* name;
-        Picture input;
-        int outputWidth, outputHeight;
-        float attenuation;
-    };
-    const Case cases[] = {
-        {"flat", makePicture(40, 30, [](int, int, float* p) { setRgb(p, 0.37f, 0.37f, 0.37f); }), 100, 70, 0.0f},
-        {"vertical step", makePicture(37, 23, [](int x, int, float* p) {
-             const float v = x < 17 ? 0.1f : 0.9f;
-             setRgb(p, v, v * 0.5f, 0.3f);
-         }), 83, 61, 0.0f},
-        {"diagonal step", makePicture(48, 32, [](int x, int y, float* p) {
-             const float v = x + y < 40 ? 0.05f : 0.8f;
-             setRgb(p, v, v, 1.0f - v);
-         }), 101, 67, 0.5f},
-        {"one-pixel line", makePicture(33, 33, [](int x, int y, float* p) {
-             const float v = (x == 2 * y / 3 + 5 || y == 20) ? 0.95f : 0.05f;
-             setRgb(p, v, 0.2f, v);
-         }), 70, 90, 0.0f},
-        {"above one", makePicture(45, 29, [](int x, int y, float* p) {
-             const bool spot = (x - 20) * (x - 20) + (y - 14) * (y - 14) < 30;
-             setRgb(p, spot ? 24.0f : 0.02f * x, spot ? 11.0f : 0.5f, spot ? 3.5f : 0.03f * y);
-         }), 91, 73, 0.0f},
-        {"same size", makePicture(40, 24, [](int x, int y, float* p) {
-             setRgb(p, (x * 7 % 11) / 11.0f, (y * 5 % 7) / 7.0f, ((x + y) % 3) / 2.0f);
-         }), 40, 24, 1.0f},
-        {"rendered scene", loadRenderedPicture(), 1000, 500, 0.0f},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        ASSERT_GT(c.input.width, 0) << "the picture could not be made or read";
-        const GpuResult gpu = runUpscaler(c.input, c.outputWidth, c.outputHeight, true, c.attenuation);
-        std::string where;
-
-        const Picture upscaled = referenceTovu(c.input, c.outputWidth, c.outputHeight);
-        const float upscaleDifference = largestDifference(gpu.upscaled, upscaled, 0, where);
-        EXPECT_LE(upscaleDifference, kScalingTolerance) << "scaling, worst at " << where;
-
-        // The sharpening's own input is the GPU's scaled picture, so that its error is its own;
-        // the fetch beyond the edge is the driver's business, so the border ring is left out.
-        const Picture sharpened = referenceNalt(gpu.upscaled, std::exp2(-c.attenuation));
-        const float sharpenDifference = largestDifference(gpu.sharpened, sharpened, 1, where);
-        EXPECT_LE(sharpenDifference, kSharpeningTolerance) << "sharpening, worst at " << where;
-        std::printf("%-16s largest relative difference: scaling %.3g, sharpening %.3g\n", c.name, upscaleDifference,
-                    sharpenDifference);
+Picture makePicture(int width, int height, const std::function<void(int, int, float*)>& fill) {
+  Picture picture(width, height);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      float* p = picture.at(x, y);
+      fill(x, y, p);
+      p[3] = 0.5f;  // the passes write alpha 1 whatever comes in
     }
+  return picture;
 }
 
-TEST_F(UpscalerGpu, FlatFieldScalesExactly)
-{
-    const Picture input = makePicture(21, 13, [](int, int, float* p) { setRgb(p, 0.3f, 1.7f, 0.0f); });
-    const GpuResult gpu = runUpscaler(input, 50, 35, false, 0.25f);
-    for (int y = 0; y < 35; ++y)
-        for (int x = 0; x < 50; ++x) {
-            const float* p = gpu.upscaled.at(x, y);
-            ASSERT_TRUE(p[0] == 0.3f && p[1] == 1.7f && p[2] == 0.0f && p[3] == 1.0f) << x << ", " << y;
-        }
+void setRgb(float* p, float r, float g, float b) {
+  p[0] = r;
+  p[1] = g;
+  p[2] = b;
+}
+
+Picture loadRenderedPicture() {
+  const std::string path = std::string(ZVR_SHARED_DIR) + "/reference/cornell-cycles-1024spp.exr";
+  auto file = OIIO::ImageInput::open(path);
+  if (!file) return Picture(0, 0);
+  const OIIO::ImageSpec spec = file->spec();
+  std::vector<float> data(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
+  if (!file->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, data.data())) return Picture(0, 0);
+  return makePicture(spec.width, spec.height, [&](int x, int y, float* p) {
+    const float* s = &data[(static_cast<size_t>(y) * spec.width + x) * spec.nchannels];
+    setRgb(p, s[0], s[std::min(1, spec.nchannels - 1)], s[std::min(2, spec.nchannels - 1)]);
+  });
+}
+
+TEST_F(UpscalerGpu, PassesMatchTheCpuPasses) {
+  struct Case {
+    const char* name;
+    Picture input;
+    int outputWidth, outputHeight;
+    float attenuation;
+  };
+  const Case cases[] = {
+      {"flat", makePicture(40, 30, [](int, int, float* p) { setRgb(p, 0.37f, 0.37f, 0.37f); }), 100, 70, 0.0f},
+      {"vertical step",
+       makePicture(37, 23,
+                   [](int x, int, float* p) {
+                     const float v = x < 17 ? 0.1f : 0.9f;
+                     setRgb(p, v, v * 0.5f, 0.3f);
+                   }),
+       83, 61, 0.0f},
+      {"diagonal step",
+       makePicture(48, 32,
+                   [](int x, int y, float* p) {
+                     const float v = x + y < 40 ? 0.05f : 0.8f;
+                     setRgb(p, v, v, 1.0f - v);
+                   }),
+       101, 67, 0.5f},
+      {"one-pixel line",
+       makePicture(33, 33,
+                   [](int x, int y, float* p) {
+                     const float v = (x == 2 * y / 3 + 5 || y == 20) ? 0.95f : 0.05f;
+                     setRgb(p, v, 0.2f, v);
+                   }),
+       70, 90, 0.0f},
+      {"above one",
+       makePicture(45, 29,
+                   [](int x, int y, float* p) {
+                     const bool spot = (x - 20) * (x - 20) + (y - 14) * (y - 14) < 30;
+                     setRgb(p, spot ? 24.0f : 0.02f * x, spot ? 11.0f : 0.5f, spot ? 3.5f : 0.03f * y);
+                   }),
+       91, 73, 0.0f},
+      {"same size",
+       makePicture(
+           40, 24,
+           [](int x, int y, float* p) { setRgb(p, (x * 7 % 11) / 11.0f, (y * 5 % 7) / 7.0f, ((x + y) % 3) / 2.0f); }),
+       40, 24, 1.0f},
+      {"rendered scene", loadRenderedPicture(), 1000, 500, 0.0f},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_GT(c.input.width, 0) << "the picture could not be made or read";
+    const GpuResult gpu = runUpscaler(c.input, c.outputWidth, c.outputHeight, true, c.attenuation);
+    std::string where;
+
+    const Picture upscaled = referenceTovu(c.input, c.outputWidth, c.outputHeight);
+    const float upscaleDifference = largestDifference(gpu.upscaled, upscaled, 0, where);
+    EXPECT_LE(upscaleDifference, kScalingTolerance) << "scaling, worst at " << where;
+
+    // The sharpening's own input is the GPU's scaled picture, so that its error is its own;
+    // the fetch beyond the edge is the driver's business, so the border ring is left out.
+    const Picture sharpened = referenceNalt(gpu.upscaled, std::exp2(-c.attenuation));
+    const float sharpenDifference = largestDifference(gpu.sharpened, sharpened, 1, where);
+    EXPECT_LE(sharpenDifference, kSharpeningTolerance) << "sharpening, worst at " << where;
+    std::printf("%-16s largest relative difference: scaling %.3g, sharpening %.3g\n", c.name, upscaleDifference,
+                sharpenDifference);
+  }
+}
+
+TEST_F(UpscalerGpu, FlatFieldScalesExactly) {
+  const Picture input = makePicture(21, 13, [](int, int, float* p) { setRgb(p, 0.3f, 1.7f, 0.0f); });
+  const GpuResult gpu = runUpscaler(input, 50, 35, false, 0.25f);
+  for (int y = 0; y < 35; ++y)
+    for (int x = 0; x < 50; ++x) {
+      const float* p = gpu.upscaled.at(x, y);
+      ASSERT_TRUE(p[0] == 0.3f && p[1] == 1.7f && p[2] == 0.0f && p[3] == 1.0f) << x << ", " << y;
+    }
 }
 
 // The window shows the picture upright: its top row at the top, as the saved file has it.
-TEST_F(UpscalerGpu, BlitShowsTheLastPassUpright)
-{
-    const int width = 24, height = 18, outputWidth = 61, outputHeight = 45;
-    const Picture input = makePicture(width, height, [](int x, int y, float* p) {
-        setRgb(p, y < 6 ? 0.9f : 0.1f, x / 23.0f, 0.5f);
-    });
-    for (bool naltEnable : {false, true}) {
-        SCOPED_TRACE(naltEnable ? "sharpened" : "scaled only");
-        UpscalerState state;
-        upscalerConstruct(state);
-        initQuietly(state, width, height, outputWidth, outputHeight, naltEnable, 0.0f);
-        glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
-        glClear(GL_COLOR_BUFFER_BIT);
-        upscalerRender(state, width, height, outputWidth, outputHeight, input.rgba.data());
-        const Picture shown =
-            readTexture(naltEnable ? state.sharpenedTexture : state.upscaledTexture, outputWidth, outputHeight);
-
-        Picture window(outputWidth, outputHeight);  // bottom row first, as OpenGL reads it
-        glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
-        glReadBuffer(GL_BACK);
-        glReadPixels(0, 0, outputWidth, outputHeight, GL_RGBA, GL_FLOAT, window.rgba.data());
-        EXPECT_EQ(takeGlErrors(), "");
-        upscalerRelease(state);
-
-        for (int y = 0; y < outputHeight; ++y)
-            for (int x = 0; x < outputWidth; ++x)
-                for (int ch = 0; ch < 3; ++ch) {
-                    // The window holds 8 bits a channel.
-                    const float expected = std::clamp(shown.at(x, y)[ch], 0.0f, 1.0f);
-                    ASSERT_NEAR(window.at(x, outputHeight - 1 - y)[ch], expected, 1.0f / 255.0f)
-                        << x << ", " << y << " channel " << ch;
-                }
-        EXPECT_GT(window.at(0, outputHeight - 1)[0], 0.8f) << "the bright top rows are not at the top";
-    }
-}
-
-TEST_F(UpscalerGpu, InitPrintsLimitsAndBuildsRunnablePrograms)
-{
+TEST_F(UpscalerGpu, BlitShowsTheLastPassUpright) {
+  const int width = 24, height = 18, outputWidth = 61, outputHeight = 45;
+  const Picture input =
+      makePicture(width, height, [](int x, int y, float* p) { setRgb(p, y < 6 ? 0.9f : 0.1f, x / 23.0f, 0.5f); });
+  for (bool naltEnable : {false, true}) {
+    SCOPED_TRACE(naltEnable ? "sharpened" : "scaled only");
     UpscalerState state;
     upscalerConstruct(state);
-    testing::internal::CaptureStdout();
-    upscalerInit(state, 10, 10, 33, 17, false, 3.0f);
-    const std::string printed = testing::internal::GetCapturedStdout();
-    expectOnlyEarlyMipmapErrors();
+    initQuietly(state, width, height, outputWidth, outputHeight, naltEnable, 0.0f);
+    glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    upscalerRender(state, width, height, outputWidth, outputHeight, input.rgba.data());
+    const Picture shown =
+        readTexture(naltEnable ? state.sharpenedTexture : state.upscaledTexture, outputWidth, outputHeight);
 
-    std::string expected;
-    char line[256];
-    for (auto limit : {std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_COUNT, "GL_MAX_COMPUTE_WORK_GROUP_COUNT"),
-                       std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_SIZE, "GL_MAX_COMPUTE_WORK_GROUP_SIZE")}) {
-        GLint v[3];
-        for (GLuint i = 0; i < 3; ++i) glGetIntegeri_v(limit.first, i, &v[i]);
-        std::snprintf(line, sizeof line, "%s:\n\tx:%d\n\ty:%d\n\tz:%d\n", limit.second, v[0], v[1], v[2]);
-        expected += line;
-    }
-    GLint invocations;
-    glGetIntegerv(GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS, &invocations);
-    std::snprintf(line, sizeof line, "GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS:\n\t%d\n", invocations);
-    expected += line;
-    // Any compiler remarks may follow the limits.
-    EXPECT_EQ(printed.substr(0, expected.size()), expected);
-
-    EXPECT_EQ(state.naltEnable, 0);
-    EXPECT_EQ(state.naltAttenuation, 3.0f);
-    for (GLuint program : {state.tovuProgram, state.naltProgram}) {
-        GLint linked = GL_FALSE;
-        glGetProgramiv(program, GL_LINK_STATUS, &linked);
-        EXPECT_EQ(linked, GL_TRUE) << "program " << program;
-    }
-    for (GLuint texture : {state.upscaledTexture, state.sharpenedTexture}) {
-        GLint w = 0, h = 0, format = 0;
-        glBindTexture(GL_TEXTURE_2D, texture);
-        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &w);
-        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &h);
-        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_INTERNAL_FORMAT, &format);
-        EXPECT_EQ(w, 33);
-        EXPECT_EQ(h, 17);
-        EXPECT_EQ(format, GL_RGBA32F);
-    }
-    glBindTexture(GL_TEXTURE_2D, 0);
-
-    // A frame binds every name once, so each one exists until it is released.
-    const std::vector<float> pixels(10 * 10 * 4, 0.5f);
-    upscalerRender(state, 10, 10, 33, 17, pixels.data());
+    Picture window(outputWidth, outputHeight);  // bottom row first, as OpenGL reads it
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+    glReadBuffer(GL_BACK);
+    glReadPixels(0, 0, outputWidth, outputHeight, GL_RGBA, GL_FLOAT, window.rgba.data());
     EXPECT_EQ(takeGlErrors(), "");
-    const UpscalerState created = state;
-    EXPECT_TRUE(glIsTexture(created.upscaledTexture) && glIsTexture(created.sharpenedTexture) &&
-                glIsTexture(created.inputTexture) && glIsProgram(created.tovuProgram) &&
-                glIsProgram(created.naltProgram) && glIsBuffer(created.tovuConstants) &&
-                glIsFramebuffer(created.readFramebuffer));
     upscalerRelease(state);
-    EXPECT_FALSE(glIsTexture(created.upscaledTexture) || glIsTexture(created.sharpenedTexture) ||
-                 glIsTexture(created.inputTexture) || glIsProgram(created.tovuProgram) ||
-                 glIsProgram(created.naltProgram) || glIsBuffer(created.tovuConstants) ||
-                 glIsBuffer(created.naltConstants) || glIsFramebuffer(created.readFramebuffer));
-    EXPECT_EQ(state.tovuProgram | state.naltProgram | state.upscaledTexture | state.sharpenedTexture |
-                  state.inputTexture | state.readFramebuffer | state.tovuConstants | state.naltConstants,
-              0u);
+
+    for (int y = 0; y < outputHeight; ++y)
+      for (int x = 0; x < outputWidth; ++x)
+        for (int ch = 0; ch < 3; ++ch) {
+          // The window holds 8 bits a channel.
+          const float expected = std::clamp(shown.at(x, y)[ch], 0.0f, 1.0f);
+          ASSERT_NEAR(window.at(x, outputHeight - 1 - y)[ch], expected, 1.0f / 255.0f)
+              << x << ", " << y << " channel " << ch;
+        }
+    EXPECT_GT(window.at(0, outputHeight - 1)[0], 0.8f) << "the bright top rows are not at the top";
+  }
 }
 
-TEST_F(UpscalerGpu, CompileReplacesTheMarkerAndPrintsTheLog)
-{
-    const std::string needsDefine =
-        "#version 430\n#______DEFINES______\nlayout(local_size_x = 1) in;\nvoid main() { int v = ZVR_VALUE; }\n";
-    struct Case {
-        const char* name;
-        std::string source;
-        const char* defines;
-        bool links;
-    };
-    const Case cases[] = {
-        {"marker replaced", needsDefine, "#define ZVR_VALUE 1\n", true},
-        {"no marker", "#version 430\nlayout(local_size_x = 1) in;\nvoid main() {}\n", "#error not inserted\n", true},
-        {"defines missing", needsDefine, "\n", false},
-    };
-    for (const Case& c : cases) {
-        testing::internal::CaptureStdout();
-        const GLuint program = compileComputeProgram(c.source, c.defines);
-        const std::string printed = testing::internal::GetCapturedStdout();
-        GLint linked = GL_FALSE;
-        glGetProgramiv(program, GL_LINK_STATUS, &linked);
-        EXPECT_NE(program, 0u) << c.name;
-        EXPECT_EQ(linked == GL_TRUE, c.links) << c.name;
-        if (!c.links) {
-            EXPECT_NE(printed.find("ZVR_VALUE"), std::string::npos) << c.name << ": the log was not printed";
-            EXPECT_EQ(printed.back(), '\n');
-        }
-        glDeleteProgram(program);
-        const std::string errors = takeGlErrors();  // the driver reports a failed compile here too
-        if (c.links) {
-            EXPECT_EQ(errors, "") << c.name;
-        }
+TEST_F(UpscalerGpu, InitPrintsLimitsAndBuildsRunnablePrograms) {
+  UpscalerState state;
+  upscalerConstruct(state);
+  testing::internal::CaptureStdout();
+  upscalerInit(state, 10, 10, 33, 17, false, 3.0f);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  expectOnlyEarlyMipmapErrors();
+
+  std::string expected;
+  char line[256];
+  for (auto limit : {std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_COUNT, "GL_MAX_COMPUTE_WORK_GROUP_COUNT"),
+                     std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_SIZE, "GL_MAX_COMPUTE_WORK_GROUP_SIZE")}) {
+    GLint v[3];
+    for (GLuint i = 0; i < 3; ++i) glGetIntegeri_v(limit.first, i, &v[i]);
+    std::snprintf(line, sizeof line, "%s:\n\tx:%d\n\ty:%d\n\tz:%d\n", limit.second, v[0], v[1], v[2]);
+    expected += line;
+  }
+  GLint invocations;
+  glGetIntegerv(GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS, &invocations);
+  std::snprintf(line, sizeof line, "GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS:\n\t%d\n", invocations);
+  expected += line;
+  // Any compiler remarks may follow the limits.
+  EXPECT_EQ(printed.substr(0, expected.size()), expected);
+
+  EXPECT_EQ(state.naltEnable, 0);
+  EXPECT_EQ(state.naltAttenuation, 3.0f);
+  for (GLuint program : {state.tovuProgram, state.naltProgram}) {
+    GLint linked = GL_FALSE;
+    glGetProgramiv(program, GL_LINK_STATUS, &linked);
+    EXPECT_EQ(linked, GL_TRUE) << "program " << program;
+  }
+  for (GLuint texture : {state.upscaledTexture, state.sharpenedTexture}) {
+    GLint w = 0, h = 0, format = 0;
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &w);
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &h);
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_INTERNAL_FORMAT, &format);
+    EXPECT_EQ(w, 33);
+    EXPECT_EQ(h, 17);
+    EXPECT_EQ(format, GL_RGBA32F);
+  }
+  glBindTexture(GL_TEXTURE_2D, 0);
+
+  // A frame binds every name once, so each one exists until it is released.
+  const std::vector<float> pixels(10 * 10 * 4, 0.5f);
+  upscalerRender(state, 10, 10, 33, 17, pixels.data());
+  EXPECT_EQ(takeGlErrors(), "");
+  const UpscalerState created = state;
+  EXPECT_TRUE(glIsTexture(created.upscaledTexture) && glIsTexture(created.sharpenedTexture) &&
+              glIsTexture(created.inputTexture) && glIsProgram(created.tovuProgram) &&
+              glIsProgram(created.naltProgram) && glIsBuffer(created.tovuConstants) &&
+              glIsFramebuffer(created.readFramebuffer));
+  upscalerRelease(state);
+  EXPECT_FALSE(glIsTexture(created.upscaledTexture) || glIsTexture(created.sharpenedTexture) ||
+               glIsTexture(created.inputTexture) || glIsProgram(created.tovuProgram) ||
+               glIsProgram(created.naltProgram) || glIsBuffer(created.tovuConstants) ||
+               glIsBuffer(created.naltConstants) || glIsFramebuffer(created.readFramebuffer));
+  EXPECT_EQ(state.tovuProgram | state.naltProgram | state.upscaledTexture | state.sharpenedTexture |
+                state.inputTexture | state.readFramebuffer | state.tovuConstants | state.naltConstants,
+            0u);
+}
+
+TEST_F(UpscalerGpu, CompileReplacesTheMarkerAndPrintsTheLog) {
+  const std::string needsDefine =
+      "#version 430\n#______DEFINES______\nlayout(local_size_x = 1) in;\nvoid main() { int v = ZVR_VALUE; }\n";
+  struct Case {
+    const char* name;
+    std::string source;
+    const char* defines;
+    bool links;
+  };
+  const Case cases[] = {
+      {"marker replaced", needsDefine, "#define ZVR_VALUE 1\n", true},
+      {"no marker", "#version 430\nlayout(local_size_x = 1) in;\nvoid main() {}\n", "#error not inserted\n", true},
+      {"defines missing", needsDefine, "\n", false},
+  };
+  for (const Case& c : cases) {
+    testing::internal::CaptureStdout();
+    const GLuint program = compileComputeProgram(c.source, c.defines);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    GLint linked = GL_FALSE;
+    glGetProgramiv(program, GL_LINK_STATUS, &linked);
+    EXPECT_NE(program, 0u) << c.name;
+    EXPECT_EQ(linked == GL_TRUE, c.links) << c.name;
+    if (!c.links) {
+      EXPECT_NE(printed.find("ZVR_VALUE"), std::string::npos) << c.name << ": the log was not printed";
+      EXPECT_EQ(printed.back(), '\n');
     }
+    glDeleteProgram(program);
+    const std::string errors = takeGlErrors();  // the driver reports a failed compile here too
+    if (c.links) {
+      EXPECT_EQ(errors, "") << c.name;
+    }
+  }
 }
 
 }  // namespace

@@ -6,13 +6,13 @@
 
 // RGBA floats, top row first, as the viewer's host buffer holds them.
 struct Picture {
-    int width = 0;
-    int height = 0;
-    std::vector<float> rgba;
+  int width = 0;
+  int height = 0;
+  std::vector<float> rgba;
 
-    Picture(int w, int h) : width(w), height(h), rgba(static_cast<size_t>(w) * h * 4, 0.0f) {}
-    float* at(int x, int y) { return &rgba[(static_cast<size_t>(y) * width + x) * 4]; }
-    const float* at(int x, int y) const { return &rgba[(static_cast<size_t>(y) * width + x) * 4]; }
+  Picture(int w, int h) : width(w), height(h), rgba(static_cast<size_t>(w) * h * 4, 0.0f) {}
+  float* at(int x, int y) { return &rgba[(static_cast<size_t>(y) * width + x) * 4]; }
+  const float* at(int x, int y) const { return &rgba[(static_cast<size_t>(y) * width + x) * 4]; }
 };
 
 // The edge-adaptive scaling of input to outputWidth x outputHeight; alpha 1.
