@@ -245,6 +245,7 @@ ZVR_API ZvrStatus zvrCameraLookAt(ZvrCamera camera, float posX, float posY, floa
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
     const float position[3] = {posX, posY, posZ}, at[3] = {atX, atY, atZ}, up[3] = {upX, upY, upZ};
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     c->lookAt(position, at, up);
   });
 }
@@ -309,7 +310,9 @@ ZVR_API ZvrStatus zvrShapeSetVisibility(ZvrShape shape, int visible) {
   ApiCall call("zvrShapeSetVisibility", shape);
   call.handle("shape", shape).number("visible", visible);
   return call.run([&] {
-    Shape* s = objectOf<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    // Allowed while a render runs: the next render call sees it.
+    Shape* s = expect<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    std::lock_guard<std::mutex> state(s->context()->stateMutex);
     s->visible = visible != 0;
     ++s->context()->revisions.transform;
   });
