@@ -105,7 +105,7 @@ ZVR_API ZvrStatus zvrContextSetActivePlugin(ZvrContext context, int32_t pluginId
   call.handle("context", context).number("pluginId", pluginId);
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
-    requireIdle(ctx);
+    call.requireIdle(ctx);
     ctx->setActivePlugin(pluginId);
   });
 }
@@ -147,7 +147,7 @@ ZVR_API ZvrStatus zvrContextSetParameterByKeyPtr(ZvrContext context, ZvrContextI
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     if (key == ZVR_CONTEXT_SCENE) {
-      requireIdle(ctx);
+      call.requireIdle(ctx);
       Scene* scene = nullptr;
       if (pointer) {
         scene = expect<Scene>(pointer, ZVR_OBJECT_SCENE, "scene");
@@ -176,7 +176,7 @@ ZVR_API ZvrStatus zvrContextSetParameterByKeyString(ZvrContext context, ZvrConte
     }
     if (key == ZVR_CONTEXT_GPU_INTEGRATOR || key == ZVR_CONTEXT_CPU_INTEGRATOR) {
       // The integrator lives in the plug-in, which reads it while it renders.
-      requireIdle(ctx);
+      call.requireIdle(ctx);
       ctx->setIntegrator(key, text);
       return;
     }
@@ -236,7 +236,7 @@ ZVR_API ZvrStatus zvrContextSetAOV(ZvrContext context, uint32_t aov, ZvrFrameBuf
   call.handle("context", context).unsignedNumber("aov", aov).handle("frameBuffer", frameBuffer);
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
-    requireIdle(ctx);
+    call.requireIdle(ctx);
     if (!frameBuffer) {
       ctx->aovs.erase(aov);
       return;

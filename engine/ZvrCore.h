@@ -319,12 +319,14 @@ ZVR_API ZvrStatus zvrContextSetLastError(ZvrContext context, const char* text);
  *    another, so two framebuffers read at the same moment may be one iteration apart;
  *  - clear a framebuffer (zvrFrameBufferClear): the iterations committed afterwards accumulate anew;
  *  - set context keys with zvrContextSetParameterByKey1u/1f/4f/Ptr (not the scene key), call
- *    zvrShapeSetVisibility and zvrCameraLookAt, attach and detach render layers: these take
- *    effect from the next render call, never in the one running;
+ *    zvrShapeSetVisibility, zvrCameraLookAt and the other camera setters, attach and detach
+ *    render layers and post effects: these take effect from the next render call, never in the
+ *    one running;
  *  - call zvrContextAbortRender.
- * Other scene edits, deletions, AOV bindings, the plug-in and the integrator keys fail with
- * ZVR_ERROR_BUSY until the call returns. A second zvrContextRender on the same context fails with
- * ZVR_ERROR_BUSY as well.
+ * Other scene edits, material edits, deletions, AOV bindings, the plug-in and the integrator keys
+ * fail with ZVR_ERROR_BUSY until the call returns; one that succeeds is whole before a render
+ * call starts copying. A second zvrContextRender on the same context fails with ZVR_ERROR_BUSY
+ * as well.
  *
  * Provisional pictures (keys 309 and 287). ZVR_CONTEXT_FRAMECOUNT is a frame hint:
  *  - 0 (ZVR_FRAMECOUNT_ACCUMULATE, the default): every iteration accumulates into the bound
