@@ -39,7 +39,9 @@ echo "== configuring build-tsan/ and building the render concurrency test with t
 cmake -S . -B build-tsan -G Ninja -DZVR_TSAN=ON -DZVR_BUILD_BENCH=OFF
 ninja -C build-tsan -j"$jobs" render_concurrency_test
 echo "== running the render concurrency test of build-tsan/"
-export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/tsan.supp"
+# The longest history keeps the stacks of earlier accesses restorable: a report whose old stack is
+# lost cannot be matched against the suppressions.
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:history_size=7:suppressions=$PWD/tests/tsan.supp"
 if ! (cd build-tsan && ctest -j1 --output-on-failure --no-tests=error -R '^(Families/HidingDuringARender|QuillonDuringARender|ProvisionalPictures)\.'); then
   failed=1
 fi
