@@ -406,6 +406,21 @@ bool apiBench(uint32_t samples, uint32_t threads, const Image& reference) {
   std::printf("library: %u samples, %u threads: %.2f M samples/s including scene updates\n", samples, threads,
               double(kSize) * kSize * samples / seconds / 1e6);
   report("library", normalize(fullSums), normalize(halfSums), normalize(secondSums), reference);
+
+  // The first picture after a camera move: one iteration from a cleared framebuffer, accumulated
+  // (hint 0) or provisional (hint 2, blocks of key 287). Best of five, the scene already built.
+  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 1));
+  for (uint32_t hint : {uint32_t(ZVR_FRAMECOUNT_ACCUMULATE), uint32_t(ZVR_FRAMECOUNT_PROVISIONAL)}) {
+    CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_FRAMECOUNT, hint));
+    double best = 1e30;
+    for (int run = 0; run < 5; ++run) {
+      CHECK(zvrFrameBufferClear(fb));
+      auto start = std::chrono::steady_clock::now();
+      CHECK(zvrContextRender(context));
+      best = std::min(best, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+    }
+    std::printf("library: first picture after a restart, frame hint %u: %.1f ms\n", hint, best);
+  }
   zvrsDeleteListImportedObjects(context);
   zvrObjectDelete(context);
   return true;

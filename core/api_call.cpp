@@ -89,7 +89,9 @@ void requireText(const char* text, const char* argument) {
   if (!text) fail(ZVR_ERROR_INVALID_ARGUMENT, std::string(argument) + " is null");
 }
 
-void requireIdle(const Context* context) {
+void ApiCall::requireIdle(Context* context) {
+  if (!idle_.owns_lock()) idle_ = std::unique_lock<std::mutex>(context->stateMutex);
+  else if (idle_.mutex() != &context->stateMutex) fail(ZVR_ERROR_INTERNAL, "one call edits objects of two contexts");
   if (context->rendering.load())
     fail(ZVR_ERROR_BUSY, "the context is rendering; wait until zvrContextRender has returned");
 }

@@ -3,6 +3,7 @@
 // stores its text as the context's last error. No exception leaves through the C API.
 #pragma once
 
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -37,6 +38,12 @@ class ApiCall {
 
   // For zvrCreateContext: the context exists only once the body has made it, but its trace file
   // is known before, so that the creation itself is traced.
+  // For edits refused while the context renders (scene edits, deletions, bindings): fails with
+  // ZVR_ERROR_BUSY during a render, and otherwise keeps a render from starting until the call ends,
+  // so the edit and the render's copy of the scene never overlap.
+  void requireIdle(Context* context);
+  void releaseIdle() { idle_ = {}; }
+
   void traceTo(const std::string& path);
   void adoptContext(Context* context);
   Context* context() const { return context_; }
@@ -47,6 +54,7 @@ class ApiCall {
     std::string error;
     try {
       body();
+      idle_ = {};
     } catch (const Failure& failure) {
       status = failure.status();
       error = failure.what();
@@ -60,6 +68,7 @@ class ApiCall {
       status = ZVR_ERROR_INTERNAL;
       error = "internal failure of an unknown kind";
     }
+    idle_ = {};
     finish(status, error);
     return status;
   }
@@ -77,6 +86,7 @@ class ApiCall {
   bool nested_ = false;
   bool tracing_ = false;
   TraceLine line_;
+  std::unique_lock<std::mutex> idle_;
 };
 
 // The live object behind a handle, of the given kind; Failure with ZVR_ERROR_INVALID_OBJECT if the
@@ -93,7 +103,5 @@ T* expect(const void* handle, ZvrObjectType kind, const char* argument) {
 void expectSameContext(const Object* object, const Context* context, const char* argument);
 void requireOut(const void* pointer, const char* argument);
 void requireText(const char* text, const char* argument);
-// Scene edits and deletions wait until the context's render call has returned.
-void requireIdle(const Context* context);
 
 }  // namespace zvr::core

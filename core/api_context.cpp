@@ -105,7 +105,7 @@ ZVR_API ZvrStatus zvrContextSetActivePlugin(ZvrContext context, int32_t pluginId
   call.handle("context", context).number("pluginId", pluginId);
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
-    requireIdle(ctx);
+    call.requireIdle(ctx);
     ctx->setActivePlugin(pluginId);
   });
 }
@@ -113,13 +113,21 @@ ZVR_API ZvrStatus zvrContextSetActivePlugin(ZvrContext context, int32_t pluginId
 ZVR_API ZvrStatus zvrContextSetParameterByKey1u(ZvrContext context, ZvrContextInfo key, uint32_t x) {
   ApiCall call("zvrContextSetParameterByKey1u", context);
   call.handle("context", context).unsignedNumber("key", key).unsignedNumber("value", x);
-  return call.run([&] { setUint(expect<Context>(context, ZVR_OBJECT_CONTEXT, "context")->settings, key, x); });
+  return call.run([&] {
+    Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
+    setUint(ctx->settings, key, x);
+  });
 }
 
 ZVR_API ZvrStatus zvrContextSetParameterByKey1f(ZvrContext context, ZvrContextInfo key, float x) {
   ApiCall call("zvrContextSetParameterByKey1f", context);
   call.handle("context", context).unsignedNumber("key", key).real("value", x);
-  return call.run([&] { setFloat(expect<Context>(context, ZVR_OBJECT_CONTEXT, "context")->settings, key, x); });
+  return call.run([&] {
+    Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
+    setFloat(ctx->settings, key, x);
+  });
 }
 
 ZVR_API ZvrStatus zvrContextSetParameterByKey4f(ZvrContext context, ZvrContextInfo key, float x, float y, float z, float w) {
@@ -127,7 +135,9 @@ ZVR_API ZvrStatus zvrContextSetParameterByKey4f(ZvrContext context, ZvrContextIn
   call.handle("context", context).unsignedNumber("key", key).real("x", x).real("y", y).real("z", z).real("w", w);
   return call.run([&] {
     const float values[4] = {x, y, z, w};
-    setFloat4(expect<Context>(context, ZVR_OBJECT_CONTEXT, "context")->settings, key, values);
+    Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
+    setFloat4(ctx->settings, key, values);
   });
 }
 
@@ -137,7 +147,7 @@ ZVR_API ZvrStatus zvrContextSetParameterByKeyPtr(ZvrContext context, ZvrContextI
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     if (key == ZVR_CONTEXT_SCENE) {
-      requireIdle(ctx);
+      call.requireIdle(ctx);
       Scene* scene = nullptr;
       if (pointer) {
         scene = expect<Scene>(pointer, ZVR_OBJECT_SCENE, "scene");
@@ -147,6 +157,7 @@ ZVR_API ZvrStatus zvrContextSetParameterByKeyPtr(ZvrContext context, ZvrContextI
       ++ctx->revisions.geometry;
       return;
     }
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     setPointer(ctx->settings, key, pointer);
   });
 }
@@ -164,9 +175,12 @@ ZVR_API ZvrStatus zvrContextSetParameterByKeyString(ZvrContext context, ZvrConte
       return;
     }
     if (key == ZVR_CONTEXT_GPU_INTEGRATOR || key == ZVR_CONTEXT_CPU_INTEGRATOR) {
+      // The integrator lives in the plug-in, which reads it while it renders.
+      call.requireIdle(ctx);
       ctx->setIntegrator(key, text);
       return;
     }
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     setText(ctx->settings, key, text);
   });
 }
@@ -177,6 +191,7 @@ ZVR_API ZvrStatus zvrContextGetInfo(ZvrContext context, ZvrContextInfo key, size
   return call.run([&] {
     const Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     if (!data && !outSize) fail(ZVR_ERROR_INVALID_ARGUMENT, "both data and outSize are null");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     ctx->getInfo(key, size, data, outSize);
   });
 }
@@ -198,6 +213,7 @@ ZVR_API ZvrStatus zvrContextAttachRenderLayer(ZvrContext context, const char* la
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     requireText(layer, "layer");
     if (!*layer) fail(ZVR_ERROR_INVALID_ARGUMENT, "the layer name is empty");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     if (std::find(ctx->renderLayers.begin(), ctx->renderLayers.end(), layer) == ctx->renderLayers.end())
       ctx->renderLayers.push_back(layer);
   });
@@ -210,6 +226,7 @@ ZVR_API ZvrStatus zvrContextDetachRenderLayer(ZvrContext context, const char* la
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     requireText(layer, "layer");
     // Detaching a layer that is not attached leaves nothing to undo; it is not an error.
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     ctx->renderLayers.erase(std::remove(ctx->renderLayers.begin(), ctx->renderLayers.end(), layer), ctx->renderLayers.end());
   });
 }
@@ -219,7 +236,7 @@ ZVR_API ZvrStatus zvrContextSetAOV(ZvrContext context, uint32_t aov, ZvrFrameBuf
   call.handle("context", context).unsignedNumber("aov", aov).handle("frameBuffer", frameBuffer);
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
-    requireIdle(ctx);
+    call.requireIdle(ctx);
     if (!frameBuffer) {
       ctx->aovs.erase(aov);
       return;
@@ -243,6 +260,7 @@ ZVR_API ZvrStatus zvrContextSetAOVindicesLookup(ZvrContext context, uint32_t fir
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     if (count && !table) fail(ZVR_ERROR_INVALID_ARGUMENT, "table is null");
     if (uint64_t(first) + count > (1u << 24)) fail(ZVR_ERROR_INVALID_ARGUMENT, "index range ends past 16777216");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     std::vector<float>& colors = ctx->settings.params.indexColors;
     if (colors.size() < size_t(first + count) * 4) colors.resize(size_t(first + count) * 4, 0.0f);
     std::memcpy(colors.data() + size_t(first) * 4, table, size_t(count) * 4 * sizeof(float));

@@ -77,8 +77,14 @@ ZVR_API ZvrStatus zvrFrameBufferSaveToFile(ZvrFrameBuffer frameBuffer, const cha
   return call.run([&] {
     FrameBuffer* fb = expect<FrameBuffer>(frameBuffer, ZVR_OBJECT_FRAMEBUFFER, "frameBuffer");
     requireText(path, "path");
-    const ContextSettings& settings = fb->context()->settings;
-    saveImage(*fb, path, settings.params.displayGamma, settings.saveFloat32 != 0);
+    float gamma;
+    bool float32;
+    {
+      std::lock_guard<std::mutex> state(fb->context()->stateMutex);
+      gamma = fb->context()->settings.params.displayGamma;
+      float32 = fb->context()->settings.saveFloat32 != 0;
+    }
+    saveImage(*fb, path, gamma, float32);
   });
 }
 
@@ -98,7 +104,12 @@ ZVR_API ZvrStatus zvrFrameBufferSaveToFileEx(ZvrFrameBuffer const* frameBuffers,
       expectSameContext(fb, ctx, argument.c_str());
       list.push_back(fb);
     }
-    saveMultilayerExr(list, path, ctx->settings.saveFloat32 != 0);
+    bool float32;
+    {
+      std::lock_guard<std::mutex> state(ctx->stateMutex);
+      float32 = ctx->settings.saveFloat32 != 0;
+    }
+    saveMultilayerExr(list, path, float32);
   });
 }
 
@@ -134,6 +145,7 @@ ZVR_API ZvrStatus zvrContextAttachPostEffect(ZvrContext context, ZvrPostEffect e
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     PostEffect* e = expect<PostEffect>(effect, ZVR_OBJECT_POST_EFFECT, "effect");
     expectSameContext(e, ctx, "effect");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     if (std::find(ctx->postEffects.begin(), ctx->postEffects.end(), e) != ctx->postEffects.end())
       fail(ZVR_ERROR_INVALID_ARGUMENT, "the post effect is already attached");
     ctx->postEffects.push_back(e);
@@ -146,6 +158,7 @@ ZVR_API ZvrStatus zvrContextDetachPostEffect(ZvrContext context, ZvrPostEffect e
   return call.run([&] {
     Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
     PostEffect* e = expect<PostEffect>(effect, ZVR_OBJECT_POST_EFFECT, "effect");
+    std::lock_guard<std::mutex> state(ctx->stateMutex);
     auto it = std::find(ctx->postEffects.begin(), ctx->postEffects.end(), e);
     if (it == ctx->postEffects.end()) fail(ZVR_ERROR_INVALID_ARGUMENT, "the post effect is not attached");
     ctx->postEffects.erase(it);
@@ -203,6 +216,7 @@ ZVR_API ZvrStatus zvrPostEffectSetParameter1f(ZvrPostEffect effect, const char* 
   return call.run([&] {
     PostEffect* e = expect<PostEffect>(effect, ZVR_OBJECT_POST_EFFECT, "effect");
     requireText(name, "name");
+    std::lock_guard<std::mutex> state(e->context()->stateMutex);
     e->setParameter(name, x);
   });
 }

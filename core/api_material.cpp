@@ -8,9 +8,9 @@ using namespace zvr::core;
 
 namespace {
 
-MaterialNode* editableNode(ZvrMaterialNode node) {
+MaterialNode* editableNode(ApiCall& call, ZvrMaterialNode node) {
   MaterialNode* n = expect<MaterialNode>(node, ZVR_OBJECT_MATERIAL_NODE, "node");
-  requireIdle(n->context());
+  call.requireIdle(n->context());
   ++n->context()->revisions.material;
   return n;
 }
@@ -105,7 +105,7 @@ ZVR_API ZvrStatus zvrMaterialSystemCreateNode(ZvrMaterialSystem system, uint32_t
 ZVR_API ZvrStatus zvrMaterialNodeSetParameter1f(ZvrMaterialNode node, const char* name, float x) {
   ApiCall call("zvrMaterialNodeSetParameter1f", node);
   call.handle("node", node).text("name", name).real("x", x);
-  return call.run([&] { editableNode(node)->setParameter(name, &x, 1); });
+  return call.run([&] { editableNode(call, node)->setParameter(name, &x, 1); });
 }
 
 ZVR_API ZvrStatus zvrMaterialNodeSetParameter3f(ZvrMaterialNode node, const char* name, float x, float y, float z) {
@@ -113,7 +113,7 @@ ZVR_API ZvrStatus zvrMaterialNodeSetParameter3f(ZvrMaterialNode node, const char
   call.handle("node", node).text("name", name).real("x", x).real("y", y).real("z", z);
   return call.run([&] {
     const float values[3] = {x, y, z};
-    editableNode(node)->setParameter(name, values, 3);
+    editableNode(call, node)->setParameter(name, values, 3);
   });
 }
 
@@ -122,21 +122,21 @@ ZVR_API ZvrStatus zvrMaterialNodeSetParameter4f(ZvrMaterialNode node, const char
   call.handle("node", node).text("name", name).real("x", x).real("y", y).real("z", z).real("w", w);
   return call.run([&] {
     const float values[4] = {x, y, z, w};
-    editableNode(node)->setParameter(name, values, 4);
+    editableNode(call, node)->setParameter(name, values, 4);
   });
 }
 
 ZVR_API ZvrStatus zvrMaterialNodeSetParameter1u(ZvrMaterialNode node, const char* name, uint32_t x) {
   ApiCall call("zvrMaterialNodeSetParameter1u", node);
   call.handle("node", node).text("name", name).unsignedNumber("x", x);
-  return call.run([&] { editableNode(node)->setParameterUint(name, x); });
+  return call.run([&] { editableNode(call, node)->setParameterUint(name, x); });
 }
 
 ZVR_API ZvrStatus zvrMaterialNodeSetTexture(ZvrMaterialNode node, const char* slot, ZvrImage image, const ZvrTextureSlot* sampling) {
   ApiCall call("zvrMaterialNodeSetTexture", node);
   call.handle("node", node).text("slot", slot).handle("image", image).handle("sampling", sampling);
   return call.run([&] {
-    MaterialNode* n = editableNode(node);
+    MaterialNode* n = editableNode(call, node);
     Image* img = nullptr;
     if (image) {
       img = expect<Image>(image, ZVR_OBJECT_IMAGE, "image");

@@ -23,8 +23,9 @@ ZVR_API ZvrStatus zvrObjectDelete(void* object) {
   return call.run([&] {
     Object* live = liveObject(object, "object");
     Context* ctx = live->context();
-    requireIdle(ctx);
+    call.requireIdle(ctx);
     if (live->kind() == ZVR_OBJECT_CONTEXT) {
+      call.releaseIdle();  // the lock dies with the context
       ObjectRegistry::instance().remove(ctx);
       delete ctx;
       return;

@@ -10,16 +10,14 @@ ZVR_API ZvrStatus zvrContextRender(ZvrContext context) {
   ApiCall call("zvrContextRender", context);
   call.handle("context", context);
   return call.run([&] {
-    Context* ctx = expect<Context>(context, ZVR_OBJECT_CONTEXT, "context");
-    requireIdle(ctx);
-    renderContext(*ctx);
+    renderContext(*expect<Context>(context, ZVR_OBJECT_CONTEXT, "context"));
   });
 }
 
 ZVR_API ZvrStatus zvrContextAbortRender(ZvrContext context) {
   ApiCall call("zvrContextAbortRender", context);
   call.handle("context", context);
-  return call.run([&] { expect<Context>(context, ZVR_OBJECT_CONTEXT, "context")->abortRequested = true; });
+  return call.run([&] { expect<Context>(context, ZVR_OBJECT_CONTEXT, "context")->requestAbort(); });
 }
 
 }  // extern "C"

@@ -12,9 +12,9 @@ using namespace zvr::core;
 namespace {
 
 template <class T>
-T* objectOf(const void* handle, ZvrObjectType kind, const char* argument) {
+T* objectOf(ApiCall& call, const void* handle, ZvrObjectType kind, const char* argument) {
   T* object = expect<T>(handle, kind, argument);
-  requireIdle(object->context());
+  call.requireIdle(object->context());
   return object;
 }
 
@@ -52,7 +52,7 @@ ZVR_API ZvrStatus zvrContextSetScene(ZvrContext context, ZvrScene scene) {
   ApiCall call("zvrContextSetScene", context);
   call.handle("context", context).handle("scene", scene);
   return call.run([&] {
-    Context* ctx = objectOf<Context>(context, ZVR_OBJECT_CONTEXT, "context");
+    Context* ctx = objectOf<Context>(call, context, ZVR_OBJECT_CONTEXT, "context");
     Scene* target = nullptr;
     if (scene) {
       target = expect<Scene>(scene, ZVR_OBJECT_SCENE, "scene");
@@ -68,7 +68,7 @@ ZVR_API ZvrStatus zvrSceneAttachShape(ZvrScene scene, ZvrShape shape) {
   ApiCall call("zvrSceneAttachShape", scene);
   call.handle("scene", scene).handle("shape", shape);
   return call.run([&] {
-    Scene* s = objectOf<Scene>(scene, ZVR_OBJECT_SCENE, "scene");
+    Scene* s = objectOf<Scene>(call, scene, ZVR_OBJECT_SCENE, "scene");
     Shape* sh = expect<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
     expectSameContext(sh, s->context(), "shape");
     if (std::find(s->shapes.begin(), s->shapes.end(), sh) != s->shapes.end()) return;
@@ -81,7 +81,7 @@ ZVR_API ZvrStatus zvrSceneDetachShape(ZvrScene scene, ZvrShape shape) {
   ApiCall call("zvrSceneDetachShape", scene);
   call.handle("scene", scene).handle("shape", shape);
   return call.run([&] {
-    Scene* s = objectOf<Scene>(scene, ZVR_OBJECT_SCENE, "scene");
+    Scene* s = objectOf<Scene>(call, scene, ZVR_OBJECT_SCENE, "scene");
     Shape* sh = expect<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
     auto it = std::find(s->shapes.begin(), s->shapes.end(), sh);
     if (it == s->shapes.end()) fail(ZVR_ERROR_INVALID_ARGUMENT, "the shape is not attached to this scene");
@@ -94,7 +94,7 @@ ZVR_API ZvrStatus zvrSceneAttachLight(ZvrScene scene, ZvrLight light) {
   ApiCall call("zvrSceneAttachLight", scene);
   call.handle("scene", scene).handle("light", light);
   return call.run([&] {
-    Scene* s = objectOf<Scene>(scene, ZVR_OBJECT_SCENE, "scene");
+    Scene* s = objectOf<Scene>(call, scene, ZVR_OBJECT_SCENE, "scene");
     Light* l = expect<Light>(light, ZVR_OBJECT_LIGHT, "light");
     expectSameContext(l, s->context(), "light");
     if (std::find(s->lights.begin(), s->lights.end(), l) != s->lights.end()) return;
@@ -107,7 +107,7 @@ ZVR_API ZvrStatus zvrSceneDetachLight(ZvrScene scene, ZvrLight light) {
   ApiCall call("zvrSceneDetachLight", scene);
   call.handle("scene", scene).handle("light", light);
   return call.run([&] {
-    Scene* s = objectOf<Scene>(scene, ZVR_OBJECT_SCENE, "scene");
+    Scene* s = objectOf<Scene>(call, scene, ZVR_OBJECT_SCENE, "scene");
     Light* l = expect<Light>(light, ZVR_OBJECT_LIGHT, "light");
     auto it = std::find(s->lights.begin(), s->lights.end(), l);
     if (it == s->lights.end()) fail(ZVR_ERROR_INVALID_ARGUMENT, "the light is not attached to this scene");
@@ -120,7 +120,7 @@ ZVR_API ZvrStatus zvrSceneSetCamera(ZvrScene scene, ZvrCamera camera) {
   ApiCall call("zvrSceneSetCamera", scene);
   call.handle("scene", scene).handle("camera", camera);
   return call.run([&] {
-    Scene* s = objectOf<Scene>(scene, ZVR_OBJECT_SCENE, "scene");
+    Scene* s = objectOf<Scene>(call, scene, ZVR_OBJECT_SCENE, "scene");
     Camera* c = nullptr;
     if (camera) {
       c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
@@ -157,6 +157,8 @@ ZVR_API ZvrStatus zvrCameraGetInfo(ZvrCamera camera, uint32_t key, size_t size, 
   call.handle("camera", camera).unsignedNumber("key", key).unsignedNumber("size", size).handle("data", data);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     getInfoWithCommonKeys(c, key, size, data, outSize, [&] { c->getInfo(key, size, data, outSize); });
   });
 }
@@ -166,6 +168,8 @@ ZVR_API ZvrStatus zvrCameraSetTransform(ZvrCamera camera, int transpose, const f
   call.handle("camera", camera).number("transpose", transpose).matrix("matrix", matrix16);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     c->setTransform(readMatrix(matrix16, transpose, "camera transform"));
   });
 }
@@ -175,6 +179,8 @@ ZVR_API ZvrStatus zvrCameraSetType(ZvrCamera camera, uint32_t type) {
   call.handle("camera", camera).unsignedNumber("type", type);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     if (type > ZVR_CAMERA_ORTHOGRAPHIC)
       fail(ZVR_ERROR_INVALID_ARGUMENT, "camera type " + std::to_string(type) + " is not 0 (perspective) or 1 (orthographic)");
     c->data.type = type;
@@ -186,6 +192,8 @@ ZVR_API ZvrStatus zvrCameraSetFovY(ZvrCamera camera, float radians) {
   call.handle("camera", camera).real("radians", radians);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     if (!(radians > 0 && radians < 3.14159265f))
       fail(ZVR_ERROR_INVALID_ARGUMENT, "field of view " + std::to_string(radians) + " rad is not between 0 and pi");
     c->data.fovY = radians;
@@ -197,6 +205,8 @@ ZVR_API ZvrStatus zvrCameraSetOrthoHeight(ZvrCamera camera, float height) {
   call.handle("camera", camera).real("height", height);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     if (!(height > 0) || !std::isfinite(height))
       fail(ZVR_ERROR_INVALID_ARGUMENT, "orthographic height " + std::to_string(height) + " is not a positive number");
     c->data.orthoHeight = height;
@@ -208,6 +218,8 @@ ZVR_API ZvrStatus zvrCameraSetClipping(ZvrCamera camera, float nearPlane, float 
   call.handle("camera", camera).real("nearPlane", nearPlane).real("farPlane", farPlane);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     if (!(nearPlane >= 0) || !(farPlane > nearPlane))
       fail(ZVR_ERROR_INVALID_ARGUMENT, "clipping planes must satisfy 0 <= near < far");
     c->data.nearPlane = nearPlane;
@@ -220,6 +232,8 @@ ZVR_API ZvrStatus zvrCameraSetMode(ZvrCamera camera, uint32_t mode) {
   call.handle("camera", camera).unsignedNumber("mode", mode);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     if (mode != 0 && mode != 3 && mode != 4 && mode != 7)
       fail(ZVR_ERROR_INVALID_ARGUMENT, "camera mode " + std::to_string(mode) + " is not 0, 3, 4 or 7");
     c->data.mode = mode;
@@ -231,6 +245,8 @@ ZVR_API ZvrStatus zvrCameraSetPostScale(ZvrCamera camera, float scale) {
   call.handle("camera", camera).real("scale", scale);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     if (!(scale > 0) || !std::isfinite(scale))
       fail(ZVR_ERROR_INVALID_ARGUMENT, "post scale " + std::to_string(scale) + " is not a positive number");
     c->data.postScale = scale;
@@ -244,6 +260,8 @@ ZVR_API ZvrStatus zvrCameraLookAt(ZvrCamera camera, float posX, float posY, floa
       .real("atY", atY).real("atZ", atZ).real("upX", upX).real("upY", upY).real("upZ", upZ);
   return call.run([&] {
     Camera* c = expect<Camera>(camera, ZVR_OBJECT_CAMERA, "camera");
+    // Camera changes are allowed during a render and reach the next one.
+    std::lock_guard<std::mutex> state(c->context()->stateMutex);
     const float position[3] = {posX, posY, posZ}, at[3] = {atX, atY, atZ}, up[3] = {upX, upY, upZ};
     c->lookAt(position, at, up);
   });
@@ -299,7 +317,7 @@ ZVR_API ZvrStatus zvrShapeSetTransform(ZvrShape shape, int transpose, const floa
   ApiCall call("zvrShapeSetTransform", shape);
   call.handle("shape", shape).number("transpose", transpose).matrix("matrix", matrix16);
   return call.run([&] {
-    Shape* s = objectOf<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");
     s->transform = readMatrix(matrix16, transpose, "shape transform");
     ++s->context()->revisions.transform;
   });
@@ -309,7 +327,9 @@ ZVR_API ZvrStatus zvrShapeSetVisibility(ZvrShape shape, int visible) {
   ApiCall call("zvrShapeSetVisibility", shape);
   call.handle("shape", shape).number("visible", visible);
   return call.run([&] {
-    Shape* s = objectOf<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    // Allowed while a render runs: the next render call sees it.
+    Shape* s = expect<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    std::lock_guard<std::mutex> state(s->context()->stateMutex);
     s->visible = visible != 0;
     ++s->context()->revisions.transform;
   });
@@ -319,7 +339,7 @@ ZVR_API ZvrStatus zvrShapeSetMaterial(ZvrShape shape, ZvrMaterialNode material) 
   ApiCall call("zvrShapeSetMaterial", shape);
   call.handle("shape", shape).handle("material", material);
   return call.run([&] {
-    Shape* s = objectOf<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");
     MaterialNode* node = nullptr;
     if (material) {
       node = expect<MaterialNode>(material, ZVR_OBJECT_MATERIAL_NODE, "material");
@@ -335,7 +355,7 @@ ZVR_API ZvrStatus zvrShapeSetMaterial(ZvrShape shape, ZvrMaterialNode material) 
     ApiCall call(#function, shape);                                            \
     call.handle("shape", shape).unsignedNumber("id", id);                      \
     return call.run([&] {                                                      \
-      Shape* s = objectOf<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");            \
+      Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");            \
       s->field = id;                                                           \
       ++s->context()->revisions.material;                                      \
     });                                                                        \
@@ -349,7 +369,7 @@ ZVR_API ZvrStatus zvrShapeAddRenderLayer(ZvrShape shape, const char* layer) {
   ApiCall call("zvrShapeAddRenderLayer", shape);
   call.handle("shape", shape).text("layer", layer);
   return call.run([&] {
-    Shape* s = objectOf<Shape>(shape, ZVR_OBJECT_SHAPE, "shape");
+    Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");
     requireText(layer, "layer");
     if (!*layer) fail(ZVR_ERROR_INVALID_ARGUMENT, "the layer name is empty");
     if (std::find(s->layers.begin(), s->layers.end(), layer) == s->layers.end()) s->layers.push_back(layer);
@@ -392,7 +412,7 @@ ZVR_API ZvrStatus zvrLightSetTransform(ZvrLight light, int transpose, const floa
   ApiCall call("zvrLightSetTransform", light);
   call.handle("light", light).number("transpose", transpose).matrix("matrix", matrix16);
   return call.run([&] {
-    Light* l = objectOf<Light>(light, ZVR_OBJECT_LIGHT, "light");
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
     l->data.transform = readMatrix(matrix16, transpose, "light transform");
     ++l->context()->revisions.light;
   });
@@ -402,7 +422,7 @@ ZVR_API ZvrStatus zvrLightSetRadiance(ZvrLight light, float r, float g, float b)
   ApiCall call("zvrLightSetRadiance", light);
   call.handle("light", light).real("r", r).real("g", g).real("b", b);
   return call.run([&] {
-    Light* l = objectOf<Light>(light, ZVR_OBJECT_LIGHT, "light");
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
     for (float v : {r, g, b})
       if (!(v >= 0) || !std::isfinite(v)) fail(ZVR_ERROR_INVALID_ARGUMENT, "radiance components must be finite and not negative");
     l->data.radiance[0] = r;
@@ -416,7 +436,7 @@ ZVR_API ZvrStatus zvrLightSetSpotCone(ZvrLight light, float inner, float outer) 
   ApiCall call("zvrLightSetSpotCone", light);
   call.handle("light", light).real("inner", inner).real("outer", outer);
   return call.run([&] {
-    Light* l = objectOf<Light>(light, ZVR_OBJECT_LIGHT, "light");
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
     requireFinite(inner, "inner cone angle");
     requireFinite(outer, "outer cone angle");
     if (!(inner >= 0 && inner <= outer && outer <= 3.14159265f / 2 + 1e-6f))
@@ -431,7 +451,7 @@ ZVR_API ZvrStatus zvrLightSetImage(ZvrLight light, ZvrImage image) {
   ApiCall call("zvrLightSetImage", light);
   call.handle("light", light).handle("image", image);
   return call.run([&] {
-    Light* l = objectOf<Light>(light, ZVR_OBJECT_LIGHT, "light");
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
     if (l->data.type != zvr::LightType::Environment)
       fail(ZVR_ERROR_INVALID_ARGUMENT, "only an environment light takes an image");
     Image* img = nullptr;
@@ -449,7 +469,7 @@ ZVR_API ZvrStatus zvrLightSetGroup(ZvrLight light, int32_t group) {
   ApiCall call("zvrLightSetGroup", light);
   call.handle("light", light).number("group", group);
   return call.run([&] {
-    Light* l = objectOf<Light>(light, ZVR_OBJECT_LIGHT, "light");
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
     if (group < -1 || group > 15) fail(ZVR_ERROR_INVALID_ARGUMENT, "light group " + std::to_string(group) + " is not -1 to 15");
     l->data.group = group;
     ++l->context()->revisions.light;

@@ -130,6 +130,25 @@ void Context::setLastError(const std::string& text) {
   lastErrorSequence_ = ++gErrorSequence;
 }
 
+void Context::beginRender() {
+  if (rendering.load()) fail(ZVR_ERROR_BUSY, "the context is rendering already; wait until zvrContextRender has returned");
+  abortRequested = false;
+  rendering = true;
+}
+
+void Context::endRender() {
+  std::lock_guard<std::mutex> lock(stateMutex);
+  rendering = false;
+  abortRequested = false;
+}
+
+void Context::requestAbort() {
+  // Under the lock, an abort lands either in the running call or before the next one begins,
+  // which forgets it.
+  std::lock_guard<std::mutex> lock(stateMutex);
+  if (rendering.load()) abortRequested = true;
+}
+
 std::string Context::lastError() const {
   std::lock_guard<std::mutex> lock(errorMutex_);
   std::lock_guard<std::mutex> orphanLock(gOrphanMutex);

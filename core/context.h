@@ -71,6 +71,17 @@ class Context : public Object {
   std::atomic<bool> abortRequested{false};
   std::atomic<bool> rendering{false};
   uint64_t nextSampleIndex = 0;
+  // Held by a render call while it copies what it renders from (settings, layers, the scene's
+  // shapes, lights and camera), and by the calls allowed to change those while a render runs.
+  // Never taken inside a framebuffer's lock.
+  mutable std::mutex stateMutex;
+
+  // Marks the context rendering and forgets an abort made before; ZVR_ERROR_BUSY when a render
+  // call runs already. Called with stateMutex held.
+  void beginRender();
+  void endRender();
+  // Aborts the running render call; does nothing when none runs.
+  void requestAbort();
 
  private:
   void adopt(std::unique_ptr<Object> object);

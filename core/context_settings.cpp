@@ -18,7 +18,7 @@ namespace {
 using UintField = uint32_t& (*)(ContextSettings&);
 using FloatField = float& (*)(ContextSettings&);
 
-enum class Range { Any, Positive, NonNegative, Unit, FilterType, Quality, AtLeastOne, TileSide };
+enum class Range { Any, Positive, NonNegative, Unit, FilterType, Quality, AtLeastOne, TileSide, PreviewBlock, FrameHint };
 
 // Larger tiles buy nothing and overflow the per-tile block arithmetic of the plug-ins.
 constexpr double kLargestTileSide = 65536;
@@ -41,10 +41,10 @@ const StoredKey kStoredKeys[] = {
     {ZVR_CONTEXT_MAX_DEPTH, "max depth", KeyType::Uint, Range::Any, ZVR_U(s.params.maxDepth)},
     {ZVR_CONTEXT_RAY_CAST_EPSILON, "ray cast epsilon", KeyType::Float, Range::NonNegative, ZVR_F(s.params.rayEpsilon)},
     {ZVR_CONTEXT_RADIANCE_CLAMP, "radiance clamp", KeyType::Float, Range::Positive, ZVR_F(s.params.radianceClamp)},
-    {ZVR_CONTEXT_KEY_287, "key 287", KeyType::Uint, Range::Any, ZVR_U(s.key287)},
+    {ZVR_CONTEXT_KEY_287, "preview block side", KeyType::Uint, Range::PreviewBlock, ZVR_U(s.previewBlock)},
     {ZVR_CONTEXT_TEXTURE_GAMMA, "texture gamma", KeyType::Float, Range::Positive, ZVR_F(s.params.textureGamma)},
     {ZVR_CONTEXT_DISPLAY_GAMMA, "display gamma", KeyType::Float, Range::Positive, ZVR_F(s.params.displayGamma)},
-    {ZVR_CONTEXT_FRAMECOUNT, "frame count", KeyType::Uint, Range::Any, ZVR_U(s.params.frameCount)},
+    {ZVR_CONTEXT_FRAMECOUNT, "frame count", KeyType::Uint, Range::FrameHint, ZVR_U(s.frameHint)},
     {ZVR_CONTEXT_MAX_DEPTH_DIFFUSE, "max depth diffuse", KeyType::Uint, Range::Any, ZVR_U(s.params.maxDepthDiffuse)},
     {ZVR_CONTEXT_MAX_DEPTH_GLOSSY, "max depth glossy", KeyType::Uint, Range::Any, ZVR_U(s.params.maxDepthGlossy)},
     {ZVR_CONTEXT_MAX_DEPTH_REFRACTION, "max depth refraction", KeyType::Uint, Range::Any, ZVR_U(s.params.maxDepthRefraction)},
@@ -152,6 +152,11 @@ void checkRange(const StoredKey& k, double value) {
     case Range::Quality: ok = value <= 3; wanted = "0 to 3"; break;
     case Range::AtLeastOne: ok = value >= 1; wanted = "1 or more"; break;
     case Range::TileSide: ok = value >= 0 && value <= kLargestTileSide; wanted = "0 (chosen by the library) to 65536"; break;
+    case Range::PreviewBlock: ok = value <= ZVR_PREVIEW_BLOCK_MAX; wanted = "0 (chosen by the library) to 16"; break;
+    case Range::FrameHint:
+      ok = value == ZVR_FRAMECOUNT_ACCUMULATE || value == ZVR_FRAMECOUNT_PROVISIONAL;
+      wanted = "0 (accumulate) or 2 (provisional picture)";
+      break;
   }
   if (!ok || std::isnan(value))
     fail(ZVR_ERROR_INVALID_ARGUMENT,

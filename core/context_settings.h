@@ -15,7 +15,8 @@ namespace zvr::core {
 struct ContextSettings {
   zvr::RenderParams params;  // what changes the picture; defaults are the library's
   uint32_t iterations = 1;
-  uint32_t key287 = 0;
+  uint32_t previewBlock = 0;  // key 287
+  uint32_t frameHint = ZVR_FRAMECOUNT_ACCUMULATE;  // key 309
   uint32_t saveFloat32 = 0;
   float tileSize[4] = {0, 0, 0, 0};
   std::string ocioConfigPath;

@@ -86,6 +86,21 @@ void FrameBuffer::clear() {
   deepSampleCount_ = 0;
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   iterations_ = 0;
+  provisional_ = false;
+}
+
+bool FrameBuffer::provisional() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return provisional_;
+}
+
+void FrameBuffer::markProvisional() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  provisional_ = true;
+}
+
+void FrameBuffer::discardProvisional() {
+  if (provisional()) clear();
 }
 
 void FrameBuffer::setLightPathExpression(const std::string& expression) {

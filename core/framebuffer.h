@@ -31,6 +31,10 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   size_t valueCount() const { return pixels_.size(); }
 
   void clear();
+  // A provisional picture (frame hint 2) is shown until the next accumulating render discards it.
+  bool provisional() const;
+  void markProvisional();
+  void discardProvisional();
   void setLightPathExpression(const std::string& expression);
   ZvrFramebufferContent content() const;
   // A consistent copy of the pixels with the content kind and iteration count they belong to.
@@ -48,6 +52,7 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   std::vector<float> pixels_;
   ZvrFramebufferContent content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   uint32_t iterations_ = 0;
+  bool provisional_ = false;
   std::string lpe_;
   std::vector<std::vector<DeepSample>> deep_;  // deep framebuffers only, one list per pixel
   uint64_t deepSampleCount_ = 0;

@@ -147,7 +147,6 @@ struct RenderParams {
   uint32_t textureCacheMB = 0;                   // 0: unlimited
   uint32_t normalizeLightIntensity = 0;
   uint32_t renderQuality = 3;
-  uint32_t frameCount = 0;
   std::string cpuIntegrator, gpuIntegrator;
   std::vector<std::string> attachedLayers;       // layers attached to the context
   bool anyLayerAttached = false;
@@ -215,6 +214,9 @@ struct RenderRequest {
   uint32_t iterations = 1;                       // iterations in this call
   uint64_t firstSampleIndex = 0;                 // sample index of the first iteration of this call
   uint32_t width = 0, height = 0;                // of the colour target (all targets share a size)
+  // Side in pixels of the square blocks that share one sample (a cheap provisional picture); 1
+  // renders every pixel.
+  uint32_t previewBlock = 1;
   RenderHost* host = nullptr;
 };
 

@@ -1,6 +1,7 @@
 #include "render_host.h"
 
 #include <chrono>
+#include <mutex>
 
 #include "context.h"
 #include "failure.h"
@@ -12,30 +13,43 @@ namespace {
 
 constexpr uint32_t kColorAov = 0;
 
+// The callbacks as they stood when the call began, so setting them during the call races nothing.
 class CallbackHost : public zvr::RenderHost {
  public:
-  explicit CallbackHost(const Context& context) : context_(context) {}
+  explicit CallbackHost(const Context& context) : context_(context), settings_(context.settings) {}
   void reportProgress(float fraction) override {
-    if (context_.settings.progressCallback) context_.settings.progressCallback(fraction, context_.settings.progressData);
+    if (settings_.progressCallback) settings_.progressCallback(fraction, settings_.progressData);
   }
   void reportUpdateTime(float milliseconds) override {
-    if (context_.settings.updateTimeCallback)
-      context_.settings.updateTimeCallback(milliseconds, context_.settings.updateTimeData);
+    if (settings_.updateTimeCallback) settings_.updateTimeCallback(milliseconds, settings_.updateTimeData);
   }
   void reportFirstIterationTime(float milliseconds) override {
-    if (context_.settings.renderTimeCallback)
-      context_.settings.renderTimeCallback(milliseconds, context_.settings.renderTimeData);
+    if (settings_.renderTimeCallback) settings_.renderTimeCallback(milliseconds, settings_.renderTimeData);
   }
   bool abortRequested() const override { return context_.abortRequested.load(); }
 
  private:
   const Context& context_;
+  const ContextSettings settings_;
 };
 
-struct RenderingFlag {
-  explicit RenderingFlag(Context& context) : context_(context) { context_.rendering = true; }
-  ~RenderingFlag() { context_.rendering = false; }
+// Ends the call's rendering state however the plug-in returns, and leaves the targets of a
+// provisional call marked as such: marking after the plug-in has committed means that a clear
+// made meanwhile cannot turn provisional samples into accumulated ones.
+class RenderScope {
+ public:
+  RenderScope(Context& context, std::unique_lock<std::mutex>& state, std::vector<FrameBuffer*> provisionalTargets)
+      : context_(context), state_(state), provisionalTargets_(std::move(provisionalTargets)) {}
+  ~RenderScope() {
+    if (state_.owns_lock()) state_.unlock();  // a failure while the call was still copying
+    for (FrameBuffer* target : provisionalTargets_) target->markProvisional();
+    context_.endRender();
+  }
+
+ private:
   Context& context_;
+  std::unique_lock<std::mutex>& state_;
+  std::vector<FrameBuffer*> provisionalTargets_;
 };
 
 }  // namespace
@@ -67,6 +81,7 @@ zvr::RenderParams buildRenderParams(const Context& context) {
 
 void renderContext(Context& context) {
   const auto start = std::chrono::steady_clock::now();
+  std::unique_lock<std::mutex> state(context.stateMutex);
   zvr::RenderPlugin* plugin = context.activePlugin();
   if (!plugin) fail(ZVR_ERROR_NO_PLUGIN, "the context has no plug-in to render with");
   if (!context.scene) fail(ZVR_ERROR_INVALID_ARGUMENT, "the context has no scene (zvrContextSetScene)");
@@ -74,9 +89,10 @@ void renderContext(Context& context) {
   auto color = context.aovs.find(kColorAov);
   if (color == context.aovs.end())
     fail(ZVR_ERROR_INVALID_ARGUMENT, "no framebuffer is bound to the colour AOV 0 (zvrContextSetAOV)");
-  const FrameBuffer* colorTarget = color->second;
+  FrameBuffer* colorTarget = color->second;
 
   zvr::RenderRequest request;
+  std::vector<FrameBuffer*> targets;
   for (const auto& [aov, frameBuffer] : context.aovs) {
     if (frameBuffer->width() != colorTarget->width() || frameBuffer->height() != colorTarget->height())
       fail(ZVR_ERROR_INVALID_ARGUMENT, "the framebuffer of AOV " + std::to_string(aov) + " is " +
@@ -84,7 +100,15 @@ void renderContext(Context& context) {
                                            ", the colour framebuffer " + std::to_string(colorTarget->width()) + "x" +
                                            std::to_string(colorTarget->height()) + ": all bound framebuffers must match");
     request.targets.push_back({aov, frameBuffer});
+    targets.push_back(frameBuffer);
   }
+  context.beginRender();
+  // A provisional picture never replaces accumulated samples, and never joins them.
+  const bool provisional = context.settings.frameHint == ZVR_FRAMECOUNT_PROVISIONAL &&
+                           (colorTarget->iterations() == 0 || colorTarget->provisional());
+  RenderScope scope(context, state, provisional ? targets : std::vector<FrameBuffer*>{});
+  if (!provisional)
+    for (FrameBuffer* target : targets) target->discardProvisional();
   const zvr::SceneSnapshot snapshot = buildSnapshot(context);
   const zvr::RenderParams params = buildRenderParams(context);
   CallbackHost host(context);
@@ -94,14 +118,16 @@ void renderContext(Context& context) {
   request.firstSampleIndex = colorTarget->iterations();
   request.width = colorTarget->width();
   request.height = colorTarget->height();
+  request.previewBlock = !provisional ? 1 : context.settings.previewBlock ? context.settings.previewBlock : ZVR_PREVIEW_BLOCK_DEFAULT;
   request.host = &host;
+  const ZvrTimeCallback preparationCallback = context.settings.ignoredTimeCallback;
+  void* const preparationData = context.settings.ignoredTimeData;
+  state.unlock();
 
-  if (context.settings.ignoredTimeCallback) {
+  if (preparationCallback) {
     const float preparation = std::chrono::duration<float, std::milli>(std::chrono::steady_clock::now() - start).count();
-    context.settings.ignoredTimeCallback(preparation, context.settings.ignoredTimeData);
+    preparationCallback(preparation, preparationData);
   }
-  context.abortRequested = false;
-  RenderingFlag busy(context);
   std::string error;
   const int32_t status = plugin->render(request, &error);
   if (status != ZVR_SUCCESS)

@@ -16,6 +16,8 @@ void resolveFrameBuffer(const Context& context, const FrameBuffer& source, Frame
   uint32_t iterations;
   std::vector<float> pixels = source.read(&content, &iterations);
   ImageView view{pixels.data(), source.width(), source.height()};
+  // The effects and the gamma may be changed by another thread while this one resolves.
+  std::lock_guard<std::mutex> state(context.stateMutex);
   for (const PostEffect* effect : context.postEffects) {
     if (dataOnly && !effect->runsOnData()) continue;
     effect->apply(view, context.settings.params.displayGamma);

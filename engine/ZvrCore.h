@@ -88,7 +88,7 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_MAX_DEPTH 283                    /* S,G 1u: longest path in bounces */
 #define ZVR_CONTEXT_RAY_CAST_EPSILON 284             /* S,G 1f: ray offset, relative to the scene size */
 #define ZVR_CONTEXT_RADIANCE_CLAMP 285               /* S,G 1f: largest sample radiance */
-#define ZVR_CONTEXT_KEY_287 287                      /* S,G 1u: accepted and stored */
+#define ZVR_CONTEXT_KEY_287 287                      /* S,G 1u: preview block side, see "provisional pictures" */
 #define ZVR_CONTEXT_TEXTURE_GAMMA 288                /* S,G 1f: gamma of images without a colour space */
 #define ZVR_CONTEXT_DISPLAY_GAMMA 292                /* S,G 1f: gamma of display encoding */
 #define ZVR_CONTEXT_GPU0_NAME 295                    /* G text: device names; fail for absent devices */
@@ -99,7 +99,7 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_GPU5_NAME 301
 #define ZVR_CONTEXT_GPU6_NAME 302
 #define ZVR_CONTEXT_GPU7_NAME 303
-#define ZVR_CONTEXT_FRAMECOUNT 309                   /* S,G 1u: viewer frame hint */
+#define ZVR_CONTEXT_FRAMECOUNT 309                   /* S,G 1u: frame hint, 0 or 2, see "provisional pictures" */
 #define ZVR_CONTEXT_LAST_ERROR_MESSAGE 311           /* G text: the last failure's explanation */
 #define ZVR_CONTEXT_MAX_DEPTH_DIFFUSE 312            /* S,G 1u */
 #define ZVR_CONTEXT_MAX_DEPTH_GLOSSY 313             /* S,G 1u */
@@ -308,9 +308,51 @@ ZVR_API ZvrStatus zvrContextGetInfo(ZvrContext context, ZvrContextInfo key, size
 ZVR_API ZvrStatus zvrContextSetLastError(ZvrContext context, const char* text);
 
 /* ---- rendering ---------------------------------------------------------------------------- */
-/* Renders ZVR_CONTEXT_ITERATIONS iterations of the context's scene into every bound AOV. */
+/* Renders ZVR_CONTEXT_ITERATIONS iterations of the context's scene into every bound AOV.
+ *
+ * Working beside a render. A render call copies what it renders from when it starts: the
+ * parameters, the scene's shapes, lights and camera. While it runs, other threads may
+ *  - resolve and read any framebuffer (zvrContextResolveFrameBuffer, zvrFrameBufferGetInfo,
+ *    zvrFrameBufferSaveToFile), with every plug-in: an iteration reaches a framebuffer whole, under
+ *    the framebuffer's lock, so a read holds a whole number of iterations (never part of one) and the
+ *    iteration count (ZVR_FRAMEBUFFER_ITERATIONS) that goes with it; AOVs are committed one after
+ *    another, so two framebuffers read at the same moment may be one iteration apart;
+ *  - clear a framebuffer (zvrFrameBufferClear): the iterations committed afterwards accumulate anew;
+ *  - set context keys with zvrContextSetParameterByKey1u/1f/4f/Ptr (not the scene key), call
+ *    zvrShapeSetVisibility, zvrCameraLookAt and the other camera setters, attach and detach
+ *    render layers and post effects: these take effect from the next render call, never in the
+ *    one running;
+ *  - call zvrContextAbortRender.
+ * Other scene edits, material edits, deletions, AOV bindings, the plug-in and the integrator keys
+ * fail with ZVR_ERROR_BUSY until the call returns; one that succeeds is whole before a render
+ * call starts copying. A second zvrContextRender on the same context fails with ZVR_ERROR_BUSY
+ * as well.
+ *
+ * Provisional pictures (keys 309 and 287). ZVR_CONTEXT_FRAMECOUNT is a frame hint:
+ *  - 0 (ZVR_FRAMECOUNT_ACCUMULATE, the default): every iteration accumulates into the bound
+ *    framebuffers. A framebuffer that holds a provisional picture is cleared first, so the
+ *    accumulation starts at sample 0 and equals a render from a cleared framebuffer, sample for
+ *    sample: provisional samples never reach an accumulated picture.
+ *  - 2 (ZVR_FRAMECOUNT_PROVISIONAL): when the colour framebuffer is clear or already provisional,
+ *    the call renders a cheap provisional picture for interactive use (the first frames after a
+ *    camera move): one sample per square block of pixels, copied to every pixel of the block
+ *    (with a box filter the block's size), so an iteration costs about 1/side^2 of a full one.
+ *    The bound framebuffers then hold that picture, counted in ZVR_FRAMEBUFFER_ITERATIONS like
+ *    any other and averaged with the provisional iterations before it, until the next call with
+ *    hint 0 discards it. On a colour framebuffer that holds accumulated iterations the hint is
+ *    ignored and the call accumulates as with 0, so an accumulated picture is never degraded.
+ *  Any other value is refused.
+ * ZVR_CONTEXT_KEY_287 is the side in pixels of those blocks: 0 (the default) lets the library
+ * choose (2 today), 1 renders every pixel (the picture is then only provisional: full cost, still
+ * discarded), up to ZVR_PREVIEW_BLOCK_MAX. It changes nothing in a call with frame hint 0. */
+#define ZVR_FRAMECOUNT_ACCUMULATE 0
+#define ZVR_FRAMECOUNT_PROVISIONAL 2
+#define ZVR_PREVIEW_BLOCK_DEFAULT 2
+#define ZVR_PREVIEW_BLOCK_MAX 16
 ZVR_API ZvrStatus zvrContextRender(ZvrContext context);
-/* Makes a running zvrContextRender return after the iteration in flight; safe from any thread. */
+/* Makes the zvrContextRender call running on the context return after the iteration in flight
+ * (with success); the framebuffers then hold whole iterations only. Safe from any thread. With no
+ * render running it does nothing: it is not remembered for the next call. */
 ZVR_API ZvrStatus zvrContextAbortRender(ZvrContext context);
 ZVR_API ZvrStatus zvrContextCreateFrameBuffer(ZvrContext context, ZvrFramebufferFormat format, const ZvrFramebufferDesc* desc,
                                               ZvrFrameBuffer* outFrameBuffer);

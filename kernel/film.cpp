@@ -1,5 +1,7 @@
 #include "film.h"
 
+#include <algorithm>
+
 #include "aov.h"
 
 namespace zvr::kernel {
@@ -84,6 +86,18 @@ void Film::commitAverages() {
     }
     slot.target->averageIteration(avg.data());
   }
+}
+
+void Film::spreadBlocks(uint32_t side) {
+  auto spread = [&](std::vector<float>& data) {
+    for (uint32_t y = 0; y < height_; ++y)
+      for (uint32_t x = 0; x < width_; ++x) {
+        const size_t from = (size_t(y - y % side) * width_ + (x - x % side)) * 4, to = (size_t(y) * width_ + x) * 4;
+        if (from != to) std::copy(&data[from], &data[from] + 4, &data[to]);
+      }
+  };
+  spread(color_);
+  for (auto& slot : slots_) spread(slot.data);
 }
 
 }  // namespace zvr::kernel

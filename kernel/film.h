@@ -15,6 +15,9 @@ class Film {
   void clear();
   // Adds one sample of weight `w` at pixel (x, y).
   void addSample(uint32_t x, uint32_t y, float w, const SampleResult& s);
+  // Copies the first pixel of every `side` x `side` block to the rest of the block (provisional
+  // pictures sample one pixel per block).
+  void spreadBlocks(uint32_t side);
   // Sums (filtered RGB, weight) for progressive plug-ins.
   void commitSums();
   // Per-pixel averages with weight 1, folded into running averages (preview plug-ins).

@@ -164,6 +164,7 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
     auto start = std::chrono::steady_clock::now();
     film.clear();
     renderIteration(request, integrator, request.firstSampleIndex + i, film, arena);
+    if (request.previewBlock > 1) film.spreadBlocks(request.previewBlock);
     if (averagedFramebuffers()) film.commitAverages();
     else film.commitSums();
     writeVariance(request, film);
@@ -182,12 +183,16 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
   constexpr uint32_t kBlock = 4;
   static_assert(kBlock * kBlock == kPacketSize, "a block fills one packet");
   uint32_t w = request.width, h = request.height;
+  // A provisional picture takes one sample per cell of `cell` x `cell` pixels, box-filtered over
+  // the cell and stored at its first pixel; the cells then take the place of pixels below.
+  const uint32_t cell = std::max(1u, request.previewBlock);
+  const uint32_t cellsW = (w + cell - 1) / cell, cellsH = (h + cell - 1) / cell;
   // A tile wider than the image is the image; clamping first keeps huge or infinite sides from
   // wrapping around in 32 bits (a grain of zero would split the range forever).
   auto tileSide = [](float side, uint32_t image) { return side >= 1 ? uint32_t(std::min(side, float(image))) : 32u; };
   uint32_t tileW = tileSide(params.tileSize[0], w), tileH = tileSide(params.tileSize[1], h);
-  uint32_t blocksX = (w + kBlock - 1) / kBlock, blocksY = (h + kBlock - 1) / kBlock;
-  uint32_t grainX = (tileW + kBlock - 1) / kBlock, grainY = (tileH + kBlock - 1) / kBlock;
+  uint32_t blocksX = (cellsW + kBlock - 1) / kBlock, blocksY = (cellsH + kBlock - 1) / kBlock;
+  uint32_t grainX = (std::max(1u, tileW / cell) + kBlock - 1) / kBlock, grainY = (std::max(1u, tileH / cell) + kBlock - 1) / kBlock;
   uint32_t sampleLow = uint32_t(sampleIndex), sampleHigh = uint32_t(sampleIndex >> 32);
   auto body = [&](const tbb::blocked_range2d<uint32_t>& range) {
     FilmPoint points[kPacketSize];
@@ -201,14 +206,20 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
       for (uint32_t bx = range.cols().begin(); bx < range.cols().end(); ++bx) {
         samplers.clear();
         int count = 0;
-        for (uint32_t y = by * kBlock; y < std::min(h, (by + 1) * kBlock); ++y)
-          for (uint32_t x = bx * kBlock; x < std::min(w, (bx + 1) * kBlock); ++x, ++count) {
+        for (uint32_t cy = by * kBlock; cy < std::min(cellsH, (by + 1) * kBlock); ++cy)
+          for (uint32_t cx = bx * kBlock; cx < std::min(cellsW, (bx + 1) * kBlock); ++cx, ++count) {
+            const uint32_t x = cx * cell, y = cy * cell;
             uint32_t seed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, x), y), sampleHigh);
             samplers.emplace_back(seed, sampleLow);
             auto u = samplers.back().get2D();
-            FilterSampler::Sample fs = filter.sample(u.first, u.second);
-            points[count] = {float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy};
-            weights[count] = fs.weight;
+            if (cell == 1) {
+              FilterSampler::Sample fs = filter.sample(u.first, u.second);
+              points[count] = {float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy};
+              weights[count] = fs.weight;
+            } else {
+              points[count] = {float(x) + u.first * float(std::min(cell, w - x)), float(y) + u.second * float(std::min(cell, h - y))};
+              weights[count] = 1;
+            }
             px[count] = x;
             py[count] = y;
           }

@@ -1,0 +1,267 @@
+// What an interactive viewer relies on, with the real plug-ins: a window thread that resolves and
+// reads back, aborts, hides shapes, changes depth limits and moves the camera while a render call
+// runs on another thread; and the provisional pictures of frame hint 2.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZvrCore.h"
+#include "core_test_support.h"
+
+namespace {
+
+constexpr uint32_t kWidth = 40, kHeight = 30;
+constexpr uint32_t kDepthKeys[] = {ZVR_CONTEXT_MAX_DEPTH, ZVR_CONTEXT_MAX_DEPTH_DIFFUSE, ZVR_CONTEXT_MAX_DEPTH_GLOSSY,
+                                   ZVR_CONTEXT_MAX_DEPTH_REFRACTION};
+
+// A white wall and floor lit by a point light, and an emissive card in front of the wall that
+// casts a shadow on it: hiding the card changes what the camera sees, the shadow and the light.
+class Stage {
+ public:
+  explicit Stage(const char* plugin) : context_(ZVR_CREATION_FLAGS_ENABLE_CPU, {zvrRegisterPlugin(plugin)}, kThreads) {
+    ZvrMaterialSystem system = nullptr;
+    EXPECT_EQ(zvrContextCreateMaterialSystem(context_, 0, &system), ZVR_SUCCESS);
+    ZvrMaterialNode white = material(system, 0), glowing = material(system, 6);
+    scene_ = core_test::makeScene(context_, 0, 0.9f);
+    quad({-2, -1, 0, 2, -1, 0, 2, 3, 0, -2, 3, 0}, white);
+    quad({-2, -1, 0, -2, -1, 4, 2, -1, 4, 2, -1, 0}, white);
+    card = quad({-0.6f, 0, 1.5f, 0.6f, 0, 1.5f, 0.6f, 1, 1.5f, -0.6f, 1, 1.5f}, glowing);
+    ZvrLight light = nullptr;
+    EXPECT_EQ(zvrContextCreateLight(context_, ZVR_LIGHT_POINT, &light), ZVR_SUCCESS);
+    const float place[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1.2f, 1.5f, 3.5f, 1};
+    EXPECT_EQ(zvrLightSetTransform(light, 0, place), ZVR_SUCCESS);
+    EXPECT_EQ(zvrLightSetRadiance(light, 12, 12, 12), ZVR_SUCCESS);
+    EXPECT_EQ(zvrSceneAttachLight(scene_.scene, light), ZVR_SUCCESS);
+    lookFrom(0, 0.8f, 5);
+
+    const ZvrFramebufferFormat format{4, ZVR_COMPONENT_TYPE_FLOAT32};
+    const ZvrFramebufferDesc desc{kWidth, kHeight};
+    EXPECT_EQ(zvrContextCreateFrameBuffer(context_, format, &desc, &color), ZVR_SUCCESS);
+    EXPECT_EQ(zvrContextCreateFrameBuffer(context_, format, &desc, &resolved), ZVR_SUCCESS);
+    EXPECT_EQ(zvrContextSetAOV(context_, 0, color), ZVR_SUCCESS);
+    ZvrPostEffect normalize = nullptr;
+    EXPECT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_NORMALIZATION, &normalize), ZVR_SUCCESS);
+    EXPECT_EQ(zvrContextAttachPostEffect(context_, normalize), ZVR_SUCCESS);
+    auto count = [](float, void* data) { ++*static_cast<std::atomic<int>*>(data); };
+    EXPECT_EQ(zvrContextSetParameterByKeyPtr(context_, ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_FUNC, reinterpret_cast<void*>(+count)),
+              ZVR_SUCCESS);
+    EXPECT_EQ(zvrContextSetParameterByKeyPtr(context_, ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_DATA, &progress), ZVR_SUCCESS);
+  }
+
+  ZvrContext context() const { return context_; }
+  void lookFrom(float x, float y, float z) { EXPECT_EQ(zvrCameraLookAt(scene_.camera, x, y, z, 0, 0.8f, 0, 0, 1, 0), ZVR_SUCCESS); }
+  void setDepth(uint32_t depth) {
+    for (uint32_t key : kDepthKeys) EXPECT_EQ(zvrContextSetParameterByKey1u(context_, key, depth), ZVR_SUCCESS);
+  }
+  void set(uint32_t key, uint32_t value) { EXPECT_EQ(zvrContextSetParameterByKey1u(context_, key, value), ZVR_SUCCESS); }
+  // A batch from a cleared picture, resolved as the viewer shows it.
+  std::vector<float> batch(uint32_t iterations) {
+    EXPECT_EQ(zvrFrameBufferClear(color), ZVR_SUCCESS);
+    set(ZVR_CONTEXT_ITERATIONS, iterations);
+    EXPECT_EQ(zvrContextRender(context_), ZVR_SUCCESS) << core_test::lastError(context_);
+    return resolve();
+  }
+  std::vector<float> resolve() {
+    EXPECT_EQ(zvrContextResolveFrameBuffer(context_, color, resolved, 0), ZVR_SUCCESS);
+    return core_test::readPixels(resolved);
+  }
+  uint32_t iterations() const {
+    uint32_t value = 0;
+    EXPECT_EQ(zvrFrameBufferGetInfo(color, ZVR_FRAMEBUFFER_ITERATIONS, sizeof value, &value, nullptr), ZVR_SUCCESS);
+    return value;
+  }
+  void detachCard() { EXPECT_EQ(zvrSceneDetachShape(scene_.scene, card), ZVR_SUCCESS); }
+  void attachCard() { EXPECT_EQ(zvrSceneAttachShape(scene_.scene, card), ZVR_SUCCESS); }
+
+  ZvrFrameBuffer color = nullptr, resolved = nullptr;
+  ZvrShape card = nullptr;
+  std::atomic<int> progress{0};
+
+ private:
+  static constexpr ZvrContextProperties kThreads[] = {ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, 2, 0};
+
+  ZvrMaterialNode material(ZvrMaterialSystem system, float glow) {
+    ZvrMaterialNode node = nullptr;
+    EXPECT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
+    EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, "metallic", 0), ZVR_SUCCESS);
+    EXPECT_EQ(zvrMaterialNodeSetParameter3f(node, "emissive", glow, glow * 0.3f, 0), ZVR_SUCCESS);
+    EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, "double_sided", 1), ZVR_SUCCESS);
+    return node;
+  }
+  ZvrShape quad(std::vector<float> corners, ZvrMaterialNode node) {
+    static const uint32_t indices[6] = {0, 1, 2, 0, 2, 3};
+    ZvrMeshDesc desc{};
+    desc.positions = corners.data();
+    desc.vertexCount = 4;
+    desc.indices = indices;
+    desc.indexCount = 6;
+    ZvrShape shape = nullptr;
+    EXPECT_EQ(zvrContextCreateMesh(context_, &desc, &shape), ZVR_SUCCESS);
+    EXPECT_EQ(zvrShapeSetMaterial(shape, node), ZVR_SUCCESS);
+    EXPECT_EQ(zvrSceneAttachShape(scene_.scene, shape), ZVR_SUCCESS);
+    return shape;
+  }
+
+  core_test::ScopedContext context_;
+  core_test::TestScene scene_;
+};
+
+// Largest difference of two pictures, relative to the brightest value of the first.
+float difference(const std::vector<float>& a, const std::vector<float>& b) {
+  EXPECT_EQ(a.size(), b.size());
+  float largest = 0, brightest = 1e-6f;
+  for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
+    largest = std::max(largest, std::fabs(a[i] - b[i]));
+    brightest = std::max(brightest, std::fabs(a[i]));
+  }
+  return largest / brightest;
+}
+
+// Starts a long render on its own thread, as the viewer's render thread does.
+class RenderThread {
+ public:
+  explicit RenderThread(Stage& stage) : stage_(stage) {
+    stage.set(ZVR_CONTEXT_ITERATIONS, kRequested);
+    stage.progress = 0;
+    thread_ = std::thread([this] { status_ = zvrContextRender(stage_.context()); });
+  }
+  void waitForIterations(int count) const {
+    while (stage_.progress < count) std::this_thread::yield();
+  }
+  ZvrStatus join() {
+    thread_.join();
+    return status_;
+  }
+  static constexpr uint32_t kRequested = 100000;
+
+ private:
+  Stage& stage_;
+  std::thread thread_;
+  ZvrStatus status_ = ZVR_ERROR_INTERNAL;
+};
+
+class HidingDuringARender : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(HidingDuringARender, TheShapeItsShadowAndItsLightAreGoneInTheNextBatch) {
+  Stage stage(GetParam());
+  stage.detachCard();
+  const std::vector<float> without = stage.batch(4);
+  stage.attachCard();
+  const std::vector<float> with = stage.batch(4);
+  ASSERT_GT(difference(without, with), 0.2f) << "the card must matter for the check to mean anything";
+
+  EXPECT_EQ(zvrFrameBufferClear(stage.color), ZVR_SUCCESS);
+  RenderThread render(stage);
+  render.waitForIterations(2);
+  EXPECT_EQ(zvrShapeSetVisibility(stage.card, 0), ZVR_SUCCESS) << core_test::lastError(stage.context());
+  EXPECT_EQ(zvrContextAbortRender(stage.context()), ZVR_SUCCESS);
+  ASSERT_EQ(render.join(), ZVR_SUCCESS);
+  const std::vector<float> aborted = stage.resolve();
+  EXPECT_LT(difference(with, aborted), difference(without, aborted)) << "the running call keeps the scene it started with";
+  EXPECT_LT(difference(without, stage.batch(4)), 1e-4f) << "the next batch renders without the card";
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, HidingDuringARender, ::testing::Values("Velder64.dll", "Quillon64.dll", "Dorrik.dll"));
+
+TEST(QuillonDuringARender, ReadsAreWholeIterationsAndAbortDepthAndCameraWork) {
+  Stage stage("Quillon64.dll");
+  stage.setDepth(1);
+  const std::vector<float> shallow = stage.batch(4);
+  stage.setDepth(8);
+  const std::vector<float> deep = stage.batch(4);
+  ASSERT_GT(difference(deep, shallow), 0.05f) << "bounces must matter for the depth check to mean anything";
+
+  EXPECT_EQ(zvrFrameBufferClear(stage.color), ZVR_SUCCESS);
+  RenderThread render(stage);
+  render.waitForIterations(1);
+  uint32_t previous = 0;
+  bool torn = false, notFinite = false, wentBack = false;
+  for (int read = 0; read < 40; ++read) {
+    const std::vector<float> raw = core_test::readPixels(stage.color);
+    // Gaussian filter importance sampling weighs every sample 1: each pixel's weight counts the
+    // iterations it holds, the same for every pixel unless a read caught half an iteration.
+    const float held = raw[3];
+    for (size_t i = 0; i < raw.size(); ++i) {
+      if (!std::isfinite(raw[i])) notFinite = true;
+      if (i % 4 == 3 && raw[i] != held) torn = true;
+    }
+    if (held < float(previous)) wentBack = true;
+    previous = uint32_t(held);
+    for (float value : stage.resolve())
+      if (!std::isfinite(value)) notFinite = true;
+    if (read == 10) stage.setDepth(1);
+    if (read == 20 || read == 30) {
+      EXPECT_EQ(zvrShapeSetVisibility(stage.card, read == 30), ZVR_SUCCESS);
+    }
+  }
+  EXPECT_EQ(zvrContextAbortRender(stage.context()), ZVR_SUCCESS);
+  ASSERT_EQ(render.join(), ZVR_SUCCESS);
+  EXPECT_FALSE(torn) << "a read held part of an iteration";
+  EXPECT_FALSE(notFinite);
+  EXPECT_FALSE(wentBack);
+  const uint32_t held = stage.iterations();
+  EXPECT_LT(held, RenderThread::kRequested) << "the abort was lost";
+  EXPECT_EQ(core_test::readPixels(stage.color)[3], float(held)) << "whole iterations only after the abort";
+  EXPECT_EQ(zvrContextAbortRender(stage.context()), ZVR_SUCCESS) << "with no render running";
+
+  EXPECT_LT(difference(shallow, stage.batch(4)), 1e-4f) << "depth 1 set during the render holds in the next batch";
+  stage.lookFrom(1.5f, 2, 4);
+  EXPECT_GT(difference(shallow, stage.batch(4)), 0.05f) << "the moved camera renders";
+  stage.lookFrom(0, 0.8f, 5);
+  EXPECT_LT(difference(shallow, stage.batch(4)), 1e-4f);
+}
+
+TEST(ProvisionalPictures, AreCheapBlocksAndNeverReachTheAccumulation) {
+  Stage stage("Velder64.dll");
+  EXPECT_EQ(zvrContextSetParameterByKey1u(stage.context(), ZVR_CONTEXT_FRAMECOUNT, 1), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrContextSetParameterByKey1u(stage.context(), ZVR_CONTEXT_KEY_287, ZVR_PREVIEW_BLOCK_MAX + 1), ZVR_ERROR_INVALID_ARGUMENT);
+  stage.batch(4);
+  const std::vector<float> accumulated = core_test::readPixels(stage.color);
+
+  struct Case {
+    uint32_t block287, side;
+  };
+  for (const Case& c : {Case{0, ZVR_PREVIEW_BLOCK_DEFAULT}, Case{3, 3}}) {
+    SCOPED_TRACE("key 287 = " + std::to_string(c.block287));
+    stage.set(ZVR_CONTEXT_KEY_287, c.block287);
+    stage.set(ZVR_CONTEXT_FRAMECOUNT, ZVR_FRAMECOUNT_PROVISIONAL);
+    stage.batch(1);
+    stage.set(ZVR_CONTEXT_ITERATIONS, 1);
+    ASSERT_EQ(zvrContextRender(stage.context()), ZVR_SUCCESS);
+    EXPECT_EQ(stage.iterations(), 2u) << "provisional iterations average with each other";
+    const std::vector<float> preview = core_test::readPixels(stage.color);
+    size_t copies = 0, distinct = 0;
+    for (uint32_t y = 0; y < kHeight; ++y)
+      for (uint32_t x = 0; x < kWidth; ++x) {
+        const size_t at = (size_t(y) * kWidth + x) * 4, from = (size_t(y - y % c.side) * kWidth + x - x % c.side) * 4;
+        bool same = true;
+        for (int k = 0; k < 4; ++k) same = same && preview[at + k] == preview[from + k];
+        (same ? copies : distinct) += 1;
+      }
+    EXPECT_EQ(distinct, 0u) << "every block repeats its one sample";
+    EXPECT_GT(difference(accumulated, preview), 0.01f);
+
+    stage.set(ZVR_CONTEXT_FRAMECOUNT, ZVR_FRAMECOUNT_ACCUMULATE);
+    stage.set(ZVR_CONTEXT_ITERATIONS, 4);
+    ASSERT_EQ(zvrContextRender(stage.context()), ZVR_SUCCESS);
+    EXPECT_EQ(stage.iterations(), 4u);
+    EXPECT_EQ(core_test::readPixels(stage.color), accumulated) << "the accumulation starts at sample 0, as from a clear";
+  }
+
+  // On accumulated iterations the hint would degrade the picture, so it is ignored.
+  stage.set(ZVR_CONTEXT_FRAMECOUNT, ZVR_FRAMECOUNT_PROVISIONAL);
+  stage.set(ZVR_CONTEXT_ITERATIONS, 1);
+  ASSERT_EQ(zvrContextRender(stage.context()), ZVR_SUCCESS);
+  stage.set(ZVR_CONTEXT_FRAMECOUNT, ZVR_FRAMECOUNT_ACCUMULATE);
+  ASSERT_EQ(zvrContextRender(stage.context()), ZVR_SUCCESS);
+  EXPECT_EQ(stage.iterations(), 6u);
+  Stage plain("Velder64.dll");
+  plain.batch(6);
+  EXPECT_EQ(core_test::readPixels(stage.color), core_test::readPixels(plain.color));
+}
+
+}  // namespace
