@@ -59,7 +59,7 @@ void interactivity(const std::string& folder, X11Session& x11) {
   options.environment = {{"ZVR_TRACE", folder + "/dorrik.trace"}};
   std::remove((folder + "/dorrik.trace").c_str());
   ChildProcess viewer(renderProgramPath(), {kScene, R"({"plugin":"dorrik","width":640,"height":360,)"
-      R"("gui":1,"print.progress":0})"}, options);
+      R"("gui":1,"batchsize":1,"print.progress":0})"}, options);
   if (!x11.findWindow("ZvrsRender", 60.0)) return;
   std::this_thread::sleep_for(std::chrono::seconds(2));
 
