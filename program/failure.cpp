@@ -10,17 +10,21 @@ void printReport(int64_t code, const char* text, const char* file, int line) {
   std::fprintf(stderr, "E%06lld: %s\nfile=%s (%d)\n", static_cast<long long>(code), text, file, line);
 }
 
-[[noreturn]] void stopNow() {
+}  // namespace
+
+void stopProgram() {
   std::fprintf(stderr, "Critical error : the program stops now.\n");
   std::fflush(stdout);
   std::exit(1);
 }
 
-}  // namespace
-
 void checkStatus(int line, const char* file, ZvrStatus status, ZvrContext context, const char* message,
                  int32_t severity) {
-  if (status == 0) return;
+  if (reportFailure(line, file, status, context, message) && severity == Critical) stopProgram();
+}
+
+bool reportFailure(int line, const char* file, ZvrStatus status, ZvrContext context, const char* message) {
+  if (status == 0) return false;
 
   // The results of both queries are ignored on purpose: a failing query leaves an empty text.
   size_t size = 0;
@@ -34,10 +38,12 @@ void checkStatus(int line, const char* file, ZvrStatus status, ZvrContext contex
 
   const int64_t code = status < 0 ? -static_cast<int64_t>(status) : static_cast<int64_t>(status);
   printReport(code, composed, file, line);
-  if (severity == Critical) stopNow();
+  return true;
 }
 
 void fatalError(int code, const char* message, int line, const char* file) {
   printReport(code, message, file, line);
-  stopNow();
+  stopProgram();
 }
+
+void reportError(int code, const char* message, int line, const char* file) { printReport(code, message, file, line); }

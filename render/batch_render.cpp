@@ -24,7 +24,7 @@ uint32_t batchCount(uint32_t batchSize, uint32_t remaining) {
   return batchSize < 1 ? 1u : std::min(batchSize, remaining);
 }
 
-void renderIterations(ZvrContext context, const RenderSettings& settings, ProgressRecord& progress) {
+ZvrStatus renderIterations(ZvrContext context, const RenderSettings& settings, ProgressRecord& progress) {
   const uint32_t iterations = settings.iterations;
   uint32_t done = 0;
   while (done < iterations) {
@@ -38,9 +38,10 @@ void renderIterations(ZvrContext context, const RenderSettings& settings, Progre
     progress.scale = static_cast<float>(count) * 100.0f / static_cast<float>(iterations);
     const ZvrStatus status = zvrContextRender(context);
     if (status == ZVR_ERROR_SHADER_COMPILATION) printShaderCompilationAdvice();
-    CHECK_STATUS(status, context, "ZVR rendering failed.", Critical);
+    RETURN_ON_FAILURE(status, context, "ZVR rendering failed.");
     done += count;
   }
+  return ZVR_SUCCESS;
 }
 
 bool isDorrik(const std::vector<int32_t>& pluginKinds) {
@@ -49,11 +50,13 @@ bool isDorrik(const std::vector<int32_t>& pluginKinds) {
 
 uint32_t resolveFlag(const std::string& name) { return colorSet.count(name) != 0 ? 0u : 1u; }
 
-void saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
-                     std::vector<OutputElement>& elements) {
-  ZvrFrameBuffer shared = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc);
+ZvrStatus saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
+                          std::vector<OutputElement>& elements) {
+  ZvrFrameBuffer shared = nullptr;
+  const ZvrStatus created = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc, &shared);
+  if (created != ZVR_SUCCESS) return created;
   for (OutputElement& element : elements) {
-    CHECK_STATUS(zvrFrameBufferClear(shared), context, "ZVR framebuffer operation failed.", Critical);
+    RETURN_ON_FAILURE(zvrFrameBufferClear(shared), context, "ZVR framebuffer operation failed.");
     CHECK_STATUS(zvrContextResolveFrameBuffer(context, element.framebuffer, shared, resolveFlag(element.name)),
                  context, "ZVR context resolving framebuffer failed.", Warning);
     const bool isColor = element.name == "color";
@@ -64,11 +67,11 @@ void saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext context
       }
       // The preview family's framebuffers already hold final values, so the raw one is saved.
       ZvrFrameBuffer source = isDorrik(pluginKinds) ? element.framebuffer : shared;
-      CHECK_STATUS(SaveOutputImage(context, settings, source, file.c_str(), isColor), context,
-                   "ZVR framebuffer saving failed.", Critical);
+      RETURN_ON_FAILURE(SaveOutputImage(context, settings, source, file.c_str(), isColor), context, "ZVR framebuffer saving failed.");
     }
   }
-  CHECK_STATUS(zvrObjectDelete(shared), context, "ZVR framebuffer deletion failed.", Critical);
+  RETURN_ON_FAILURE(zvrObjectDelete(shared), context, "ZVR framebuffer deletion failed.");
+  return ZVR_SUCCESS;
 }
 
 const std::map<uint32_t, std::string>& cryptoLayerNames() {
@@ -86,8 +89,8 @@ bool hasExrExtension(const std::string& file) {
   return extension == ".exr";
 }
 
-void saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
-                    std::vector<OutputElement>& elements) {
+ZvrStatus saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
+                         std::vector<OutputElement>& elements) {
   std::vector<ZvrFrameBuffer> resolved;
   ZvrFrameBuffer colorBuffer = nullptr;
   for (OutputElement& element : elements) {
@@ -102,18 +105,20 @@ void saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context,
       element.framebuffer = nullptr;
       continue;
     }
-    ZvrFrameBuffer buffer = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc);
-    CHECK_STATUS(zvrFrameBufferClear(buffer), context, "ZVR framebuffer operation failed.", Critical);
+    ZvrFrameBuffer buffer = nullptr;
+    const ZvrStatus created = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc, &buffer);
+    if (created != ZVR_SUCCESS) return created;
+    RETURN_ON_FAILURE(zvrFrameBufferClear(buffer), context, "ZVR framebuffer operation failed.");
     std::string layerName = element.layerName;
     const auto id = aovNameToId.find(element.name);
     if (id != aovNameToId.end()) {
       const auto crypto = cryptoLayerNames().find(id->second);
       if (crypto != cryptoLayerNames().end()) layerName = crypto->second;
     }
-    CHECK_STATUS(zvrObjectSetName(buffer, layerName.c_str()), context, "ZVR framebuffer operation failed.", Critical);
+    RETURN_ON_FAILURE(zvrObjectSetName(buffer, layerName.c_str()), context, "ZVR framebuffer operation failed.");
     CHECK_STATUS(zvrContextResolveFrameBuffer(context, element.framebuffer, buffer, resolveFlag(element.name)),
                  context, "ZVR context resolving framebuffer failed.", Warning);
-    CHECK_STATUS(zvrObjectDelete(element.framebuffer), context, "ZVR framebuffer deletion failed.", Critical);
+    RETURN_ON_FAILURE(zvrObjectDelete(element.framebuffer), context, "ZVR framebuffer deletion failed.");
     element.framebuffer = nullptr;
     if (isColor) colorBuffer = buffer;
     resolved.push_back(buffer);
@@ -131,12 +136,13 @@ void saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context,
       } else {
         status = zvrFrameBufferSaveToFile(colorBuffer, file.c_str());
       }
-      CHECK_STATUS(status, context, "ZVR framebuffer saving failed.", Critical);
+      RETURN_ON_FAILURE(status, context, "ZVR framebuffer saving failed.");
     }
   }
   for (ZvrFrameBuffer buffer : resolved) {
-    CHECK_STATUS(zvrObjectDelete(buffer), context, "ZVR framebuffer deletion failed.", Critical);
+    RETURN_ON_FAILURE(zvrObjectDelete(buffer), context, "ZVR framebuffer deletion failed.");
   }
+  return ZVR_SUCCESS;
 }
 
 bool multilayerRequested(const ConfigDocument& document) {
@@ -146,19 +152,17 @@ bool multilayerRequested(const ConfigDocument& document) {
 
 }  // namespace
 
-void renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
-                   const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
-                   TimingRecord& timing) {
+ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
+                        const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
+                        TimingRecord& timing) {
   timing.stampCount = 1;
   timing.stamps[0] = readHighResolutionCounter();
-  renderIterations(context, settings, progress);
+  const ZvrStatus rendered = renderIterations(context, settings, progress);
+  if (rendered != ZVR_SUCCESS) return rendered;
   timing.stamps[timing.stampCount] = readHighResolutionCounter();
   timing.stampCount = 2;
   if (settings.printProgress) printPercent(100.0f);
 
-  if (multilayerRequested(document)) {
-    saveMultilayer(pluginKinds, context, settings, elements);
-  } else {
-    saveSingleFiles(pluginKinds, context, settings, elements);
-  }
+  if (multilayerRequested(document)) return saveMultilayer(pluginKinds, context, settings, elements);
+  return saveSingleFiles(pluginKinds, context, settings, elements);
 }

@@ -10,6 +10,7 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
-void renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
-                   const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
-                   TimingRecord& timing);
+// A critical failure is reported and returned at once; the caller stops the run.
+ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
+                        const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
+                        TimingRecord& timing);

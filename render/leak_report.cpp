@@ -28,7 +28,7 @@ const char* kindWord(ZvrContextInfo key) {
 
 }  // namespace
 
-void ReportContextLeaks(ZvrContext context) {
+void reportContextLeaks(ZvrContext context) {
   if (context == nullptr) return;
   std::vector<void*> survivors;
   for (ZvrContextInfo key = ZVR_CONTEXT_LIST_CREATED_CAMERAS; key <= ZVR_CONTEXT_LIST_CREATED_LUT; ++key) {

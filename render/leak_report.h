@@ -3,4 +3,4 @@
 
 #include "ZvrCore.h"
 
-void ReportContextLeaks(ZvrContext context);
+void reportContextLeaks(ZvrContext context);

@@ -8,10 +8,12 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
-// Creates and clears a framebuffer; a failure ends the process.
-ZvrFrameBuffer createFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc);
-// The selected elements in the sorted order of the block's keys; unknown names are skipped.
-std::vector<OutputElement> createOutputElements(const ConfigDocument& document, ZvrContext context,
-                                                const RenderSettings& settings);
+// Creates and clears a framebuffer. Like every step here, a failure is reported and returned, and
+// the caller stops the run.
+ZvrStatus createFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc,
+                            ZvrFrameBuffer* framebuffer);
+// Appends the selected elements in the sorted order of the block's keys; unknown names are skipped.
+ZvrStatus createOutputElements(const ConfigDocument& document, ZvrContext context, const RenderSettings& settings,
+                               std::vector<OutputElement>& elements);
 // Installs the colour table of the id AOVs.
 void setIndicesLookup(ZvrContext context);

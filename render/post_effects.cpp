@@ -25,41 +25,34 @@ const char* postEffectTypeName(uint32_t type) {
 namespace {
 
 // Creates and attaches an effect of `type`; a refused creation is passed over in silence.
-void addOwnedEffect(ZvrContext context, uint32_t type, std::vector<PostEffectEntry>& effects) {
+ZvrStatus addOwnedEffect(ZvrContext context, uint32_t type, std::vector<PostEffectEntry>& effects) {
   PostEffectEntry entry;
-  const ZvrStatus created = zvrContextCreatePostEffect(context, type, &entry.handle);
-  if (created != ZVR_SUCCESS) return;
-  CHECK_STATUS(created, context, "ZVR posteffect creation failed.", Critical);
-  CHECK_STATUS(zvrContextAttachPostEffect(context, entry.handle), context, "ZVR posteffect attachment failed.",
-               Critical);
+  if (zvrContextCreatePostEffect(context, type, &entry.handle) != ZVR_SUCCESS) return ZVR_SUCCESS;
+  const ZvrStatus status = zvrContextAttachPostEffect(context, entry.handle);
+  if (REPORT_FAILURE(status, context, "ZVR posteffect attachment failed.")) return status;
   entry.owned = true;
   effects.push_back(entry);
+  return ZVR_SUCCESS;
 }
 
 }  // namespace
 
-std::vector<PostEffectEntry> SetupPostEffects(const ConfigDocument& /*document*/, ZvrContext context,
-                                              const RenderSettings& settings) {
+ZvrStatus setupPostEffects(const ConfigDocument& /*document*/, ZvrContext context, const RenderSettings& settings,
+                           std::vector<PostEffectEntry>& effects) {
   uint32_t count = 0;
-  CHECK_STATUS(zvrContextGetAttachedPostEffectCount(context, &count), context,
-               "ZVR posteffect getting attached posteffect count failed.", Critical);
-  std::vector<PostEffectEntry> effects(count);
+  ZvrStatus status = zvrContextGetAttachedPostEffectCount(context, &count);
+  if (REPORT_FAILURE(status, context, "ZVR posteffect getting attached posteffect count failed.")) return status;
+  effects.assign(count, PostEffectEntry());
   for (uint32_t i = 0; i < count; ++i) {
-    CHECK_STATUS(zvrContextGetAttachedPostEffect(context, i, &effects[i].handle), context,
-                 "ZVR post effect getting attached posteffect failed.", Critical);
+    status = zvrContextGetAttachedPostEffect(context, i, &effects[i].handle);
+    if (REPORT_FAILURE(status, context, "ZVR post effect getting attached posteffect failed.")) return status;
   }
 
   bool toneOrGamma = false;
   bool normalization = false;
   for (const PostEffectEntry& entry : effects) {
-    size_t size = 0;
-    CHECK_STATUS(zvrPostEffectGetInfo(entry.handle, ZVR_POST_EFFECT_TYPE, 0, nullptr, &size), context,
-                 "ZVR posteffect getting type failed.", Critical);
-    std::vector<unsigned char> value(std::max<size_t>(size, sizeof(uint32_t)), 0);
-    CHECK_STATUS(zvrPostEffectGetInfo(entry.handle, ZVR_POST_EFFECT_TYPE, size, value.data(), nullptr), context,
-                 "ZVR posteffect getting type failed.", Critical);
-    uint32_t type = 0;
-    std::memcpy(&type, value.data(), sizeof(type));
+    const uint32_t type = readPostEffectType(entry.handle, status);
+    if (REPORT_FAILURE(status, context, "ZVR posteffect getting type failed.")) return status;
     if (type == ZVR_POST_EFFECT_TONE_MAP || type == ZVR_POST_EFFECT_SIMPLE_TONEMAP ||
         type == ZVR_POST_EFFECT_GAMMA_CORRECTION) {
       toneOrGamma = true;
@@ -67,8 +60,10 @@ std::vector<PostEffectEntry> SetupPostEffects(const ConfigDocument& /*document*/
     if (type == ZVR_POST_EFFECT_NORMALIZATION) normalization = true;
   }
 
-  if (!normalization) addOwnedEffect(context, ZVR_POST_EFFECT_NORMALIZATION, effects);
-  if (toneOrGamma || !settings.gammaGiven) return effects;
-  addOwnedEffect(context, ZVR_POST_EFFECT_GAMMA_CORRECTION, effects);
-  return effects;
+  if (!normalization) {
+    status = addOwnedEffect(context, ZVR_POST_EFFECT_NORMALIZATION, effects);
+    if (status != ZVR_SUCCESS) return status;
+  }
+  if (toneOrGamma || !settings.gammaGiven) return ZVR_SUCCESS;
+  return addOwnedEffect(context, ZVR_POST_EFFECT_GAMMA_CORRECTION, effects);
 }

@@ -9,8 +9,10 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
-std::vector<PostEffectEntry> SetupPostEffects(const ConfigDocument& document, ZvrContext context,
-                                              const RenderSettings& settings);
+// Lists the attached effects into `effects` and adds the missing ones; a failure is reported and
+// returned, and the caller stops the run.
+ZvrStatus setupPostEffects(const ConfigDocument& document, ZvrContext context, const RenderSettings& settings,
+                           std::vector<PostEffectEntry>& effects);
 
 // The type of an attached post effect; `status` receives the library's answer.
 uint32_t readPostEffectType(ZvrPostEffect effect, ZvrStatus& status);

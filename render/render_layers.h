@@ -4,4 +4,5 @@
 #include "ZvrCore.h"
 #include "program/config_document.h"
 
-void ApplyRenderLayers(const ConfigDocument& document, ZvrContext context);
+// A refused layer is reported and returned; the caller stops the run.
+ZvrStatus applyRenderLayers(const ConfigDocument& document, ZvrContext context);

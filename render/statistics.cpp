@@ -82,7 +82,7 @@ void writeVersions(FILE* file, ZvrContext context) {
 
 }  // namespace
 
-void WriteStatistics(const std::string& sceneFile, const ConfigDocument& document, ZvrContext context,
+void writeStatistics(const std::string& sceneFile, const ConfigDocument& document, ZvrContext context,
                      const RenderSettings& settings, const std::vector<std::string>& outputs,
                      const std::vector<OutputElement>& elements, const std::vector<PostEffectEntry>& postEffects,
                      const TimingRecord& timing, float firstIteration) {

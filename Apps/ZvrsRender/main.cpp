@@ -81,23 +81,31 @@ void setUpCamera(ZvrScene scene, const RenderSettings& settings) {
 }
 
 // The output list always wins over an "aovs" entry for color, and a run always has one.
-void bindColorElement(ZvrContext context, const RenderSettings& settings, const std::vector<std::string>& outputs,
-                      std::vector<OutputElement>& elements) {
+ZvrStatus bindColorElement(ZvrContext context, const RenderSettings& settings, const std::vector<std::string>& outputs,
+                           std::vector<OutputElement>& elements) {
   bool found = false;
   for (OutputElement& element : elements) {
     if (element.name != "color") continue;
     element.fileNames = outputs;
     found = true;
   }
-  if (found) return;
+  if (found) return ZVR_SUCCESS;
   OutputElement color;
   color.name = "color";
   color.fileNames = outputs;
-  color.framebuffer = createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc);
+  const ZvrStatus created =
+      createFramebuffer(context, settings.framebufferFormat, settings.framebufferDesc, &color.framebuffer);
+  if (created != ZVR_SUCCESS) return created;
   color.layerName = "color";
   CHECK_STATUS(zvrContextSetAOV(context, 0, color.framebuffer), context, "ZVR context setting color AOV failed.",
                Critical);
   elements.push_back(color);
+  return ZVR_SUCCESS;
+}
+
+// Steps that report their own failure hand the decision to stop back to the driver.
+void stopOnFailure(ZvrStatus status) {
+  if (status != ZVR_SUCCESS) stopProgram();
 }
 
 void tearDown(ZvrContext context, ZvrMaterialSystem materialSystem, ZvrScene scene,
@@ -110,7 +118,7 @@ void tearDown(ZvrContext context, ZvrMaterialSystem materialSystem, ZvrScene sce
   CHECK_STATUS(zvrObjectDelete(materialSystem), context, "Deleting material system failed.", Critical);
   CHECK_STATUS(zvrObjectDelete(scene), context, "Deleting scene failed.", Critical);
   CHECK_STATUS(zvrsDeleteListImportedObjects(nullptr), context, "Deleting zvrs failed.", Critical);
-  ReportContextLeaks(context);
+  reportContextLeaks(context);
   CHECK_STATUS(zvrObjectDelete(context), context, "Deleting context failed.", Critical);
 }
 
@@ -194,10 +202,12 @@ int main(int argc, char** argv) {
   evaluateAnimation(animation, settings.animationTime, 0);
   setUpCamera(scene, settings);
 
-  if (pluginKinds[0] == PluginKindQuillon) ApplyRenderLayers(document, context);
-  std::vector<OutputElement> elements = createOutputElements(document, context, settings);
-  bindColorElement(context, settings, outputs, elements);
-  std::vector<PostEffectEntry> postEffects = SetupPostEffects(document, context, settings);
+  if (pluginKinds[0] == PluginKindQuillon) stopOnFailure(applyRenderLayers(document, context));
+  std::vector<OutputElement> elements;
+  stopOnFailure(createOutputElements(document, context, settings, elements));
+  stopOnFailure(bindColorElement(context, settings, outputs, elements));
+  std::vector<PostEffectEntry> postEffects;
+  stopOnFailure(setupPostEffects(document, context, settings, postEffects));
 
   TimingRecord timing;
   timing.frequency = highResolutionCounterFrequency();
@@ -211,11 +221,11 @@ int main(int argc, char** argv) {
     zvrObjectDelete(viewer->resolvedFramebuffer);
     delete viewer;
   } else {
-    renderBatches(pluginKinds, document, context, settings, elements, *progressRecord, timing);
+    stopOnFailure(renderBatches(pluginKinds, document, context, settings, elements, *progressRecord, timing));
   }
 
   const float firstIteration = renderTimeMs + updateTimeMs;
-  WriteStatistics(commandLine.sceneFile, document, context, settings, outputs, elements, postEffects, timing,
+  writeStatistics(commandLine.sceneFile, document, context, settings, outputs, elements, postEffects, timing,
                   firstIteration);
   if (settings.printResult)
     printTimeSummary(timing, firstIteration, updateTimeMs, renderTimeMs, settings.printMillisec);

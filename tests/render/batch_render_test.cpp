@@ -11,6 +11,12 @@
 
 namespace {
 
+ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {
+  ZvrFrameBuffer framebuffer = nullptr;
+  EXPECT_EQ(createFramebuffer(context, format, desc, &framebuffer), 0);
+  return framebuffer;
+}
+
 class BatchRender : public EngineTest {
  protected:
   void SetUp() override {
@@ -26,14 +32,14 @@ class BatchRender : public EngineTest {
     e.name = name;
     e.fileNames = std::move(files);
     e.layerName = name == "color" ? "color" : name + ".layer";
-    e.framebuffer = createFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
+    e.framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
     EXPECT_EQ(zvrContextSetAOV(context_, aov, e.framebuffer), 0);
     return e;
   }
 
   std::string run(const std::vector<int32_t>& kinds, const char* document, std::vector<OutputElement>& elements) {
     ::testing::internal::CaptureStdout();
-    renderBatches(kinds, parse(document), context_, settings_, elements, progress_, timing_);
+    EXPECT_EQ(renderBatches(kinds, parse(document), context_, settings_, elements, progress_, timing_), 0);
     std::fflush(stdout);
     return ::testing::internal::GetCapturedStdout();
   }
@@ -101,7 +107,7 @@ TEST_F(BatchRender, MultilayerNamesLayersAndChoosesTheWriterByExtension) {
     OutputElement e;
     e.name = crypto;
     e.layerName = "given.exr";
-    e.framebuffer = createFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
+    e.framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
     elements.push_back(e);
   }
   run({1}, R"({"multilayerexr": 1})", elements);

@@ -31,7 +31,7 @@ TEST_F(RenderLayers, ExactlyOneAttachesEverythingElseDetaches) {
   };
   for (const auto& c : cases) {
     std::remove(tracePath_.c_str());
-    ApplyRenderLayers(parse(c.document), context_);
+    applyRenderLayers(parse(c.document), context_);
     const std::vector<std::string> lines = traceOf(std::vector<std::string>{"zvrContextAttachRenderLayer", "zvrContextDetachRenderLayer"});
     ASSERT_EQ(lines.size() * 2, c.calls.size()) << c.label;
     for (size_t i = 0; i < lines.size(); ++i) {
@@ -54,7 +54,7 @@ TEST_F(RenderLayers, WrongTypesThrowTheAssertionText) {
   };
   for (const auto& c : cases) {
     try {
-      ApplyRenderLayers(parse(c.document), context_);
+      applyRenderLayers(parse(c.document), context_);
       ADD_FAILURE() << c.label << ": no exception";
     } catch (const std::runtime_error& error) {
       EXPECT_STREQ(error.what(), c.text) << c.label;
@@ -101,7 +101,8 @@ TEST_F(PostEffects, NormalizationAlwaysGammaOnlyWhenAskedAndMissing) {
     }
     RenderSettings settings;
     settings.gammaGiven = c.gammaGiven;
-    const std::vector<PostEffectEntry> effects = SetupPostEffects(parse("{}"), context, settings);
+    std::vector<PostEffectEntry> effects;
+    ASSERT_EQ(setupPostEffects(parse("{}"), context, settings, effects), 0) << c.label;
     ASSERT_EQ(effects.size(), c.expected.size()) << c.label;
     for (size_t i = 0; i < effects.size(); ++i) {
       EXPECT_EQ(typeOf(effects[i].handle), c.expected[i].type) << c.label << " entry " << i;
@@ -116,7 +117,7 @@ TEST_F(PostEffects, NormalizationAlwaysGammaOnlyWhenAskedAndMissing) {
 
 std::string leakReportOf(ZvrContext context) {
   ::testing::internal::CaptureStdout();
-  ReportContextLeaks(context);
+  reportContextLeaks(context);
   std::fflush(stdout);
   return ::testing::internal::GetCapturedStdout();
 }

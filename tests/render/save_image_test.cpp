@@ -17,6 +17,12 @@
 
 namespace {
 
+ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {
+  ZvrFrameBuffer framebuffer = nullptr;
+  EXPECT_EQ(createFramebuffer(context, format, desc, &framebuffer), 0);
+  return framebuffer;
+}
+
 const float kRadiance[3] = {0.201f, 0.101f, 0.0515f};
 
 class SaveImage : public EngineTest {
@@ -28,11 +34,11 @@ class SaveImage : public EngineTest {
 
     const FramebufferFormat format;
     const FramebufferDesc desc = {4, 2};
-    ZvrFrameBuffer raw = createFramebuffer(context_, format, desc);
+    ZvrFrameBuffer raw = newFramebuffer(context_, format, desc);
     ASSERT_EQ(zvrContextSetAOV(context_, 0, raw), 0);
     ASSERT_EQ(zvrContextSetParameterByKey1u(context_, ZVR_CONTEXT_ITERATIONS, 2), 0);
     ASSERT_EQ(zvrContextRender(context_), 0);
-    resolved_ = createFramebuffer(context_, format, desc);
+    resolved_ = newFramebuffer(context_, format, desc);
     ASSERT_EQ(zvrContextResolveFrameBuffer(context_, raw, resolved_, 0), 0);
   }
 
@@ -133,7 +139,7 @@ TEST_F(SaveImage, BytesOfTheProgramsOwnRoad) {
 TEST_F(SaveImage, LibraryFailureIsReturnedAndNothingWritten) {
   RenderSettings settings;
   settings.postExposure = 2.0f;
-  ZvrFrameBuffer gone = createFramebuffer(context_, FramebufferFormat(), FramebufferDesc{4, 2});
+  ZvrFrameBuffer gone = newFramebuffer(context_, FramebufferFormat(), FramebufferDesc{4, 2});
   ASSERT_EQ(zvrObjectDelete(gone), 0);
   const std::string path = tempFile("never.png");
   EXPECT_NE(SaveOutputImage(context_, settings, gone, path.c_str(), true), 0);

@@ -100,7 +100,7 @@ TEST_F(Statistics, DocumentLineByLine) {
     timing.frequency = 1000;
     timing.stamps[0] = 2000;
     timing.stamps[1] = 4500;
-    WriteStatistics("C:\\scenes\\box.glb", picojson::value(root), context_, settings, {"a.png", "b.exr"}, c.elements,
+    writeStatistics("C:\\scenes\\box.glb", picojson::value(root), context_, settings, {"a.png", "b.exr"}, c.elements,
                     c.effects, timing, 12.5f);
     EXPECT_EQ(masked(path), head + c.body + tail) << c.label;
   }
@@ -117,7 +117,7 @@ TEST_F(Statistics, DefaultFileNameWithoutAStringKey) {
   RenderSettings settings;
   TimingRecord timing;
   timing.frequency = 1;
-  WriteStatistics("s.glb", parse(R"({"output.json": 3})"), context_, settings, {"out.png"}, {}, {}, timing, 0.0f);
+  writeStatistics("s.glb", parse(R"({"output.json": 3})"), context_, settings, {"out.png"}, {}, {}, timing, 0.0f);
   std::ifstream written("out.json");
   std::string first;
   std::getline(written, first);
