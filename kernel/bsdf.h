@@ -22,6 +22,7 @@ struct MaterialSample {
   Vec3 emission{0, 0, 0};
   bool unlit = false;
   bool doubleSided = false;
+  float occlusion = 1;       // share of indirect light that reaches the point (glTF occlusion)
   Vec3 attenuation{0, 0, 0};  // Beer extinction per unit length inside a volume
 };
 

@@ -106,7 +106,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     bool textured = rec.material->textures[kTexEmissive] != nullptr;
     firstTriangleEntry_[s] = int64_t(entries_.size());
     for (uint32_t t = 0; t < rec.triangleCount; ++t) {
-      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured};
+      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured, m.doubleSided};
       const uint32_t* idx = &rec.mesh->indices[3 * t];
       tri.p0 = rec.positions[idx[0]];
       tri.e1 = rec.positions[idx[1]] - tri.p0;
@@ -242,7 +242,9 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       if (dist2 <= 0 || t.area <= 0) return false;
       out.distance = std::sqrt(dist2);
       out.wi = d / out.distance;
-      float cosL = std::fabs(dot(t.normal, out.wi));
+      float facing = -dot(t.normal, out.wi);
+      if (!t.doubleSided && facing <= 0) return false;
+      float cosL = std::fabs(facing);
       if (cosL <= 1e-7f) return false;
       if (t.textured) {
         SurfaceHit hit;

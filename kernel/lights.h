@@ -58,6 +58,7 @@ class LightSet {
     float area;
     Vec3 emission;   // constant emission, used when the material has no emissive texture
     bool textured;
+    bool doubleSided;  // otherwise it emits on the side its normal faces only
   };
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
   float environmentDirectionPdf(const Environment& env, Vec3 dir) const;
