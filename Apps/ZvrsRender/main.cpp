@@ -14,6 +14,7 @@
 #include "command_line.h"
 #include "common.h"
 #include "config_json.h"
+#include "environment_setup.h"
 #include "failure.h"
 #include "help.h"
 #include "interactive_viewer.h"
@@ -182,6 +183,7 @@ int main(int argc, char** argv) {
 
   EvaluateAnimation(settings.animationTime, 0);
   setUpCamera(scene, settings);
+  setUpEnvironment(document, context, scene);
 
   if (pluginKinds[0] == PluginKindQuillon) ApplyRenderLayers(document, context);
   std::vector<OutputElement> elements = createOutputElements(document, context, settings);
