@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "api_call.h"
+#include "image_decode.h"
 #include "info_reply.h"
 #include "mesh_builder.h"
 #include "scene_objects.h"
@@ -113,6 +114,23 @@ ZVR_API ZvrStatus zvrSceneDetachLight(ZvrScene scene, ZvrLight light) {
     if (it == s->lights.end()) fail(ZVR_ERROR_INVALID_ARGUMENT, "the light is not attached to this scene");
     s->lights.erase(it);
     ++s->context()->revisions.light;
+  });
+}
+
+ZVR_API ZvrStatus zvrSceneCreateEnvironmentLight(ZvrScene scene, ZvrLight* outLight) {
+  ApiCall call("zvrSceneCreateEnvironmentLight", scene);
+  call.handle("scene", scene).handle("outLight", outLight);
+  return call.run([&] {
+    Scene* s = objectOf<Scene>(call, scene, ZVR_OBJECT_SCENE, "scene");
+    requireOut(outLight, "outLight");
+    Context* ctx = s->context();
+    Light* previous = s->environment;
+    Light* light = ctx->make<Light>(zvr::LightType::Environment);
+    s->environment = light;
+    if (previous) ctx->destroy(previous);
+    ++ctx->revisions.light;
+    *outLight = light->handle();
+    call.handle("outLight", *outLight);
   });
 }
 
@@ -402,6 +420,8 @@ ZVR_API ZvrStatus zvrLightGetInfo(ZvrLight light, uint32_t key, size_t size, voi
           return replyValue("light type", type, size, data, outSize);
         }
         case ZVR_LIGHT_RADIANCE: return replyBytes("light radiance", l->data.radiance, 12, size, data, outSize);
+        case ZVR_LIGHT_INTENSITY: return replyValue("light intensity", l->intensity, size, data, outSize);
+        case ZVR_LIGHT_ROTATION: return replyValue("light rotation", l->rotationDegrees, size, data, outSize);
       }
       fail(ZVR_ERROR_UNKNOWN_KEY, "light has no info key " + std::to_string(key));
     });
@@ -472,6 +492,44 @@ ZVR_API ZvrStatus zvrLightSetGroup(ZvrLight light, int32_t group) {
     Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
     if (group < -1 || group > 15) fail(ZVR_ERROR_INVALID_ARGUMENT, "light group " + std::to_string(group) + " is not -1 to 15");
     l->data.group = group;
+    ++l->context()->revisions.light;
+  });
+}
+
+ZVR_API ZvrStatus zvrLightSetIntensity(ZvrLight light, float intensity) {
+  ApiCall call("zvrLightSetIntensity", light);
+  call.handle("light", light).real("intensity", intensity);
+  return call.run([&] {
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
+    if (!(intensity >= 0) || !std::isfinite(intensity))
+      fail(ZVR_ERROR_INVALID_ARGUMENT, "light intensity " + std::to_string(intensity) + " is not finite and not negative");
+    l->intensity = intensity;
+    ++l->context()->revisions.light;
+  });
+}
+
+ZVR_API ZvrStatus zvrLightSetRotation(ZvrLight light, float degrees) {
+  ApiCall call("zvrLightSetRotation", light);
+  call.handle("light", light).real("degrees", degrees);
+  return call.run([&] {
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
+    if (l->data.type != zvr::LightType::Environment) fail(ZVR_ERROR_INVALID_ARGUMENT, "only an environment light turns about the up axis");
+    requireFinite(degrees, "rotation");
+    l->rotationDegrees = degrees;
+    ++l->context()->revisions.light;
+  });
+}
+
+ZVR_API ZvrStatus zvrLightSetImagePath(ZvrLight light, const char* path) {
+  ApiCall call("zvrLightSetImagePath", light);
+  call.handle("light", light).text("path", path);
+  return call.run([&] {
+    Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
+    if (l->data.type != zvr::LightType::Environment) fail(ZVR_ERROR_INVALID_ARGUMENT, "only an environment light takes an image");
+    requireText(path, "path");
+    // The pixels belong to the light alone: no image object to outlive or leak.
+    l->data.image = imageFromFile(path, ZVR_IMAGE_COLORSPACE_LINEAR);
+    l->image = nullptr;
     ++l->context()->revisions.light;
   });
 }

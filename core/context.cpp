@@ -49,9 +49,12 @@ void Context::adopt(std::unique_ptr<Object> object) {
 void Context::destroy(Object* object) {
   auto it = std::find_if(objects_.begin(), objects_.end(), [&](const auto& owned) { return owned.get() == object; });
   if (it == objects_.end()) fail(ZVR_ERROR_INVALID_OBJECT, "object is not owned by this context");
+  // A scene takes its own environment light with it.
+  Object* owned = object->kind() == ZVR_OBJECT_SCENE ? static_cast<Scene*>(object)->environment : nullptr;
   ObjectRegistry::instance().remove(object);
   forgetReferences(object);
   objects_.erase(it);
+  if (owned) destroy(owned);
 }
 
 void Context::forgetReferences(Object* dying) {
@@ -69,6 +72,10 @@ void Context::forgetReferences(Object* dying) {
         if (dropFrom(scene->shapes)) ++revisions.geometry;
         if (dropFrom(scene->lights)) ++revisions.light;
         if (static_cast<Object*>(scene->camera) == dying) scene->camera = nullptr;
+        if (static_cast<Object*>(scene->environment) == dying) {
+          scene->environment = nullptr;
+          ++revisions.light;
+        }
         break;
       }
       case ZVR_OBJECT_SHAPE: {

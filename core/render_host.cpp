@@ -60,7 +60,9 @@ zvr::SceneSnapshot buildSnapshot(const Context& context) {
   if (!scene) return snapshot;
   snapshot.shapes.reserve(scene->shapes.size());
   for (const Shape* shape : scene->shapes) snapshot.shapes.push_back(shape->snapshot());
-  for (const Light* light : scene->lights) snapshot.lights.push_back(light->data);
+  for (const Light* light : scene->lights)
+    if (!scene->environment || light->data.type != zvr::LightType::Environment) snapshot.lights.push_back(light->effectiveData());
+  if (scene->environment) snapshot.lights.push_back(scene->environment->effectiveData());
   if (scene->camera) {
     snapshot.camera = scene->camera->data;
     snapshot.hasCamera = true;

@@ -47,4 +47,21 @@ zvr::ShapeData Shape::snapshot() const {
   return data;
 }
 
+zvr::LightData Light::effectiveData() const {
+  zvr::LightData out = data;
+  for (float& c : out.radiance) c *= intensity;
+  if (data.type == zvr::LightType::Environment && rotationDegrees != 0) {
+    // Points map as p * M: turning about +y after the transform is M * R.
+    float a = rotationDegrees * 3.14159265358979f / 180, c = std::cos(a), s = std::sin(a);
+    const float rotation[16] = {c, 0, -s, 0, 0, 1, 0, 0, s, 0, c, 0, 0, 0, 0, 1};
+    for (int r = 0; r < 4; ++r)
+      for (int k = 0; k < 4; ++k) {
+        float sum = 0;
+        for (int j = 0; j < 4; ++j) sum += data.transform.m[r * 4 + j] * rotation[j * 4 + k];
+        out.transform.m[r * 4 + k] = sum;
+      }
+  }
+  return out;
+}
+
 }  // namespace zvr::core

@@ -52,8 +52,11 @@ class Light : public Object {
     data.id = nextDataId();
     data.type = type;
   }
+  // What renders see: radiance times intensity, the environment turned about +y after its transform.
+  zvr::LightData effectiveData() const;
   zvr::LightData data;
   Image* image = nullptr;
+  float intensity = 1, rotationDegrees = 0;
 };
 
 class Camera : public Object {
@@ -73,6 +76,7 @@ class Scene : public Object {
   std::vector<Shape*> shapes;
   std::vector<Light*> lights;
   Camera* camera = nullptr;
+  Light* environment = nullptr;  // the scene's own sky, owned by it; replaces other environment lights
 };
 
 class MaterialSystem : public Object {

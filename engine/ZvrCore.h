@@ -194,6 +194,8 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_LIGHT_TRANSFORM 0x803                    /* 16 floats */
 #define ZVR_LIGHT_TYPE 0x804                         /* uint32 ZvrLightType */
 #define ZVR_LIGHT_RADIANCE 0x805                     /* 3 floats */
+#define ZVR_LIGHT_INTENSITY 0x806                    /* float, multiplies the radiance */
+#define ZVR_LIGHT_ROTATION 0x807                     /* float, degrees about +y (environment) */
 
 #define ZVR_IMAGE_DESC 0x1101                        /* ZvrImageDesc */
 
@@ -399,6 +401,10 @@ ZVR_API ZvrStatus zvrSceneAttachShape(ZvrScene scene, ZvrShape shape);
 ZVR_API ZvrStatus zvrSceneDetachShape(ZvrScene scene, ZvrShape shape);
 ZVR_API ZvrStatus zvrSceneAttachLight(ZvrScene scene, ZvrLight light);
 ZVR_API ZvrStatus zvrSceneDetachLight(ZvrScene scene, ZvrLight light);
+/* Creates the scene's own environment light (radiance 1) and makes it the scene's only sky: while
+ * it lives, every other environment light of the scene (the importer's default one included) is left
+ * out of renders. A second call replaces the first light; it is deleted with the scene. */
+ZVR_API ZvrStatus zvrSceneCreateEnvironmentLight(ZvrScene scene, ZvrLight* outLight);
 ZVR_API ZvrStatus zvrSceneSetCamera(ZvrScene scene, ZvrCamera camera);
 ZVR_API ZvrStatus zvrSceneGetCamera(ZvrScene scene, ZvrCamera* outCamera);
 
@@ -443,6 +449,13 @@ ZVR_API ZvrStatus zvrLightSetSpotCone(ZvrLight light, float inner, float outer);
 ZVR_API ZvrStatus zvrLightSetImage(ZvrLight light, ZvrImage image);
 /* Light group 0..15 for the light.group AOVs; -1 for none. */
 ZVR_API ZvrStatus zvrLightSetGroup(ZvrLight light, int32_t group);
+/* Multiplies the radiance (and an environment's image); 1 by default, finite and not negative. */
+ZVR_API ZvrStatus zvrLightSetIntensity(ZvrLight light, float intensity);
+/* Turns an environment light about the world's up axis (+y) by `degrees`, after its transform. */
+ZVR_API ZvrStatus zvrLightSetRotation(ZvrLight light, float degrees);
+/* Reads the lat-long image of an environment light from a file (HDR, EXR, ...), as linear values;
+ * a file that cannot be read fails with ZVR_ERROR_IO and its name in the last error. */
+ZVR_API ZvrStatus zvrLightSetImagePath(ZvrLight light, const char* path);
 
 /* ---- images ------------------------------------------------------------------------------- */
 /* Copies width x height x numComponents values of the given type. */

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "dielectric_albedo.h"
 #include "microfacet.h"
 #include "microfacet_albedo.h"
 #include "sampling.h"
@@ -138,6 +139,7 @@ void Bsdf::initLayered(const Frame& shading, const Frame& coat, float minRoughne
   diffuseColor_ = m_.baseColor * ((1 - metallic) * (1 - transmission));
 
   float cosO = woLocal_.z;
+  initGlassCompensation(cosO);
   float coatF = m_.clearcoat > 0 ? clamp01(m_.clearcoat) * fresnelDielectric(woCoat_.z, kCoatIor) : 0;
   float maxSheen = clamp01(maxComponent(m_.sheenColor));
   float sheenE = maxSheen > 0 ? maxSheen * sheenAlbedo(cosO, m_.sheenRoughness) : 0;
@@ -147,8 +149,12 @@ void Bsdf::initLayered(const Frame& shading, const Frame& coat, float minRoughne
   float fd = m_.metallic < 1 ? maxComponent(dielectricFresnel(cosO)) : 0;
   weights_[kDiffuseLobe] = luminance(diffuseColor_) * (1 - fd) * baseScale_;
   weights_[kReflectLobe] = maxComponent(reflectance) * baseScale_;
+  // Beyond the critical angle a smooth surface reflects everything, yet tilted microfacets of a
+  // rough one still let light through: the lobe keeps a share so that light is sampled at all.
+  float transmitted = 1 - specular_ * fresnelDielectric(cosO, eta_);
+  if (alpha_ >= kDeltaAlpha) transmitted = std::max(transmitted, 0.25f);
   weights_[kRefractLobe] = transmission > 0 ? (1 - metallic) * transmission * std::max(luminance(m_.baseColor), 1e-3f) *
-                                                  (1 - specular_ * fresnelDielectric(cosO, eta_)) * baseScale_
+                                                  transmitted * baseScale_ * refractScale_
                                             : 0;
   weights_[kCoatLobe] = coatF;
   weights_[kSheenLobe] = sheenE * (1 - coatF);
@@ -160,6 +166,21 @@ void Bsdf::initLayered(const Frame& shading, const Frame& coat, float minRoughne
   // lobe computes, in the same order, so results do not change.
   lambertOnly_ = weights_[kDiffuseLobe] == 1 && specular_ <= 0;
   lambertScale_ = (1 - dielectricReflectance(woLocal_.z)) * baseScale_ * kInvPi;
+}
+
+// A rough interface lets some light bounce between microfacets before it leaves, above or below;
+// single scattering drops it. Dividing the glass's reflection and transmission by the energy they
+// keep towards wo (E(mu_o)) gives it back, so a white rough glass neither darkens nor brightens.
+// The opaque share of the reflection keeps the conductor-style lobe instead.
+void Bsdf::initGlassCompensation(float cosO) {
+  dielectricReflectScale_ = refractScale_ = 1;
+  if (!(m_.transmission > 0) || alpha_ < kDeltaAlpha) return;
+  // A thin wall mirrors the refracted half back into the reflection's geometry: together they
+  // keep exactly the white reflector's albedo.
+  float kept = volume_ ? roughDielectricAlbedo(cosO, alpha_, eta_) : ggxDirectionalAlbedo(cosO, alpha_);
+  if (!(kept > 0)) return;
+  refractScale_ = 1 / kept;
+  dielectricReflectScale_ = 1 + m_.transmission * (refractScale_ - 1);
 }
 
 // Rough reflection loses the light that would bounce between microfacets more than once. The
@@ -185,6 +206,8 @@ void Bsdf::initMultiScatter(float cosO) {
     float fAvg = averageDielectricFresnel(eta_);
     float w = f0_ < 1 ? clamp01((fAvg - f0_) / (1 - f0_)) : 1;
     for (int k = 0; k < 3; ++k) dielectric[k] = multiScatterFresnel((tintedF0_[k] * (1 - w) + w) * specular_, eAvg);
+    // The transmissive share is compensated by scaling instead.
+    dielectric = dielectric * (1 - m_.transmission);
   }
   msColor_ = metal * m_.metallic + dielectric * (1 - m_.metallic);
   msLossO_ = lossO;
@@ -212,7 +235,7 @@ float Bsdf::dielectricReflectance(float cosH) const {
 
 Vec3 Bsdf::reflectFresnel(float cosH) const {
   Vec3 metal = m_.metallic > 0 ? fresnelSchlick(m_.baseColor, cosH) : Vec3(0);
-  return metal * m_.metallic + dielectricFresnel(cosH) * (1 - m_.metallic);
+  return metal * m_.metallic + dielectricFresnel(cosH) * ((1 - m_.metallic) * dielectricReflectScale_);
 }
 
 Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) const {
@@ -255,7 +278,7 @@ Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) 
     }
     case kRefractLobe: {
       if (wi.z >= 0 || alpha_ < kDeltaAlpha) return Vec3(0);
-      Vec3 tint = m_.baseColor * ((1 - m_.metallic) * m_.transmission * baseScale_);
+      Vec3 tint = m_.baseColor * ((1 - m_.metallic) * m_.transmission * baseScale_ * refractScale_);
       if (!volume_) {
         Vec3 mirrored(wi.x, wi.y, -wi.z);
         Vec3 h = normalize(wo + mirrored);

@@ -22,6 +22,7 @@ struct MaterialSample {
   Vec3 emission{0, 0, 0};
   bool unlit = false;
   bool doubleSided = false;
+  float occlusion = 1;       // share of indirect light that reaches the point (glTF occlusion)
   Vec3 attenuation{0, 0, 0};  // Beer extinction per unit length inside a volume
 };
 
@@ -67,6 +68,7 @@ class Bsdf {
   void initLayered(const Frame& shading, const Frame& coat, float minRoughness);
   Vec3 reflectFresnel(float cosH) const;
   void initMultiScatter(float cosO);
+  void initGlassCompensation(float cosO);
   Vec3 dielectricFresnel(float cosH) const;
   float dielectricReflectance(float cosH) const;
   Vec3 evalLobe(int lobe, Vec3 woL, Vec3 wiL, Vec3 woC, Vec3 wiC, float* pdf) const;
@@ -81,6 +83,8 @@ class Bsdf {
   Vec3 msColor_;           // Fresnel tint of the multiply scattered light
   float msLossO_ = 0;      // 1 - E(mu_o): what single scattering loses towards wo
   float msScale_ = 0;      // 1 / (pi (1 - E_avg))
+  float dielectricReflectScale_ = 1;  // rough glass: 1 / E on the transmissive share of the reflection
+  float refractScale_ = 1;            // rough glass: 1 / E on the transmission
   float weights_[kLobeCount] = {};
 };
 

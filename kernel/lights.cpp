@@ -1,9 +1,12 @@
 #include "lights.h"
 
+#include <tbb/parallel_for.h>
+
 namespace zvr::kernel {
 namespace {
 
 constexpr float kInfiniteDistance = 1e30f;
+constexpr uint32_t kMaxTableWidth = 2048;
 
 float srgbDecode(float v) { return v <= 0.04045f ? v / 12.92f : std::pow((v + 0.055f) / 1.055f, 2.4f); }
 
@@ -42,29 +45,40 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
       const ImageData* img = l.image.get();
       if (img && img->width > 0 && img->height > 0 && img->channels > 0 &&
           img->pixels.size() >= size_t(img->width) * img->height * img->channels) {
+        env.image = l.image;
         env.width = img->width;
         env.height = img->height;
-        env.texels.resize(size_t(env.width) * env.height * 3);
-        std::vector<float> weights(size_t(env.width) * env.height);
-        double sum = 0;
-        for (uint32_t y = 0; y < env.height; ++y) {
-          float sinTheta = std::sin(kPi * (y + 0.5f) / env.height);
-          for (uint32_t x = 0; x < env.width; ++x) {
-            size_t i = size_t(y) * env.width + x;
-            const float* p = &img->pixels[i * img->channels];
-            Vec3 c = img->channels >= 3 ? Vec3(p[0], p[1], p[2]) : Vec3(p[0]);
-            if (img->colorSpace == ColorSpace::SRGB) c = Vec3(srgbDecode(c.x), srgbDecode(c.y), srgbDecode(c.z));
-            if (!isFinite(c)) c = Vec3(0);
-            c = Vec3(std::max(0.0f, c.x), std::max(0.0f, c.y), std::max(0.0f, c.z));
-            env.texels[3 * i] = c.x;
-            env.texels[3 * i + 1] = c.y;
-            env.texels[3 * i + 2] = c.z;
-            weights[i] = luminance(c) * sinTheta;
-            sum += luminance(c) * sinTheta;
+        // The sampling table averages blocks of texels beyond 2048 columns: the density stays
+        // exact for what it samples, and a large image sets up in a fraction of the time.
+        uint32_t block = (img->width + kMaxTableWidth - 1) / kMaxTableWidth;
+        uint32_t tableWidth = (img->width + block - 1) / block, tableHeight = (img->height + block - 1) / block;
+        std::vector<Distribution1D> rows(tableHeight);
+        std::vector<double> rowSums(tableHeight, 0.0);
+        tbb::parallel_for(uint32_t(0), tableHeight, [&](uint32_t ty) {
+          float sinTheta = std::sin(kPi * (ty + 0.5f) / tableHeight);
+          std::vector<float> weights(tableWidth, 0.0f);
+          uint32_t y1 = std::min(img->height, (ty + 1) * block);
+          for (uint32_t y = ty * block; y < y1; ++y) {
+            size_t row = size_t(y) * img->width;
+            for (uint32_t tx = 0, x = 0; tx < tableWidth; ++tx) {
+              float w = 0;
+              for (uint32_t x1 = std::min(img->width, x + block); x < x1; ++x) w += luminance(environmentTexel(env, row + x));
+              weights[tx] += w;
+            }
           }
-        }
+          double sum = 0;
+          for (float& w : weights) {
+            w *= sinTheta;
+            sum += w;
+          }
+          rowSums[ty] = sum;
+          rows[ty] = Distribution1D(std::move(weights));
+        });
+        // Rows are added in order, so the total does not depend on the threads.
+        double sum = 0;
+        for (double s : rowSums) sum += s;
         average = float(sum / (double(env.width) * env.height) * kPi / 2);
-        env.distribution = Distribution2D(weights, env.width, env.height);
+        env.distribution = Distribution2D(std::move(rows), tableWidth);
         if (average <= 0) continue;
       }
       environmentEntry_.push_back(entries_.size());
@@ -106,7 +120,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     bool textured = rec.material->textures[kTexEmissive] != nullptr;
     firstTriangleEntry_[s] = int64_t(entries_.size());
     for (uint32_t t = 0; t < rec.triangleCount; ++t) {
-      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured};
+      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured, m.doubleSided};
       const uint32_t* idx = &rec.mesh->indices[3 * t];
       tri.p0 = rec.positions[idx[0]];
       tri.e1 = rec.positions[idx[1]] - tri.p0;
@@ -121,19 +135,27 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
   selection_ = AliasTable(power);
 }
 
+Vec3 LightSet::environmentTexel(const Environment& env, size_t i) {
+  const ImageData& img = *env.image;
+  const float* p = &img.pixels[i * img.channels];
+  Vec3 c = img.channels >= 3 ? Vec3(p[0], p[1], p[2]) : Vec3(p[0]);
+  if (img.colorSpace == ColorSpace::SRGB) c = Vec3(srgbDecode(c.x), srgbDecode(c.y), srgbDecode(c.z));
+  if (!isFinite(c)) return Vec3(0);
+  return Vec3(std::max(0.0f, c.x), std::max(0.0f, c.y), std::max(0.0f, c.z));
+}
+
 Vec3 LightSet::environmentRadiance(const Environment& env, Vec3 dir) const {
-  if (env.texels.empty()) return env.radiance;
+  if (!env.image) return env.radiance;
   Vec3 l(dot(dir, env.rows[0]), dot(dir, env.rows[1]), dot(dir, env.rows[2]));
   float u, v;
   directionToLatLong(normalize(l), u, v);
   uint32_t x = std::min(env.width - 1, uint32_t(std::max(0.0f, u) * env.width));
   uint32_t y = std::min(env.height - 1, uint32_t(std::max(0.0f, v) * env.height));
-  const float* t = &env.texels[3 * (size_t(y) * env.width + x)];
-  return env.radiance * Vec3(t[0], t[1], t[2]);
+  return env.radiance * environmentTexel(env, size_t(y) * env.width + x);
 }
 
 float LightSet::environmentDirectionPdf(const Environment& env, Vec3 dir) const {
-  if (env.texels.empty()) return 1 / (4 * kPi);
+  if (!env.image) return 1 / (4 * kPi);
   Vec3 l = normalize(Vec3(dot(dir, env.rows[0]), dot(dir, env.rows[1]), dot(dir, env.rows[2])));
   float u, v;
   directionToLatLong(l, u, v);
@@ -211,7 +233,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       const Environment& env = environments_[e.index];
       Vec3 world;
       float pdfDir = 0;
-      if (env.texels.empty()) {
+      if (!env.image) {
         world = squareToUniformSphere(u1, u2);
         pdfDir = 1 / (4 * kPi);
       } else {
@@ -242,7 +264,9 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       if (dist2 <= 0 || t.area <= 0) return false;
       out.distance = std::sqrt(dist2);
       out.wi = d / out.distance;
-      float cosL = std::fabs(dot(t.normal, out.wi));
+      float facing = -dot(t.normal, out.wi);
+      if (!t.doubleSided && facing <= 0) return false;
+      float cosL = std::fabs(facing);
       if (cosL <= 1e-7f) return false;
       if (t.textured) {
         SurfaceHit hit;

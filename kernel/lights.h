@@ -50,14 +50,17 @@ class LightSet {
     Vec3 rows[3];                        // world-to-light rotation rows
     Distribution2D distribution;
     uint32_t width = 0, height = 0;
-    std::vector<float> texels;           // linear RGB of the finest level
+    std::shared_ptr<const ImageData> image;  // null: a constant radiance
   };
+  // Linear, finite, non-negative RGB of texel i.
+  static Vec3 environmentTexel(const Environment& env, size_t i);
   struct Triangle {
     uint32_t shape, prim;
     Vec3 p0, e1, e2, normal;
     float area;
     Vec3 emission;   // constant emission, used when the material has no emissive texture
     bool textured;
+    bool doubleSided;  // otherwise it emits on the side its normal faces only
   };
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
   float environmentDirectionPdf(const Environment& env, Vec3 dir) const;

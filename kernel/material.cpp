@@ -100,6 +100,7 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
       s.metallic *= t.z;
     }
     if (rt.emissive) s.emission = surfaceEmission(scene, hit);
+    if (lookup(rt, kTexOcclusion, hit, lodOffset, t)) s.occlusion = clamp01(1 + m.occlusionStrength * (t.x - 1));
     if (lookup(rt, kTexTransmission, hit, lodOffset, t)) s.transmission *= t.x;
     if (lookup(rt, kTexThickness, hit, lodOffset, t)) {
       s.thinWalled = !(m.thickness * t.y > 0);

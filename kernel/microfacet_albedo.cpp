@@ -36,13 +36,17 @@ struct AlbedoTables {
   static float integrate(float cosO, float alpha) {
     Vec3 wo(std::sqrt(std::max(0.0f, 1 - cosO * cosO)), 0, cosO);
     double sum = 0;
-    for (int i = 0; i < kStrata; ++i)
+    for (int i = 0; i < kStrata; ++i) {
+      // The distribution's steep tail lies in a thin rim of the first coordinate: u1 = 1 - (1 - t)^2
+      // spreads it over many strata.
+      float t = (i + 0.5f) / kStrata, u1 = 1 - (1 - t) * (1 - t), jacobian = 2 * (1 - t);
       for (int j = 0; j < kStrata; ++j) {
-        Vec3 h = ggxSampleVisible(wo, alpha, (i + 0.5f) / kStrata, (j + 0.5f) / kStrata);
+        Vec3 h = ggxSampleVisible(wo, alpha, u1, (j + 0.5f) / kStrata);
         Vec3 wi = reflect(wo, h);
         if (wi.z <= 0) continue;
-        sum += ggxG(wo, wi, alpha) / ggxG1(wo, alpha);
+        sum += jacobian * ggxG(wo, wi, alpha) / ggxG1(wo, alpha);
       }
+    }
     return std::min(1.0f, float(sum / (kStrata * kStrata)));
   }
 };

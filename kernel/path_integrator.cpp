@@ -20,6 +20,9 @@ struct PathIntegrator::Path {
   bool alive = false;
   Ray ray;
   Vec3 beta{1};
+  // The throughput for light this vertex finds on emitters directly: beta without the previous
+  // vertex's occlusion, which darkens only light that bounced on the way.
+  Vec3 lightBeta{1};
   bool deltaBounce = true;
   float prevPdf = 0;
   Vec3 prevP;
@@ -207,7 +210,7 @@ void PathIntegrator::shadeMiss(Path& path) const {
     path.out->background += clampContribution(path.beta * le);
   } else if (path.deltaBounce || settings_.mode != IntegratorMode::Preview) {
     float w = path.deltaBounce ? 1.0f : powerHeuristic(path.prevPdf, lights_.environmentPdf(ray.direction));
-    addLight(path, path.beta * le * w, path.depth == 1);
+    addLight(path, path.lightBeta * le * w, path.depth == 1);
   }
 }
 
@@ -225,7 +228,11 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   path.alive = false;  // until a next ray is made
   hit.footprint = path.coneWidth + path.cone * hit.t;
   Vec3 wo = -ray.direction;
-  if (!isBlack(path.sigma)) beta *= exp(-path.sigma * hit.t);
+  if (!isBlack(path.sigma)) {
+    Vec3 absorbed = exp(-path.sigma * hit.t);
+    beta *= absorbed;
+    path.lightBeta *= absorbed;
+  }
 
   ShadedPoint sp;
   evaluateMaterial(scene_, hit, params_.mipLodOffset, sp);
@@ -275,17 +282,18 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   // Light emitted by the surface itself.
   if (mat.unlit) {
     if (depth == 0) out.emission += clampContribution(beta * mat.baseColor);
-    else add(beta * mat.baseColor, depth == 1);
+    else add(path.lightBeta * mat.baseColor, depth == 1);
     return;
   }
-  if (!isBlack(mat.emission)) {
+  // A single-sided material emits from its front face only.
+  if (!isBlack(mat.emission) && (mat.doubleSided || dot(wo, hit.ng) > 0)) {
     if (depth == 0) {
       out.emission += clampContribution(beta * mat.emission);
     } else if (path.deltaBounce || !preview) {
       float w = 1;
       if (!path.deltaBounce)
         w = powerHeuristic(path.prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, path.prevP, hit.p, hit.ng));
-      add(beta * mat.emission * w, depth == 1);
+      add(path.lightBeta * mat.emission * w, depth == 1);
     }
   }
 
@@ -358,7 +366,9 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
 
   if (depth == 0) path.firstCategory = bs.category;
   beta *= bs.weight;
-  if (!isFinite(beta) || isBlack(beta)) return;
+  path.lightBeta = beta;
+  if (mat.occlusion < 1) beta *= mat.occlusion;
+  if (!isFinite(path.lightBeta) || isBlack(path.lightBeta)) return;
   path.deltaBounce = bs.delta;
   path.prevPdf = bs.pdf;
   path.prevP = hit.p;
@@ -369,9 +379,10 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
 
   ++depth;
   if (depth >= kRussianRouletteDepth) {
-    float q = std::max(0.05f, 1 - maxComponent(beta));
+    float q = std::max(0.05f, 1 - maxComponent(path.lightBeta));
     if (sampler.get1D() < q) return;
     beta *= 1 / (1 - q);
+    path.lightBeta *= 1 / (1 - q);
   }
   path.ray = spawn(hit.p, hit.ng, bs.wi);
   path.alive = true;

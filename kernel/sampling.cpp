@@ -1,5 +1,7 @@
 #include "sampling.h"
 
+#include <tbb/parallel_for.h>
+
 namespace zvr::kernel {
 Distribution1D::Distribution1D(std::vector<float> weights) : pdf_(std::move(weights)) {
   cdf_.resize(pdf_.size() + 1);
@@ -11,8 +13,10 @@ Distribution1D::Distribution1D(std::vector<float> weights) : pdf_(std::move(weig
     cdf_[i + 1] = float(sum);
   }
   total_ = float(sum);
-  if (sum > 0)
-    for (auto& c : cdf_) c = float(c / sum);
+  if (sum > 0) {
+    double scale = 1 / sum;
+    for (auto& c : cdf_) c = float(c * scale);
+  }
   size_t n = pdf_.size();
   guide_.resize(n);
   size_t bin = 0;
@@ -99,11 +103,19 @@ AliasTable::AliasTable(const std::vector<float>& weights) : bins_(weights.size()
 Distribution2D::Distribution2D(const std::vector<float>& weights, uint32_t width, uint32_t height)
     : width_(width), height_(height) {
   std::vector<float> marginal(height);
-  rows_.reserve(height);
-  for (uint32_t y = 0; y < height; ++y) {
-    rows_.emplace_back(std::vector<float>(weights.begin() + size_t(y) * width, weights.begin() + size_t(y + 1) * width));
-    marginal[y] = rows_.back().total();
-  }
+  rows_.resize(height);
+  // Rows are independent; a large environment image builds them on all cores.
+  tbb::parallel_for(uint32_t(0), height, [&](uint32_t y) {
+    rows_[y] = Distribution1D(std::vector<float>(weights.begin() + size_t(y) * width, weights.begin() + size_t(y + 1) * width));
+    marginal[y] = rows_[y].total();
+  });
+  marginal_ = Distribution1D(std::move(marginal));
+}
+
+Distribution2D::Distribution2D(std::vector<Distribution1D> rows, uint32_t width)
+    : rows_(std::move(rows)), width_(width), height_(uint32_t(rows_.size())) {
+  std::vector<float> marginal(height_);
+  for (uint32_t y = 0; y < height_; ++y) marginal[y] = rows_[y].total();
   marginal_ = Distribution1D(std::move(marginal));
 }
 

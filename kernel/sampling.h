@@ -211,6 +211,8 @@ class Distribution2D {
  public:
   Distribution2D() = default;
   Distribution2D(const std::vector<float>& weights, uint32_t width, uint32_t height);
+  // Rows built by the caller, each of `width` bins.
+  Distribution2D(std::vector<Distribution1D> rows, uint32_t width);
   bool empty() const { return rows_.empty(); }
   void sample(float u1, float u2, float& u, float& v, float& pdf) const;
   float density(float u, float v) const;

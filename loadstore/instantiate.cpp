@@ -206,7 +206,18 @@ class Instantiator {
       check(zvrSceneSetCamera(scene_, camera), what);
       result_->cameras.push_back(camera);
     }
-    if (!sceneHasLightOrEmission(d_)) {
+    if (d_.environment.present) {
+      // Owned by the scene and deleted with it: not one of the imported objects to delete.
+      const Environment& e = d_.environment;
+      const std::string what = "creating the scene's environment";
+      ZvrLight light = nullptr;
+      check(zvrSceneCreateEnvironmentLight(scene_, &light), what);
+      check(zvrObjectSetName(light, "environment"), what);
+      check(zvrLightSetRadiance(light, e.color[0], e.color[1], e.color[2]), what);
+      check(zvrLightSetIntensity(light, e.intensity), what);
+      check(zvrLightSetRotation(light, e.rotation), what);
+      if (e.image >= 0) check(zvrLightSetImage(light, image(e.image, false)), what);
+    } else if (!sceneHasLightOrEmission(d_)) {
       const std::string what = "creating an environment light for a scene without light";
       ZvrLight light = nullptr;
       check(zvrContextCreateLight(context_, ZVR_LIGHT_ENVIRONMENT, &light), what);

@@ -112,6 +112,16 @@ struct Light {
   float innerCone = 0.f, outerCone = 0.7853982f;
 };
 
+// The scene's own sky (the XML document carries it; glTF has none): a constant colour, or a
+// lat-long image times the colour.
+struct Environment {
+  bool present = false;
+  std::array<float, 3> color{1.f, 1.f, 1.f};
+  float intensity = 1.f;
+  float rotation = 0.f;  // degrees about +y
+  int image = -1;        // index into the images, linear values; -1 for a constant colour
+};
+
 // Linear keys only: readers convert STEP and CUBICSPLINE before they store a channel.
 struct AnimationChannel {
   uint32_t animationIndex = 0;
@@ -140,6 +150,7 @@ struct SceneDescription {
   std::vector<Image> images;
   std::vector<Camera> cameras;
   std::vector<Light> lights;
+  Environment environment;
   std::vector<AnimationChannel> animations;
   OcioConfig ocio;
 };

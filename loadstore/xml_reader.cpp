@@ -32,6 +32,7 @@ class XmlReader {
     for (pugi::xml_node n : root.child("meshes").children("mesh")) readMesh(n);
     for (pugi::xml_node n : root.child("cameras").children("camera")) readCamera(n);
     for (pugi::xml_node n : root.child("lights").children("light")) readLight(n);
+    if (pugi::xml_node n = root.child("environment")) readEnvironment(n);
     for (pugi::xml_node n : root.child("nodes").children("node")) readNode(n);
     for (pugi::xml_node n : root.child("animations").children("channel")) readChannel(n);
     if (pugi::xml_node ocio = root.child("ocio")) readOcio(ocio);
@@ -208,6 +209,15 @@ class XmlReader {
     c.zfar = number(n, "zfar", c.zfar);
     if (!c.orthographic && (c.yfov <= 0.f || c.yfov >= 3.14159f)) fail(where(n) + " has a field of view outside (0, pi)");
     scene_.cameras.push_back(c);
+  }
+
+  void readEnvironment(pugi::xml_node n) {
+    Environment& e = scene_.environment;
+    e.present = true;
+    list(n, "color", &e.color);
+    e.intensity = number(n, "intensity", e.intensity);
+    e.rotation = number(n, "rotation", e.rotation);
+    e.image = index(n, "image", int(scene_.images.size()));
   }
 
   void readLight(pugi::xml_node n) {

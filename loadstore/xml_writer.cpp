@@ -148,6 +148,13 @@ std::string writeSceneXml(const SceneDescription& scene) {
     setFloat(n, "innerCone", l.innerCone);
     setFloat(n, "outerCone", l.outerCone);
   }
+  if (scene.environment.present) {
+    pugi::xml_node n = root.append_child("environment");
+    n.append_attribute("color") = listText(scene.environment.color).c_str();
+    setFloat(n, "intensity", scene.environment.intensity);
+    setFloat(n, "rotation", scene.environment.rotation);
+    n.append_attribute("image") = scene.environment.image;
+  }
   pugi::xml_node nodes = root.append_child("nodes");
   for (const Node& node : scene.nodes) writeNode(nodes, node);
   pugi::xml_node animations = root.append_child("animations");

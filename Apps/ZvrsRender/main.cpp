@@ -14,6 +14,7 @@
 #include "callbacks.h"
 #include "command_line.h"
 #include "common.h"
+#include "environment_setup.h"
 #include "program/config_json.h"
 #include "program/failure.h"
 #include "help.h"
@@ -201,6 +202,7 @@ int main(int argc, char** argv) {
 
   evaluateAnimation(animation, settings.animationTime, 0);
   setUpCamera(scene, settings);
+  setUpEnvironment(document, context, scene);
 
   if (pluginKinds[0] == PluginKindQuillon) stopOnFailure(applyRenderLayers(document, context));
   std::vector<OutputElement> elements;

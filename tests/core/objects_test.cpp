@@ -193,6 +193,38 @@ TEST(CoreObjects, TransformsTakeBothLayouts) {
   EXPECT_EQ(m[13], 8);
 }
 
+// The scene's own sky: one at a time, gone with the scene, its settings checked and read back.
+TEST(CoreObjects, SceneEnvironmentLightIsOwnedByTheScene) {
+  ScopedContext context;
+  ZvrScene scene = nullptr;
+  ASSERT_EQ(zvrContextCreateScene(context, &scene), ZVR_SUCCESS);
+  ZvrLight first = nullptr, second = nullptr;
+  ASSERT_EQ(zvrSceneCreateEnvironmentLight(scene, &first), ZVR_SUCCESS);
+  ASSERT_EQ(zvrSceneCreateEnvironmentLight(scene, &second), ZVR_SUCCESS);
+  EXPECT_EQ(listed(context, ZVR_CONTEXT_LIST_CREATED_LIGHTS), std::vector<ZvrObject>{second}) << "the second replaces the first";
+
+  EXPECT_EQ(zvrLightSetIntensity(second, -1), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_NE(lastError(context).find("light intensity -1"), std::string::npos) << lastError(context);
+  ASSERT_EQ(zvrLightSetIntensity(second, 2.5f), ZVR_SUCCESS);
+  ASSERT_EQ(zvrLightSetRotation(second, -30), ZVR_SUCCESS);
+  float intensity = 0, rotation = 0;
+  ASSERT_EQ(zvrLightGetInfo(second, ZVR_LIGHT_INTENSITY, sizeof intensity, &intensity, nullptr), ZVR_SUCCESS);
+  ASSERT_EQ(zvrLightGetInfo(second, ZVR_LIGHT_ROTATION, sizeof rotation, &rotation, nullptr), ZVR_SUCCESS);
+  EXPECT_EQ(intensity, 2.5f);
+  EXPECT_EQ(rotation, -30.0f);
+  EXPECT_EQ(zvrLightSetImagePath(second, "/nonexistent/sky.exr"), ZVR_ERROR_IO);
+  EXPECT_NE(lastError(context).find("/nonexistent/sky.exr"), std::string::npos) << lastError(context);
+
+  ZvrLight point = nullptr;
+  ASSERT_EQ(zvrContextCreateLight(context, ZVR_LIGHT_POINT, &point), ZVR_SUCCESS);
+  EXPECT_EQ(zvrLightSetRotation(point, 10), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrLightSetImagePath(point, "sky.hdr"), ZVR_ERROR_INVALID_ARGUMENT);
+
+  ASSERT_EQ(zvrObjectDelete(scene), ZVR_SUCCESS);
+  EXPECT_EQ(listed(context, ZVR_CONTEXT_LIST_CREATED_LIGHTS), std::vector<ZvrObject>{point}) << "the sky goes with its scene";
+  EXPECT_EQ(zvrObjectDelete(point), ZVR_SUCCESS);
+}
+
 TEST(CoreObjects, CameraLookAtIsReadBackAsPositionTargetAndUp) {
   ScopedContext context;
   ZvrCamera camera = nullptr;

@@ -232,6 +232,35 @@ TEST(MultipleScattering, AlbedoTablesMatchDirectQuadrature) {
   EXPECT_LT(ggxAverageAlbedo(1.0f), ggxAverageAlbedo(0.25f));
 }
 
+// Rough glass, thick or thin, from outside and inside: reflection and transmission together return
+// all the light they receive, however much bounces between microfacets on the way.
+TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
+  Frame frame(Vec3(0, 0, 1));
+  for (bool thin : {false, true})
+    for (float roughness : {0.3f, 0.6f, 1.0f})
+      for (float cosO : {0.9f, 0.4f, 0.1f, -0.9f, -0.4f}) {
+        SCOPED_TRACE(::testing::Message() << (thin ? "thin" : "thick") << " roughness " << roughness << " cos " << cosO);
+        MaterialSample m = makeMaterial(0, roughness, 1, thin);
+        m.baseColor = Vec3(1);
+        Vec3 wo = directionFromAngles(cosO, 0.4f);
+        Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
+        std::mt19937 rng(23);
+        std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+        constexpr int n = 200000;
+        double sum = 0, sumSq = 0;
+        for (int i = 0; i < n; ++i) {
+          BsdfSample s;
+          if (!bsdf.sample(uni(rng), uni(rng), uni(rng), s)) continue;
+          float eta = cosO > 0 ? m.ior : 1 / m.ior;
+          double energy = s.weight.x * (s.transmitted && !thin ? eta * eta : 1.0f);
+          sum += energy;
+          sumSq += energy * energy;
+        }
+        double mean = sum / n, sd = std::sqrt(std::max(0.0, sumSq / n - mean * mean) / n);
+        EXPECT_NEAR(mean, 1.0, 0.003 + 4 * sd);
+      }
+}
+
 // Smooth lobes: a white dielectric splits energy exactly between reflection and refraction.
 TEST(SmoothDielectric, ReflectionAndRefractionConserveEnergy) {
   MaterialSample m = makeMaterial(0, 0, 1, false);

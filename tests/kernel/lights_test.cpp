@@ -90,6 +90,7 @@ TEST(EmissiveTriangles, SampleDensityMatchesTheMisDensity) {
   SceneSnapshot snap;
   auto lamp = test::diffuseMaterial(0, 0, 0);
   lamp->emissive[0] = lamp->emissive[1] = lamp->emissive[2] = 3;
+  lamp->doubleSided = true;  // the quad turns its back to the reference point
   Matrix4 m = test::translation(0.2f, 2, -0.1f);
   snap.shapes.push_back(test::shape(1, test::makeQuad(0.5f), lamp, m));
   snap.shapes.push_back(test::shape(2, test::makeSphere(0.3f, 8, 4), lamp, test::translation(1, 1, 1)));

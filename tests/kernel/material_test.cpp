@@ -171,6 +171,78 @@ TEST(Surface, NormalMapTiltsTheShadingNormal) {
   EXPECT_NEAR(ng[1], 1, 1e-6f) << "the geometric normal stays";
 }
 
+// Turned upside down (facing -y) and lifted to height y.
+Matrix4 facingDown(float y) {
+  Matrix4 m;
+  m.m[5] = m.m[10] = -1;
+  m.m[13] = y;
+  return m;
+}
+
+// The occlusion texture (0.25 here) darkens light that reached the floor from the ceiling, not
+// the point light's own.
+TEST(Surface, OcclusionDarkensIndirectLightOnly) {
+  auto render = [](bool occluded) {
+    auto floor = diffuseMaterial(1, 1, 1);
+    if (occluded) {
+      auto img = std::make_shared<ImageData>();
+      img->id = 31;
+      img->width = img->height = 1;
+      img->channels = 1;
+      img->pixels = {0.5f};
+      floor->occlusionTexture.image = img;
+      floor->occlusionStrength = 1.5f;  // 1 + 1.5 (0.5 - 1)
+    }
+    SceneSnapshot scene;
+    scene.shapes.push_back(shape(1, makeQuad(3), floor));
+    scene.shapes.push_back(shape(2, makeQuad(3), diffuseMaterial(1, 1, 1), facingDown(1.5f)));
+    scene.lights.push_back(pointLight(0, 1, 0, 1));
+    scene.hasCamera = true;
+    scene.camera.type = 1;
+    scene.camera.orthoHeight = 0.5f;
+    scene.camera.transform = lookAt(0, 1.2f, 0, 0, 0, 0);
+    RenderParams params;
+    params.maxDepth = 2;
+    velder::VelderPlugin plugin;
+    return renderWith(plugin, scene, params, 8, 8, 512,
+                      {kernel::kAovDirectIllumination, kernel::kAovIndirectIllumination});
+  };
+  RenderOutput plain = render(false), occluded = render(true);
+  ASSERT_EQ(occluded.status, 0) << occluded.error;
+  float direct = meanChannel(plain.image(0), 0), indirect = meanChannel(plain.image(1), 0);
+  ASSERT_GT(indirect, 0.05f * direct) << "the ceiling must send light back";
+  EXPECT_NEAR(meanChannel(occluded.image(0), 0), direct, 0.01f * direct);
+  EXPECT_NEAR(meanChannel(occluded.image(1), 0), 0.25f * indirect, 0.05f * indirect);
+}
+
+// A single-sided emitter shines from its front only, seen or sampled; a double-sided one from both.
+TEST(Surface, EmissionIsOneSidedUnlessDoubleSided) {
+  for (bool doubleSided : {false, true}) {
+    SCOPED_TRACE(doubleSided ? "double-sided" : "single-sided");
+    auto glow = diffuseMaterial(0, 0, 0);
+    glow->emissive[0] = glow->emissive[1] = glow->emissive[2] = 2;
+    glow->doubleSided = doubleSided;
+    RenderParams params;
+    params.imageFilterType = 0;
+    velder::VelderPlugin plugin;
+    // Seen from behind.
+    SceneSnapshot back = quadUnderSky(glow);
+    back.lights.clear();
+    back.shapes[0].transform = facingDown(0);
+    EXPECT_NEAR(meanChannel(renderWith(plugin, back, params, 4, 4, 2, {kAovColor}).image(), 0), doubleSided ? 2.0f : 0.0f,
+                1e-5f);
+    // A panel facing up lights the floor below it only with its back.
+    SceneSnapshot lit = quadUnderSky(diffuseMaterial(1, 1, 1), makeQuad(3));
+    lit.lights.clear();
+    lit.shapes.push_back(shape(2, makeQuad(0.5f), glow, translation(0, 1, 0)));
+    lit.camera.transform = lookAt(0, 0.5f, 0, 0, 0, 0);
+    lit.camera.orthoHeight = 0.2f;
+    float floor = meanChannel(renderWith(plugin, lit, params, 4, 4, 64, {kAovColor}).image(), 0);
+    if (doubleSided) EXPECT_GT(floor, 0.1f);
+    else EXPECT_EQ(floor, 0.0f);
+  }
+}
+
 TEST(Volume, BeerAbsorptionDarkensThickerGlass) {
   // A glass slab seen from above against a white sky: transmittance exp(-sigma * thickness).
   auto glass = std::make_shared<MaterialData>();

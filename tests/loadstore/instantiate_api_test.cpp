@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 
 #include "api_fixture.h"
 #include "scene_catalog.h"
@@ -63,6 +65,40 @@ TEST_F(InstantiateApi, PunctualLightsCarryColourTimesIntensity) {
     }
   }
   EXPECT_EQ(matched, defs.size());
+}
+
+// An XML document's environment becomes the scene's own sky in place of the default one, and an
+// export of that document carries it on.
+TEST_F(InstantiateApi, XmlEnvironmentReplacesTheDefaultSkyAndIsExportedAgain) {
+  const std::string folder = scratchDir() + "/xml_environment";
+  std::filesystem::create_directories(folder);
+  const std::string plain = folder + "/box.xml", lit = folder + "/box_lit.xml", again = folder + "/again.xml";
+  ASSERT_EQ(zvrsExportToXML((kScenes + "Box/Box.glb").c_str(), plain.c_str()), 0);
+  std::vector<uint8_t> bytes = fileBytes(plain);
+  std::string text(bytes.begin(), bytes.end());
+  const size_t at = text.find("<nodes");
+  ASSERT_NE(at, std::string::npos);
+  text.insert(at, "<environment color=\"0.2 0.5 0.8\" intensity=\"2\" rotation=\"30\" image=\"-1\" />\n  ");
+  std::ofstream(lit) << text;
+
+  ASSERT_EQ(zvrsImport(lit.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+  const auto lights = liveObjects(ZVR_CONTEXT_LIST_CREATED_LIGHTS);
+  ASSERT_EQ(lights.size(), 1u) << "the document's sky takes the default one's place";
+  float radiance[3], intensity = 0, rotation = 0;
+  ASSERT_EQ(zvrLightGetInfo(lights[0], ZVR_LIGHT_RADIANCE, sizeof radiance, radiance, nullptr), 0);
+  ASSERT_EQ(zvrLightGetInfo(lights[0], ZVR_LIGHT_INTENSITY, sizeof intensity, &intensity, nullptr), 0);
+  ASSERT_EQ(zvrLightGetInfo(lights[0], ZVR_LIGHT_ROTATION, sizeof rotation, &rotation, nullptr), 0);
+  EXPECT_EQ(std::vector<float>(radiance, radiance + 3), (std::vector<float>{0.2f, 0.5f, 0.8f}));
+  EXPECT_EQ(intensity, 2.0f);
+  EXPECT_EQ(rotation, 30.0f);
+
+  ASSERT_EQ(zvrsExportToXML(lit.c_str(), again.c_str()), 0);
+  bytes = fileBytes(again);
+  const std::string exported(bytes.begin(), bytes.end());
+  // Floats are written with the digits that read back exactly.
+  EXPECT_NE(exported.find("<environment color=\"0.200000003 0.5 0.800000012\" intensity=\"2\" rotation=\"30\""),
+            std::string::npos)
+      << exported.substr(0, 2000);
 }
 
 TEST_F(InstantiateApi, TexturesAreSharedPerColourSpaceAndMaterialsCarryTheirFactors) {
