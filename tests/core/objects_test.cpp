@@ -88,7 +88,8 @@ TEST(CoreObjects, DeadForeignAndWrongKindHandlesAreRefused) {
   EXPECT_EQ(zvrContextCreateScene(scene, &scene), ZVR_ERROR_INVALID_OBJECT);
 
   ZvrContext other = nullptr;
-  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &other), ZVR_SUCCESS);
+  const int32_t plugin = core_test::testPluginId();
+  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &other), ZVR_SUCCESS);
   ZvrShape foreign = core_test::makeTriangle(other);
   EXPECT_EQ(zvrSceneAttachShape(scene, foreign), ZVR_ERROR_INVALID_OBJECT);
   EXPECT_NE(lastError(context).find("belongs to another context"), std::string::npos);
