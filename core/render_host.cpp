@@ -12,24 +12,28 @@ namespace {
 
 constexpr uint32_t kColorAov = 0;
 
+// The update and first-iteration times describe the way to the first picture, so only the first
+// render call into cleared framebuffers reports them; later calls would overwrite them with the
+// times of a batch that continues the picture.
 class CallbackHost : public zvr::RenderHost {
  public:
-  explicit CallbackHost(const Context& context) : context_(context) {}
+  CallbackHost(const Context& context, bool firstPicture) : context_(context), firstPicture_(firstPicture) {}
   void reportProgress(float fraction) override {
     if (context_.settings.progressCallback) context_.settings.progressCallback(fraction, context_.settings.progressData);
   }
   void reportUpdateTime(float milliseconds) override {
-    if (context_.settings.updateTimeCallback)
+    if (firstPicture_ && context_.settings.updateTimeCallback)
       context_.settings.updateTimeCallback(milliseconds, context_.settings.updateTimeData);
   }
   void reportFirstIterationTime(float milliseconds) override {
-    if (context_.settings.renderTimeCallback)
+    if (firstPicture_ && context_.settings.renderTimeCallback)
       context_.settings.renderTimeCallback(milliseconds, context_.settings.renderTimeData);
   }
   bool abortRequested() const override { return context_.abortRequested.load(); }
 
  private:
   const Context& context_;
+  const bool firstPicture_;
 };
 
 struct RenderingFlag {
@@ -87,7 +91,7 @@ void renderContext(Context& context) {
   }
   const zvr::SceneSnapshot snapshot = buildSnapshot(context);
   const zvr::RenderParams params = buildRenderParams(context);
-  CallbackHost host(context);
+  CallbackHost host(context, colorTarget->iterations() == 0);
   request.scene = &snapshot;
   request.params = &params;
   request.iterations = context.settings.iterations;

@@ -111,8 +111,12 @@ TEST_F(CoreRender, IterationsAccumulateAcrossCallsWithCallbacksInOrder) {
   ASSERT_EQ(zvrContextRender(context), ZVR_SUCCESS) << lastError(context);
   EXPECT_EQ(log.events, (std::vector<std::string>{"ignored", "update 1.5", "first 2.5", "progress 0.25", "progress 0.50",
                                                   "progress 0.75", "progress 1.00"}));
+  log.events.clear();
   ASSERT_EQ(zvrContextRender(context), ZVR_SUCCESS);
   EXPECT_EQ(pluginReport().firstSampleIndex, 4u) << "the second call continues the sample sequence";
+  EXPECT_EQ(log.events, (std::vector<std::string>{"ignored", "progress 0.25", "progress 0.50", "progress 0.75",
+                                                  "progress 1.00"}))
+      << "a call that continues the picture keeps the first picture's update and first-iteration times";
   uint32_t iterations = 0;
   ASSERT_EQ(zvrFrameBufferGetInfo(color, ZVR_FRAMEBUFFER_ITERATIONS, 4, &iterations, nullptr), ZVR_SUCCESS);
   EXPECT_EQ(iterations, 8u);
@@ -123,8 +127,11 @@ TEST_F(CoreRender, IterationsAccumulateAcrossCallsWithCallbacksInOrder) {
   EXPECT_FLOAT_EQ(pixels[2], 8 * 0.5f);
   EXPECT_EQ(pixels[3], 8);
   ASSERT_EQ(zvrFrameBufferClear(color), ZVR_SUCCESS);
+  log.events.clear();
   ASSERT_EQ(zvrContextRender(context), ZVR_SUCCESS);
   EXPECT_EQ(pluginReport().firstSampleIndex, 0u) << "a cleared framebuffer starts the sequence again";
+  EXPECT_EQ(log.events.at(1), "update 1.5");
+  EXPECT_EQ(log.events.at(2), "first 2.5");
 }
 
 TEST_F(CoreRender, AbortFromAnotherThreadLeavesWholeIterationsAndReadsAreConsistent) {
