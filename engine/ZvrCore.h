@@ -77,7 +77,7 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CREATION_FLAGS_ENABLE_DEBUG 0x80000000u
 
 /* ---- creation properties ------------------------------------------------------------------- */
-#define ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT 310        /* worker thread count */
+#define ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT 310        /* worker thread count; a count above the machine's hardware threads is lowered to them */
 #define ZVR_CONTEXT_CREATEPROP_KEY_338 338                 /* accepted, value 3 */
 #define ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH 414 /* address of a path text */
 
