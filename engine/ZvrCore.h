@@ -293,7 +293,7 @@ typedef void (*ZvrTimeCallback)(float milliseconds, void* data);
 /* ---- plug-ins and contexts ------------------------------------------------------------------ */
 /* Loads a render plug-in by file path or by short name (see the plug-in search rules); -1 on failure. */
 ZVR_API int32_t zvrRegisterPlugin(const char* pluginName);
-/* Creates a context over registered plug-ins; the first becomes active. */
+/* Creates a context over one or more registered plug-ins (a count of 0 is refused); the first becomes active. */
 ZVR_API ZvrStatus zvrCreateContext(uint32_t apiVersion, const int32_t* pluginIds, size_t pluginCount, uint32_t creationFlags,
                                    const ZvrContextProperties* properties, const char* cacheLocation, ZvrContext* outContext);
 /* Makes one of the context's plug-ins the one that renders. */
