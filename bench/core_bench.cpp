@@ -14,7 +14,10 @@ namespace {
 
 struct Context {
   ZvrContext handle = nullptr;
-  Context() { zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &handle); }
+  Context() {
+    const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
+    zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &handle);
+  }
   ~Context() { zvrObjectDelete(handle); }
 };
 

@@ -87,7 +87,8 @@ Measurement measure(const char* path) {
     ZvrContext context = nullptr;
     ZvrMaterialSystem system = nullptr;
     ZvrScene scene = nullptr;
-    if (zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context) == 0 &&
+    const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
+    if (zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context) == 0 &&
         zvrContextCreateMaterialSystem(context, 0, &system) == 0) {
       const auto start = std::chrono::steady_clock::now();
       m.ok = !path || zvrsImport(path, context, system, &scene, 0, nullptr) == 0;

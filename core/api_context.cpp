@@ -84,7 +84,8 @@ ZVR_API ZvrStatus zvrCreateContext(uint32_t apiVersion, const int32_t* pluginIds
       fail(ZVR_ERROR_INVALID_API_VERSION, "API version 0x" + std::to_string(apiVersion) + " is not this library's");
     if (creationFlags & ~kKnownCreationFlags)
       fail(ZVR_ERROR_INVALID_ARGUMENT, "unknown creation flag bits");
-    if (pluginCount && !pluginIds) fail(ZVR_ERROR_INVALID_ARGUMENT, "pluginIds is null");
+    if (pluginCount == 0) fail(ZVR_ERROR_INVALID_ARGUMENT, "pluginCount is 0: a context renders with at least one plug-in");
+    if (!pluginIds) fail(ZVR_ERROR_INVALID_ARGUMENT, "pluginIds is null");
     const uint32_t threads = readCreationProperties(properties);
     std::vector<PluginSlot> plugins;
     for (size_t i = 0; i < pluginCount; ++i) {

@@ -4,8 +4,12 @@
 #include <OpenImageIO/imageio.h>
 
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <vector>
 
 #include "failure.h"
+#include "png_check.h"
 #include "scene_objects.h"
 
 namespace zvr::core {
@@ -93,6 +97,22 @@ void checkImageSize(uint64_t width, uint64_t height, ZvrStatus status, const std
                                          " pixels is more than the 16384 x 16384 an image may hold");
 }
 
+// libpng inside OpenImageIO prints its complaints; a trial decode finds them first and keeps them.
+void checkPngDecodes(const unsigned char* bytes, size_t size, const std::string& what) {
+  const PngCheck check = checkPng(bytes, size, kLargestImagePixels);
+  checkImageSize(check.width, check.height, ZVR_ERROR_IO, what);
+  if (!check.decoded) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + check.messages);
+}
+
+void checkPngFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  char signature[4] = {};
+  if (!file.read(signature, 4) || std::memcmp(signature, "\x89PNG", 4) != 0) return;
+  file.seekg(0);
+  const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  checkPngDecodes(bytes.data(), bytes.size(), path);
+}
+
 std::shared_ptr<const zvr::ImageData> readAll(OIIO::ImageInput& input, const std::string& what, uint32_t colorSpace) {
   const OIIO::ImageSpec& spec = input.spec();
   if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0)
@@ -148,6 +168,7 @@ std::shared_ptr<const zvr::ImageData> imageFromPixels(const ZvrImageDesc& desc, 
 
 std::shared_ptr<const zvr::ImageData> imageFromFile(const std::string& path, uint32_t colorSpace) {
   checkColorSpace(colorSpace);
+  checkPngFile(path);
   auto input = OIIO::ImageInput::open(path);
   if (!input) fail(ZVR_ERROR_IO, path + ": cannot be read as an image: " + OIIO::geterror());
   return readAll(*input, path, colorSpace);
@@ -159,9 +180,10 @@ std::shared_ptr<const zvr::ImageData> imageFromMemory(const void* bytes, size_t 
   const char* name = nameForSignature(static_cast<const unsigned char*>(bytes), size);
   if (!name) fail(ZVR_ERROR_IO, "encoded image in memory (" + std::to_string(size) + " bytes) has no known file signature");
   checkComplete(static_cast<const unsigned char*>(bytes), size, name);
+  const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";
+  if (std::strcmp(name, "memory.png") == 0) checkPngDecodes(static_cast<const unsigned char*>(bytes), size, what);
   OIIO::Filesystem::IOMemReader reader(bytes, size);
   auto input = OIIO::ImageInput::open(name, nullptr, &reader);
-  const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";
   if (!input) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + OIIO::geterror());
   return readAll(*input, what, colorSpace);
 }

@@ -14,23 +14,30 @@ namespace {
 constexpr uint32_t kColorAov = 0;
 
 // The callbacks as they stood when the call began, so setting them during the call races nothing.
+// The update and first-iteration times describe the way to the first picture, so only the first
+// render call into cleared framebuffers reports them; later calls would overwrite them with the
+// times of a batch that continues the picture.
 class CallbackHost : public zvr::RenderHost {
  public:
-  explicit CallbackHost(const Context& context) : context_(context), settings_(context.settings) {}
+  CallbackHost(const Context& context, bool firstPicture)
+      : context_(context), settings_(context.settings), firstPicture_(firstPicture) {}
   void reportProgress(float fraction) override {
     if (settings_.progressCallback) settings_.progressCallback(fraction, settings_.progressData);
   }
   void reportUpdateTime(float milliseconds) override {
-    if (settings_.updateTimeCallback) settings_.updateTimeCallback(milliseconds, settings_.updateTimeData);
+    if (firstPicture_ && settings_.updateTimeCallback)
+      settings_.updateTimeCallback(milliseconds, settings_.updateTimeData);
   }
   void reportFirstIterationTime(float milliseconds) override {
-    if (settings_.renderTimeCallback) settings_.renderTimeCallback(milliseconds, settings_.renderTimeData);
+    if (firstPicture_ && settings_.renderTimeCallback)
+      settings_.renderTimeCallback(milliseconds, settings_.renderTimeData);
   }
   bool abortRequested() const override { return context_.abortRequested.load(); }
 
  private:
   const Context& context_;
   const ContextSettings settings_;
+  const bool firstPicture_;
 };
 
 // Ends the call's rendering state however the plug-in returns, and leaves the targets of a
@@ -113,7 +120,7 @@ void renderContext(Context& context) {
     for (FrameBuffer* target : targets) target->discardProvisional();
   const zvr::SceneSnapshot snapshot = buildSnapshot(context);
   const zvr::RenderParams params = buildRenderParams(context);
-  CallbackHost host(context);
+  CallbackHost host(context, colorTarget->iterations() == 0);
   request.scene = &snapshot;
   request.params = &params;
   request.iterations = context.settings.iterations;

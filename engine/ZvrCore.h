@@ -77,7 +77,7 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CREATION_FLAGS_ENABLE_DEBUG 0x80000000u
 
 /* ---- creation properties ------------------------------------------------------------------- */
-#define ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT 310        /* worker thread count */
+#define ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT 310        /* worker thread count; a count above the machine's hardware threads is lowered to them */
 #define ZVR_CONTEXT_CREATEPROP_KEY_338 338                 /* accepted, value 3 */
 #define ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH 414 /* address of a path text */
 
@@ -151,11 +151,14 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV 392         /* S,G 1f: pixels */
 #define ZVR_CONTEXT_CONTOUR_UV_SECONDARY 404         /* S,G 1u: use UV set 1 for UV contours */
 #define ZVR_CONTEXT_FRAMEBUFFER_SAVE_FLOAT32 406     /* S,G 1u: EXR files in 32-bit float instead of half */
+/* Keys 407 and 411 are called once per picture: only by a render call whose colour framebuffer (AOV 0)
+   holds no iteration yet, i.e. the first call after the framebuffers were created or cleared. Later
+   render calls that add iterations to the same picture do not call them. */
 #define ZVR_CONTEXT_UPDATE_TIME_CALLBACK_FUNC 407    /* S ptr: void (*)(float ms, void* data), scene update time */
 #define ZVR_CONTEXT_UPDATE_TIME_CALLBACK_DATA 408    /* S ptr */
 #define ZVR_CONTEXT_IGNORED_TIME_CALLBACK_FUNC 409   /* S ptr: void (*)(float ms, void* data), time not spent rendering */
 #define ZVR_CONTEXT_IGNORED_TIME_CALLBACK_DATA 410   /* S ptr */
-#define ZVR_CONTEXT_RENDER_TIME_CALLBACK_FUNC 411    /* S ptr: void (*)(float ms, void* data), first iteration time */
+#define ZVR_CONTEXT_RENDER_TIME_CALLBACK_FUNC 411    /* S ptr: void (*)(float ms, void* data), first iteration time of the picture */
 #define ZVR_CONTEXT_RENDER_TIME_CALLBACK_DATA 412    /* S ptr */
 #define ZVR_CONTEXT_IMAGE_FILTER_RADIUS 413          /* S,G 1f: filter half-width in pixels */
 #define ZVR_CONTEXT_NORMALIZE_LIGHT_INTENSITY_ENABLED 416 /* S,G 1u: emitters scaled to unit power per area */
@@ -292,7 +295,7 @@ typedef void (*ZvrTimeCallback)(float milliseconds, void* data);
 /* ---- plug-ins and contexts ------------------------------------------------------------------ */
 /* Loads a render plug-in by file path or by short name (see the plug-in search rules); -1 on failure. */
 ZVR_API int32_t zvrRegisterPlugin(const char* pluginName);
-/* Creates a context over registered plug-ins; the first becomes active. */
+/* Creates a context over one or more registered plug-ins (a count of 0 is refused); the first becomes active. */
 ZVR_API ZvrStatus zvrCreateContext(uint32_t apiVersion, const int32_t* pluginIds, size_t pluginCount, uint32_t creationFlags,
                                    const ZvrContextProperties* properties, const char* cacheLocation, ZvrContext* outContext);
 /* Makes one of the context's plug-ins the one that renders. */

@@ -2,11 +2,11 @@
 
 #include <tbb/blocked_range2d.h>
 #include <tbb/parallel_for.h>
+#include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 
 #include <chrono>
 #include <new>
-#include <thread>
 
 #include "ZvrCore.h"
 #include "aov.h"
@@ -152,11 +152,11 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   IntegratorSettings settings = integratorSettings(params, request.targets);
   PathIntegrator integrator(*scene_, lights_, camera, params, settings);
   Film film(request.targets, request.width, request.height, params.indexColors);
-  // More workers than a few per core only cost memory.
-  uint32_t hardware = std::max(1u, std::thread::hardware_concurrency());
-  uint32_t threads = params.threadCount > 0 ? std::min(params.threadCount, 4 * hardware)
-                                            : uint32_t(tbb::this_task_arena::max_concurrency());
-  tbb::task_arena arena(int(std::max(1u, threads)));
+  // TBB warns on standard error when an arena asks for more workers than it allows: never ask.
+  const uint32_t allowed = uint32_t(std::max<size_t>(
+      1, tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism)));
+  const uint32_t threads = params.threadCount > 0 ? std::min(params.threadCount, allowed) : allowed;
+  tbb::task_arena arena{int(threads)};
 
   raysTraced_ = 0;
   for (uint32_t i = 0; i < request.iterations; ++i) {

@@ -25,6 +25,11 @@ struct ApiFailure {
   std::string text;
 };
 
+// A core call that failed and has already stored its own last-error text, which must stay.
+struct CoreFailure {
+  ZvrStatus status;
+};
+
 void storeError(ZvrContext context, const std::string& text) {
   if (context) zvrContextSetLastError(context, text.c_str());
 }
@@ -36,6 +41,8 @@ ZvrStatus guarded(ZvrContext context, Body&& body) {
     return ZVR_SUCCESS;
   } catch (const ApiFailure& f) {
     storeError(context, f.text);
+    return f.status;
+  } catch (const CoreFailure& f) {
     return f.status;
   } catch (const LoadError& e) {
     storeError(context, e.what());
@@ -100,8 +107,7 @@ const NamedKey& namedKey(const char* name, bool isFloat) {
 }
 
 void passOn(ZvrStatus status) {
-  // The core has already stored its own text for this failure.
-  if (status != ZVR_SUCCESS) throw CoreCallError(status, "");
+  if (status != ZVR_SUCCESS) throw CoreFailure{status};
 }
 
 ZvrStatus listHandles(const char* operation, const std::vector<ZvrObject>& (*pick)(), void* buffer, size_t size,

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config git
   libembree-dev libtbb-dev
-  libopenimageio-dev openimageio-tools libopenexr-dev
+  libopenimageio-dev openimageio-tools libopenexr-dev libpng-dev
   libtinygltf-dev nlohmann-json3-dev libpugixml-dev
   libopencolorio-dev picojson-dev libstb-dev
   libglfw3-dev libglew-dev libimgui-dev

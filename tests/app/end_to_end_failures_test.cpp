@@ -78,6 +78,11 @@ TEST_F(EndToEnd, FailuresBeforeRenderingReportAndStop) {
        "E010005: syntax error at line 1 near: }", ""},
       {"upper-case extension is parsed as JSON", {kScene, "cfg.JSON"}, "",
        "E010005: syntax error at line 1 near: cfg.JSON", ""},
+      {"setting made by name carries the library's reason", {kScene, "{\"gui\":0,\"gamma\":-1}"}, "",
+       "E000002: ZVR context setting \"displaygamma\" failed. zvrContextSetParameterByKey1f: key 292 (display gamma): "
+       "value -1.000000 is out of range, must be greater than 0",
+       "Command Argument: add parameter 'gamma' to value '-1'\n"
+       "Command Argument: override parameter 'gui' from value '1' to '0'\n"},
       {"missing scene is found before a bad config", {"/nonexistent.glb", "missing.json"}, "",
        "E010002: File '/nonexistent.glb' open failed.", ""},
       {"wrong plug-in, after the override lines in key order",

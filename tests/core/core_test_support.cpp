@@ -11,8 +11,7 @@
 namespace core_test {
 
 ScopedContext::ScopedContext(uint32_t flags, std::vector<int32_t> plugins, const ZvrContextProperties* properties) {
-  status_ = zvrCreateContext(ZVR_API_VERSION, plugins.empty() ? nullptr : plugins.data(), plugins.size(), flags, properties,
-                             nullptr, &context_);
+  status_ = zvrCreateContext(ZVR_API_VERSION, plugins.data(), plugins.size(), flags, properties, nullptr, &context_);
 }
 
 ScopedContext::~ScopedContext() {

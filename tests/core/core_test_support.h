@@ -8,10 +8,13 @@
 
 namespace core_test {
 
+// The id of the tests' plug-in, registered by its short name.
+int32_t testPluginId();
+
 // Deletes the context when the test ends, whatever happened.
 class ScopedContext {
  public:
-  explicit ScopedContext(uint32_t flags = ZVR_CREATION_FLAGS_ENABLE_CPU, std::vector<int32_t> plugins = {},
+  explicit ScopedContext(uint32_t flags = ZVR_CREATION_FLAGS_ENABLE_CPU, std::vector<int32_t> plugins = {testPluginId()},
                          const ZvrContextProperties* properties = nullptr);
   ~ScopedContext();
   ScopedContext(const ScopedContext&) = delete;
@@ -33,8 +36,6 @@ std::string lastError(ZvrContext context);
 std::string makeTempFolder();
 std::vector<std::string> folderEntries(const std::string& folder);
 std::string binFolder();
-// The id of the tests' plug-in, registered by its short name.
-int32_t testPluginId();
 std::vector<float> readPixels(ZvrFrameBuffer frameBuffer);
 
 // A scene of `shapes` visible triangles and a camera of the given field of view, set as the

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -88,7 +89,8 @@ TEST(CoreObjects, DeadForeignAndWrongKindHandlesAreRefused) {
   EXPECT_EQ(zvrContextCreateScene(scene, &scene), ZVR_ERROR_INVALID_OBJECT);
 
   ZvrContext other = nullptr;
-  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &other), ZVR_SUCCESS);
+  const int32_t plugin = core_test::testPluginId();
+  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &other), ZVR_SUCCESS);
   ZvrShape foreign = core_test::makeTriangle(other);
   EXPECT_EQ(zvrSceneAttachShape(scene, foreign), ZVR_ERROR_INVALID_OBJECT);
   EXPECT_NE(lastError(context).find("belongs to another context"), std::string::npos);
@@ -441,8 +443,9 @@ TEST(CoreObjects, ImagesBeyond16384SquaredAreRefusedBeforeAllocation) {
 }
 
 // A chunk length past the end made the decoder run out of bytes mid-row; libpng's jump out of
-// the read callback then leaked (the sanitizer build reports it).
-TEST(CoreObjects, PngChunksThatDoNotFitTheFileAreRefused) {
+// the read callback then leaked (the sanitizer build reports it). libpng's own complaints were
+// printed on standard error.
+TEST(CoreObjects, CorruptPngsAreRefusedWithTheDecodersText) {
   struct Case {
     const char* name;
     size_t chunk;         // which chunk's length to change, counted from the first
@@ -466,6 +469,25 @@ TEST(CoreObjects, PngChunksThatDoNotFitTheFileAreRefused) {
     ZvrImage image = nullptr;
     EXPECT_EQ(zvrContextCreateImageFromMemory(context, png.data(), png.size(), 0, &image), ZVR_ERROR_IO);
     EXPECT_NE(lastError(context).find("does not fit the file"), std::string::npos) << lastError(context);
+  }
+  std::vector<unsigned char> damagedData = original;
+  const auto idat = std::search(damagedData.begin(), damagedData.end(), "IDAT", "IDAT" + 4);
+  ASSERT_LT(idat + 20, damagedData.end());
+  idat[10] ^= 0xff;
+  const struct {
+    const char* name;
+    std::vector<unsigned char> png;
+    const char* words;
+  } decoderCases[] = {{"zero width", pngClaiming(0, 256), "Image width is zero in IHDR; Invalid IHDR data"},
+                      {"width beyond libpng's limit", pngClaiming(2000000, 1), "Invalid IHDR data"},
+                      {"damaged data chunk", damagedData, "IDAT: invalid code lengths set"}};
+  for (const auto& c : decoderCases) {
+    SCOPED_TRACE(c.name);
+    ZvrImage image = nullptr;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(zvrContextCreateImageFromMemory(context, c.png.data(), c.png.size(), 0, &image), ZVR_ERROR_IO);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the decoder's messages belong in the last error";
+    EXPECT_NE(lastError(context).find(c.words), std::string::npos) << lastError(context);
   }
   ZvrImage image = nullptr;
   EXPECT_EQ(zvrContextCreateImageFromMemory(context, original.data(), original.size(), 0, &image), ZVR_SUCCESS)

@@ -197,15 +197,11 @@ TEST(CoreParameters, VersionsAndDevices) {
   uint64_t minor = 0;
   ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_API_VERSION_MINOR, 8, &minor, nullptr), ZVR_SUCCESS);
   EXPECT_EQ(minor, ZVR_API_VERSION_MINOR);
-  EXPECT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_PLUGIN_VERSION, 4, &version, nullptr), ZVR_ERROR_NO_PLUGIN);
   for (uint32_t key : {295u, 296u, 297u, 298u, 300u, 301u, 302u, 303u, 322u, 323u, 324u, 325u}) {
     char name[1024] = {};
     EXPECT_EQ(zvrContextGetInfo(context, key, sizeof name, name, nullptr), ZVR_ERROR_UNSUPPORTED) << key;
     EXPECT_NE(lastError(context).find("no GPU device"), std::string::npos);
   }
-  int32_t active = 7;
-  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_ACTIVE_PLUGIN, 4, &active, nullptr), ZVR_SUCCESS);
-  EXPECT_EQ(active, -1);
 }
 
 TEST(CoreParameters, MemoryInfoCountsFramebuffersAndTheProcess) {
@@ -255,30 +251,58 @@ TEST(CoreParameters, TextKeys) {
   EXPECT_STREQ(buffer, "/x/config.ocio");
   EXPECT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_ITERATIONS, "4"), ZVR_ERROR_INVALID_ARGUMENT);
-  // Without a plug-in the integrator name is only stored.
-  ASSERT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_CPU_INTEGRATOR, "anything"), ZVR_SUCCESS);
+  ASSERT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_CPU_INTEGRATOR, "path"), ZVR_SUCCESS);
   ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_CPU_INTEGRATOR, sizeof buffer, buffer, nullptr), ZVR_SUCCESS);
-  EXPECT_STREQ(buffer, "anything");
+  EXPECT_STREQ(buffer, "path");
 }
 
-TEST(CoreParameters, CreationChecksVersionFlagsAndProperties) {
-  ZvrContext context = nullptr;
-  EXPECT_EQ(zvrCreateContext(0x300105, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context),
-            ZVR_ERROR_INVALID_API_VERSION);
-  EXPECT_EQ(context, nullptr);
-  EXPECT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, 0x20, nullptr, nullptr, &context), ZVR_ERROR_INVALID_ARGUMENT);
-  const ZvrContextProperties unknown[] = {777, 1, 0};
-  EXPECT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, unknown, nullptr, &context),
-            ZVR_ERROR_INVALID_ARGUMENT);
+TEST(CoreParameters, CreationChecksVersionPluginsFlagsAndProperties) {
+  ScopedContext witness;  // a failed creation's text is read through any live context
+  ASSERT_EQ(witness.status(), ZVR_SUCCESS);
+  const int32_t plugin = core_test::testPluginId();
   const int32_t notRegistered = 9999;
-  EXPECT_EQ(zvrCreateContext(ZVR_API_VERSION, &notRegistered, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context),
-            ZVR_ERROR_NO_PLUGIN);
-  EXPECT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, nullptr),
+  const int32_t twice[] = {plugin, plugin};
+  const ZvrContextProperties unknown[] = {777, 1, 0};
+  struct Case {
+    const char* name;
+    uint32_t version;
+    const int32_t* plugins;
+    size_t pluginCount;
+    uint32_t flags;
+    const ZvrContextProperties* properties;
+    ZvrStatus expected;
+    const char* errorPart;
+  };
+  const Case cases[] = {
+      {"old version", 0x300105, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, ZVR_ERROR_INVALID_API_VERSION,
+       "is not this library's"},
+      {"unknown flag", ZVR_API_VERSION, &plugin, 1, 0x20, nullptr, ZVR_ERROR_INVALID_ARGUMENT, "unknown creation flag"},
+      {"no plug-in", ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, ZVR_ERROR_INVALID_ARGUMENT,
+       "pluginCount is 0"},
+      {"count without ids", ZVR_API_VERSION, nullptr, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr,
+       ZVR_ERROR_INVALID_ARGUMENT, "pluginIds is null"},
+      {"plug-in twice", ZVR_API_VERSION, twice, 2, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, ZVR_ERROR_INVALID_ARGUMENT,
+       "is listed twice"},
+      {"unknown property", ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, unknown,
+       ZVR_ERROR_INVALID_ARGUMENT, "unknown creation property 777"},
+      {"unregistered plug-in", ZVR_API_VERSION, &notRegistered, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr,
+       ZVR_ERROR_NO_PLUGIN, "9999"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ZvrContext context = nullptr;
+    EXPECT_EQ(zvrCreateContext(c.version, c.plugins, c.pluginCount, c.flags, c.properties, nullptr, &context), c.expected);
+    EXPECT_EQ(context, nullptr);
+    const std::string text = lastError(witness);
+    EXPECT_EQ(text.rfind("zvrCreateContext: ", 0), 0u) << text;
+    EXPECT_NE(text.find(c.errorPart), std::string::npos) << text;
+  }
+  EXPECT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, nullptr),
             ZVR_ERROR_INVALID_ARGUMENT);
   const char* binaryPath = "/nowhere";
   ZvrContextProperties known[16] = {ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, 3, ZVR_CONTEXT_CREATEPROP_KEY_338, 3,
                                     ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH, reinterpret_cast<intptr_t>(binaryPath)};
-  ScopedContext withProperties(ZVR_CREATION_FLAGS_ENABLE_CPU, {}, known);
+  ScopedContext withProperties(ZVR_CREATION_FLAGS_ENABLE_CPU, {plugin}, known);
   EXPECT_EQ(withProperties.status(), ZVR_SUCCESS);
 }
 

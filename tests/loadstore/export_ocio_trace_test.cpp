@@ -111,7 +111,7 @@ TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContext) {
   std::ofstream(xml, std::ios::trunc) << text;
 
   ZvrContext context = nullptr;
-  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+  ASSERT_EQ(testing::createContext(&context), 0);
   const std::string temp = folder + "/scene_TEMP_ZVRS_OCIO";
   ASSERT_EQ(zvrsBuildOCIOFiles(xml.c_str(), context, temp.c_str(), 0), 0);
   char path[2048] = {};
@@ -128,7 +128,7 @@ TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContext) {
 
 TEST(OcioFiles, GltfLeavesThePathAndMissingFilesFail) {
   ZvrContext context = nullptr;
-  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, nullptr, 0, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+  ASSERT_EQ(testing::createContext(&context), 0);
   ASSERT_EQ(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, "/keep/this.ocio"), 0);
   const std::string temp = testing::scratchDir() + "/gltf_TEMP_ZVRS_OCIO";
   EXPECT_EQ(zvrsBuildOCIOFiles((kScenes + "Box/Box.glb").c_str(), context, temp.c_str(), 0), 0);

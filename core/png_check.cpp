@@ -1,0 +1,83 @@
+#include "png_check.h"
+
+#include <png.h>
+
+#include <csetjmp>
+#include <cstring>
+#include <vector>
+
+namespace zvr::core {
+namespace {
+
+struct Source {
+  const unsigned char* bytes;
+  size_t size;
+  size_t at;
+  PngCheck* result;
+};
+
+// Called from inside libpng, which is C: nothing may be thrown from here.
+void keepMessage(png_structp png, png_const_charp message) {
+  std::string& messages = static_cast<Source*>(png_get_error_ptr(png))->result->messages;
+  try {
+    if (!messages.empty()) messages += "; ";
+    messages += message ? message : "unknown libpng error";
+  } catch (...) {
+  }
+}
+
+void onError(png_structp png, png_const_charp message) {
+  keepMessage(png, message);
+  png_longjmp(png, 1);
+}
+
+void readBytes(png_structp png, png_bytep out, size_t count) {
+  Source* source = static_cast<Source*>(png_get_io_ptr(png));
+  if (count > source->size - source->at) png_error(png, "the data ends inside a chunk");
+  std::memcpy(out, source->bytes + source->at, count);
+  source->at += count;
+}
+
+// libpng leaves by longjmp on an error, so nothing in this frame may need a destructor.
+bool decodeRows(png_structp png, png_infop info, PngCheck* result, uint64_t largestPixels,
+                std::vector<unsigned char>* row) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_info(png, info);
+  result->width = png_get_image_width(png, info);
+  result->height = png_get_image_height(png, info);
+  if (uint64_t(result->width) * result->height > largestPixels) return false;
+  png_set_expand(png);
+  const int passes = png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  row->resize(png_get_rowbytes(png, info));
+  for (int pass = 0; pass < passes; ++pass)
+    for (uint32_t y = 0; y < result->height; ++y) png_read_row(png, row->data(), nullptr);
+  png_read_end(png, nullptr);
+  return true;
+}
+
+struct ReadStruct {
+  png_structp png = nullptr;
+  png_infop info = nullptr;
+  ~ReadStruct() { png_destroy_read_struct(&png, info ? &info : nullptr, nullptr); }
+};
+
+}  // namespace
+
+PngCheck checkPng(const unsigned char* bytes, size_t size, uint64_t largestPixels) {
+  PngCheck result;
+  Source source{bytes, size, 0, &result};
+  ReadStruct read;
+  read.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &source, onError, keepMessage);
+  if (read.png) read.info = png_create_info_struct(read.png);
+  if (!read.info) {
+    result.messages = "libpng could not start";
+    return result;
+  }
+  png_set_read_fn(read.png, &source, readBytes);
+  std::vector<unsigned char> row;
+  result.decoded = decodeRows(read.png, read.info, &result, largestPixels, &row);
+  return result;
+}
+
+}  // namespace zvr::core
