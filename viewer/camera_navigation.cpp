@@ -77,12 +77,16 @@ void applyKeyAction(ViewerState& state, int key, int action) {
 
 bool moveCameraByKeys(ViewerState& state) {
   const Frame frame = viewFrame(state);
-  bool moved = false;
+  const bool forward = state.keyUp || state.keyZ || state.keyW;
+  const bool back = state.keyDown || state.keyS;
+  const bool left = state.keyLeft || state.keyQ || state.keyA;
+  const bool right = state.keyRight || state.keyD;
   // Opposite keys are not set against each other: each direction takes its own step.
-  if (state.keyUp || state.keyZ || state.keyW) moveBy(state, frame.dir, kStep), moved = true;
-  if (state.keyDown || state.keyS) moveBy(state, frame.dir, -kStep), moved = true;
-  if (state.keyLeft || state.keyQ || state.keyA) moveBy(state, frame.side, kStep), moved = true;
-  if (state.keyRight || state.keyD) moveBy(state, frame.side, -kStep), moved = true;
+  if (forward) moveBy(state, frame.dir, kStep);
+  if (back) moveBy(state, frame.dir, -kStep);
+  if (left) moveBy(state, frame.side, kStep);
+  if (right) moveBy(state, frame.side, -kStep);
+  const bool moved = forward || back || left || right;
   if (moved) lookAlong(state, frame.dir);
   return moved;
 }

@@ -16,7 +16,10 @@ ViewerState cameraAt(float upY) {
   ViewerState state;
   const float position[4] = {1.0f, 2.0f, 3.0f, 1.0f};
   const float lookAt[4] = {1.0f, 2.0f, -7.0f, 1.0f};  // ten units down -z
-  for (int i = 0; i < 4; ++i) state.position[i] = position[i], state.lookAt[i] = lookAt[i];
+  for (int i = 0; i < 4; ++i) {
+    state.position[i] = position[i];
+    state.lookAt[i] = lookAt[i];
+  }
   state.up[1] = upY;
   return state;
 }
@@ -66,7 +69,7 @@ TEST(Navigation, QuaternionRotationTurnsAboutTheAxis) {
   EXPECT_EQ(same[0], 0.0f) << "a zero quaternion rotates through the identity inverse";
 }
 
-// Runs the schedule as the window loop does; `restartEvery` > 0 moves the camera in every batch.
+// Runs the schedule as the window loop does, moving the camera in every batch when asked.
 std::vector<uint32_t> renderedBatches(int32_t stopAt, uint32_t batchSize, bool moveEveryBatch, int batches) {
   BatchCounters counters;
   std::vector<uint32_t> rendered;
