@@ -30,6 +30,7 @@ std::string workFolder() {
 }
 
 // 1, 1, 31, 31: the viewer asks exactly 64 iterations before its stop, as the batch loop's 31, 31, 2.
+// "iterations" matters to the viewer too: the batch size is clamped to it.
 double batchSeconds(const std::string& folder) {
   ProcessOptions options;
   options.workingDirectory = folder;
@@ -42,7 +43,7 @@ double viewerSeconds(const std::string& folder, X11Session& x11) {
   ProcessOptions options;
   options.workingDirectory = folder;
   ChildProcess viewer(renderProgramPath(), {kScene, R"({"plugin":"velder","width":1280,"height":720,)"
-      R"("gui":1,"gui.stop_at_iterations":64,"batchsize":31,"print.progress":0})"}, options);
+      R"("gui":1,"gui.stop_at_iterations":64,"iterations":64,"batchsize":31,"print.progress":0})"}, options);
   if (!viewer.waitForOutput("ZVR Render finish after ", 600.0) || !x11.findWindow("ZvrsRender", 10.0)) return -1.0;
   x11.requestClose();
   return secondsAfter(viewer.finish(60.0).out, "ZVR Render finish after ", 1.0);
