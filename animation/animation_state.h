@@ -8,9 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ZvrCore.h"
-#include "ZvrLoadStore.h"
-#include "matrix4.h"
+#include "engine/ZvrCore.h"
+#include "engine/ZvrLoadStore.h"
+#include "animation/matrix4.h"
 
 struct TransformGroup {
   std::string name;

@@ -1,10 +1,10 @@
-#include "keyframe_evaluation.h"
+#include "animation/keyframe_evaluation.h"
 
 #include <stdexcept>
 #include <string>
 
-#include "keyframe_math.h"
-#include "transform_capture.h"
+#include "animation/keyframe_math.h"
+#include "animation/transform_capture.h"
 
 namespace {
 

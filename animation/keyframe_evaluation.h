@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "animation_state.h"
+#include "animation/animation_state.h"
 
 // Copies every animation record; a record naming no group throws std::out_of_range.
 void captureAnimations(AnimationState& state);

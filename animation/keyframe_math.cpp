@@ -1,4 +1,4 @@
-#include "keyframe_math.h"
+#include "animation/keyframe_math.h"
 
 #include <cmath>
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "matrix4.h"
+#include "animation/matrix4.h"
 
 // The two keys that enclose `time` and the blend factor between them. The search is strict, so
 // a time exactly on key k gives prev = k and factor 0, and equal times never divide by zero.

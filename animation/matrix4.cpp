@@ -1,4 +1,4 @@
-#include "matrix4.h"
+#include "animation/matrix4.h"
 
 #include <cmath>
 

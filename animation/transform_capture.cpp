@@ -1,6 +1,6 @@
-#include "transform_capture.h"
+#include "animation/transform_capture.h"
 
-#include "ZvrLoadStore.h"
+#include "engine/ZvrLoadStore.h"
 
 namespace {
 

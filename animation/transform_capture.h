@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "animation_state.h"
+#include "animation/animation_state.h"
 
 // Replaces what `state` held with the objects and groups of the current import.
 void captureImportedObjects(AnimationState& state);

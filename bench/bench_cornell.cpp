@@ -19,14 +19,12 @@
 #include <utility>
 #include <vector>
 
-#include "cornell_scene.h"
-#include "kernel_plugin.h"
-#include "dorrik_plugin.h"
-#include "velder_plugin.h"
+#include "bench/cornell_scene.h"
+#include "kernel/kernel_plugin.h"
+#include "plugins/dorrik/dorrik_plugin.h"
+#include "plugins/velder/velder_plugin.h"
 
-#ifdef ZVR_BENCH_HAVE_API
-#include "ZvrLoadStore.h"
-#endif
+#include "engine/ZvrLoadStore.h"
 
 namespace {
 
@@ -290,7 +288,6 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
   return true;
 }
 
-#ifdef ZVR_BENCH_HAVE_API
 // Composes a group chain into a world matrix (row vectors: p * local * parent * ...).
 void multiplyInto(float out[16], const float a[16], const float b[16]) {
   float r[16];
@@ -425,7 +422,6 @@ bool apiBench(uint32_t samples, uint32_t threads, const Image& reference) {
   zvrObjectDelete(context);
   return true;
 }
-#endif
 
 }  // namespace
 
@@ -439,10 +435,6 @@ int main(int argc, char** argv) {
   Image reference;
   if (!readReference(reference)) return 1;
   bool ok = kernelBench(samples, threads, reference, argc > 3 ? argv[3] : nullptr);
-#ifdef ZVR_BENCH_HAVE_API
   ok = apiBench(samples, threads, reference) && ok;
-#else
-  std::printf("library: not built; the comparison through the public API runs once the core and load/store libraries exist\n");
-#endif
   return ok ? 0 : 1;
 }

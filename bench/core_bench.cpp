@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "cornell_scene.h"
+#include "bench/cornell_scene.h"
 
 #include <tiny_gltf.h>
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "plugin_api.h"
+#include "core/plugin_api.h"
 
 namespace zvr::bench {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <random>
 
-#include "lights.h"
-#include "scene.h"
+#include "kernel/lights.h"
+#include "kernel/scene.h"
 
 int main() {
   using namespace zvr;

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrLoadStore.h"
+#include "engine/ZvrLoadStore.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "image_conversion.h"
-#include "png_writer.h"
+#include "render/image_conversion.h"
+#include "render/png_writer.h"
 #include "program/render_settings.h"
 
 namespace {

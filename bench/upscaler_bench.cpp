@@ -10,7 +10,7 @@
 #include <functional>
 #include <vector>
 
-#include "upscaler.h"
+#include "viewer/upscaler.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <algorithm>
 #include <unistd.h>
 
-#include "process_runner.h"
-#include "x11_session.h"
+#include "tests/app/process_runner.h"
+#include "tests/viewer/x11_session.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "api_call.h"
+#include "core/api_call.h"
 
 #include <dlfcn.h>
 

@@ -7,11 +7,11 @@
 #include <new>
 #include <string>
 
-#include "context.h"
-#include "failure.h"
-#include "object_registry.h"
-#include "trace_format.h"
-#include "trace_writer.h"
+#include "core/context.h"
+#include "core/failure.h"
+#include "core/object_registry.h"
+#include "core/trace_format.h"
+#include "core/trace_writer.h"
 
 namespace zvr::core {
 

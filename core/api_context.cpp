@@ -5,10 +5,10 @@
 #include <climits>
 #include <cstring>
 
-#include "api_call.h"
-#include "framebuffer.h"
-#include "plugin_loader.h"
-#include "scene_objects.h"
+#include "core/api_call.h"
+#include "core/framebuffer.h"
+#include "core/plugin_loader.h"
+#include "core/scene_objects.h"
 
 using namespace zvr::core;
 

@@ -1,12 +1,12 @@
 // C boundary: framebuffers, image files, post effects and resolving.
 #include <algorithm>
 
-#include "api_call.h"
-#include "framebuffer.h"
-#include "image_save.h"
-#include "info_reply.h"
-#include "post_effect.h"
-#include "resolve.h"
+#include "core/api_call.h"
+#include "core/framebuffer.h"
+#include "core/image_save.h"
+#include "core/info_reply.h"
+#include "core/post_effect.h"
+#include "core/resolve.h"
 
 using namespace zvr::core;
 

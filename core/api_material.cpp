@@ -1,8 +1,8 @@
 // C boundary: images, material systems and material nodes.
-#include "api_call.h"
-#include "image_decode.h"
-#include "info_reply.h"
-#include "scene_objects.h"
+#include "core/api_call.h"
+#include "core/image_decode.h"
+#include "core/info_reply.h"
+#include "core/scene_objects.h"
 
 using namespace zvr::core;
 

@@ -1,11 +1,11 @@
 // C boundary: operations on objects of any kind.
 #include <cstring>
 
-#include "api_call.h"
-#include "framebuffer.h"
-#include "info_reply.h"
-#include "post_effect.h"
-#include "scene_objects.h"
+#include "core/api_call.h"
+#include "core/framebuffer.h"
+#include "core/info_reply.h"
+#include "core/post_effect.h"
+#include "core/scene_objects.h"
 
 using namespace zvr::core;
 

@@ -1,6 +1,6 @@
 // C boundary: rendering and aborting.
-#include "api_call.h"
-#include "render_host.h"
+#include "core/api_call.h"
+#include "core/render_host.h"
 
 using namespace zvr::core;
 

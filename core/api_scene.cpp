@@ -2,11 +2,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "api_call.h"
-#include "image_decode.h"
-#include "info_reply.h"
-#include "mesh_builder.h"
-#include "scene_objects.h"
+#include "core/api_call.h"
+#include "core/image_decode.h"
+#include "core/info_reply.h"
+#include "core/mesh_builder.h"
+#include "core/scene_objects.h"
 
 using namespace zvr::core;
 

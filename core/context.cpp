@@ -1,15 +1,15 @@
-#include "context.h"
+#include "core/context.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 
-#include "failure.h"
-#include "framebuffer.h"
-#include "object_registry.h"
-#include "post_effect.h"
-#include "scene_objects.h"
+#include "core/failure.h"
+#include "core/framebuffer.h"
+#include "core/object_registry.h"
+#include "core/post_effect.h"
+#include "core/scene_objects.h"
 
 namespace zvr::core {
 namespace {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "context_settings.h"
-#include "object.h"
-#include "plugin_api.h"
+#include "core/context_settings.h"
+#include "core/object.h"
+#include "core/plugin_api.h"
 
 namespace zvr::core {
 

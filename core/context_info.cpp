@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "context.h"
-#include "failure.h"
-#include "info_reply.h"
-#include "scene_objects.h"
+#include "core/context.h"
+#include "core/failure.h"
+#include "core/info_reply.h"
+#include "core/scene_objects.h"
 
 namespace zvr::core {
 namespace {

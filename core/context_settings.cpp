@@ -1,11 +1,11 @@
-#include "context_settings.h"
+#include "core/context_settings.h"
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 
-#include "failure.h"
-#include "info_reply.h"
+#include "core/failure.h"
+#include "core/info_reply.h"
 
 namespace zvr::core {
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "ZvrCore.h"
-#include "plugin_api.h"
+#include "engine/ZvrCore.h"
+#include "core/plugin_api.h"
 
 namespace zvr::core {
 

@@ -1,4 +1,4 @@
-#include "deep_exr.h"
+#include "core/deep_exr.h"
 
 #include <Imath/half.h>
 #include <OpenEXR/ImfChannelList.h>
@@ -9,9 +9,9 @@
 
 #include <vector>
 
-#include "atomic_file.h"
-#include "failure.h"
-#include "framebuffer.h"
+#include "core/atomic_file.h"
+#include "core/failure.h"
+#include "core/framebuffer.h"
 
 namespace zvr::core {
 namespace {

@@ -1,10 +1,10 @@
-#include "framebuffer.h"
+#include "core/framebuffer.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "failure.h"
-#include "info_reply.h"
+#include "core/failure.h"
+#include "core/info_reply.h"
 
 namespace zvr::core {
 

@@ -1,4 +1,4 @@
-#include "image_decode.h"
+#include "core/image_decode.h"
 
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
@@ -8,9 +8,9 @@
 #include <iterator>
 #include <vector>
 
-#include "failure.h"
-#include "png_check.h"
-#include "scene_objects.h"
+#include "core/failure.h"
+#include "core/png_check.h"
+#include "core/scene_objects.h"
 
 namespace zvr::core {
 namespace {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "ZvrCore.h"
-#include "plugin_api.h"
+#include "engine/ZvrCore.h"
+#include "core/plugin_api.h"
 
 namespace zvr::core {
 

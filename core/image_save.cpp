@@ -1,4 +1,4 @@
-#include "image_save.h"
+#include "core/image_save.h"
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
@@ -12,10 +12,10 @@
 #include <cmath>
 #include <set>
 
-#include "atomic_file.h"
-#include "deep_exr.h"
-#include "failure.h"
-#include "framebuffer.h"
+#include "core/atomic_file.h"
+#include "core/deep_exr.h"
+#include "core/failure.h"
+#include "core/framebuffer.h"
 
 namespace zvr::core {
 namespace {

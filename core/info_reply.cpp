@@ -1,8 +1,8 @@
-#include "info_reply.h"
+#include "core/info_reply.h"
 
 #include <cstring>
 
-#include "failure.h"
+#include "core/failure.h"
 
 namespace zvr::core {
 

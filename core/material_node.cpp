@@ -1,9 +1,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "failure.h"
-#include "info_reply.h"
-#include "scene_objects.h"
+#include "core/failure.h"
+#include "core/info_reply.h"
+#include "core/scene_objects.h"
 
 namespace zvr::core {
 namespace {

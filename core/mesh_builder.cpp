@@ -1,10 +1,10 @@
-#include "mesh_builder.h"
+#include "core/mesh_builder.h"
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 
-#include "failure.h"
+#include "core/failure.h"
 
 namespace zvr::core {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 namespace zvr::core {
 

@@ -1,4 +1,4 @@
-#include "object_registry.h"
+#include "core/object_registry.h"
 
 namespace zvr::core {
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <unordered_map>
 
-#include "object.h"
+#include "core/object.h"
 
 namespace zvr::core {
 

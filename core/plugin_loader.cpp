@@ -1,4 +1,4 @@
-#include "plugin_loader.h"
+#include "core/plugin_loader.h"
 
 #include <dlfcn.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <sstream>
 #include <vector>
 
-#include "failure.h"
+#include "core/failure.h"
 
 namespace zvr::core {
 namespace {

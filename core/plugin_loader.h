@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "plugin_api.h"
+#include "core/plugin_api.h"
 
 namespace zvr::core {
 

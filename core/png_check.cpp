@@ -1,4 +1,4 @@
-#include "png_check.h"
+#include "core/png_check.h"
 
 #include <png.h>
 

@@ -1,9 +1,9 @@
-#include "post_effect.h"
+#include "core/post_effect.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "failure.h"
+#include "core/failure.h"
 
 namespace zvr::core {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "object.h"
+#include "core/object.h"
 
 namespace zvr::core {
 

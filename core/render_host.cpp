@@ -1,12 +1,12 @@
-#include "render_host.h"
+#include "core/render_host.h"
 
 #include <chrono>
 #include <mutex>
 
-#include "context.h"
-#include "failure.h"
-#include "framebuffer.h"
-#include "scene_objects.h"
+#include "core/context.h"
+#include "core/failure.h"
+#include "core/framebuffer.h"
+#include "core/scene_objects.h"
 
 namespace zvr::core {
 namespace {

@@ -2,7 +2,7 @@
 // the active plug-in, whose progress and timings come back through the context's callbacks.
 #pragma once
 
-#include "plugin_api.h"
+#include "core/plugin_api.h"
 
 namespace zvr::core {
 

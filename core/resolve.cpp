@@ -1,9 +1,9 @@
-#include "resolve.h"
+#include "core/resolve.h"
 
-#include "context.h"
-#include "failure.h"
-#include "framebuffer.h"
-#include "post_effect.h"
+#include "core/context.h"
+#include "core/failure.h"
+#include "core/framebuffer.h"
+#include "core/post_effect.h"
 
 namespace zvr::core {
 

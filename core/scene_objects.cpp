@@ -1,9 +1,9 @@
-#include "scene_objects.h"
+#include "core/scene_objects.h"
 
 #include <atomic>
 #include <cmath>
 
-#include "failure.h"
+#include "core/failure.h"
 
 namespace zvr::core {
 

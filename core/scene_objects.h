@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "object.h"
-#include "plugin_api.h"
+#include "core/object.h"
+#include "core/plugin_api.h"
 
 namespace zvr::core {
 

@@ -1,4 +1,4 @@
-#include "trace_format.h"
+#include "core/trace_format.h"
 
 #include <cinttypes>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "trace_writer.h"
+#include "core/trace_writer.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "aov.h"
+#include "kernel/aov.h"
 
 namespace zvr::kernel {
 namespace {

@@ -1,11 +1,11 @@
-#include "bsdf.h"
+#include "kernel/bsdf.h"
 
 #include <array>
 
-#include "dielectric_albedo.h"
-#include "microfacet.h"
-#include "microfacet_albedo.h"
-#include "sampling.h"
+#include "kernel/dielectric_albedo.h"
+#include "kernel/microfacet.h"
+#include "kernel/microfacet_albedo.h"
+#include "kernel/sampling.h"
 
 namespace zvr::kernel {
 namespace {

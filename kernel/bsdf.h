@@ -2,7 +2,7 @@
 // rough or smooth dielectric transmission, clearcoat and sheen, sampled by one-sample MIS over lobes.
 #pragma once
 
-#include "math.h"
+#include "kernel/vector_math.h"
 
 namespace zvr::kernel {
 

@@ -1,4 +1,4 @@
-#include "camera.h"
+#include "kernel/camera.h"
 
 namespace zvr::kernel {
 

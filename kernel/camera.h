@@ -1,7 +1,7 @@
 // Primary rays: perspective and orthographic projections and the panoramic modes.
 #pragma once
 
-#include "math.h"
+#include "kernel/vector_math.h"
 
 namespace zvr::kernel {
 

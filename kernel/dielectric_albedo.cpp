@@ -1,9 +1,9 @@
-#include "dielectric_albedo.h"
+#include "kernel/dielectric_albedo.h"
 
 #include <array>
 #include <mutex>
 
-#include "microfacet.h"
+#include "kernel/microfacet.h"
 
 namespace zvr::kernel {
 namespace {

@@ -1,8 +1,8 @@
-#include "film.h"
+#include "kernel/film.h"
 
 #include <algorithm>
 
-#include "aov.h"
+#include "kernel/aov.h"
 
 namespace zvr::kernel {
 

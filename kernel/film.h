@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "path_integrator.h"
+#include "kernel/path_integrator.h"
 
 namespace zvr::kernel {
 

@@ -1,4 +1,4 @@
-#include "filter.h"
+#include "kernel/filter.h"
 
 namespace zvr::kernel {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "sampling.h"
+#include "kernel/sampling.h"
 
 namespace zvr::kernel {
 

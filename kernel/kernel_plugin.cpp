@@ -1,4 +1,4 @@
-#include "kernel_plugin.h"
+#include "kernel/kernel_plugin.h"
 
 #include <tbb/blocked_range2d.h>
 #include <tbb/parallel_for.h>
@@ -8,9 +8,9 @@
 #include <chrono>
 #include <new>
 
-#include "ZvrCore.h"
-#include "aov.h"
-#include "filter.h"
+#include "engine/ZvrCore.h"
+#include "kernel/aov.h"
+#include "kernel/filter.h"
 
 namespace zvr::kernel {
 namespace {

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "film.h"
-#include "lights.h"
-#include "path_integrator.h"
-#include "scene.h"
+#include "kernel/film.h"
+#include "kernel/lights.h"
+#include "kernel/path_integrator.h"
+#include "kernel/scene.h"
 
 namespace zvr::kernel {
 

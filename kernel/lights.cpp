@@ -1,4 +1,4 @@
-#include "lights.h"
+#include "kernel/lights.h"
 
 #include <tbb/parallel_for.h>
 

@@ -4,9 +4,9 @@
 
 #include <vector>
 
-#include "sampling.h"
-#include "material.h"
-#include "scene.h"
+#include "kernel/sampling.h"
+#include "kernel/material.h"
+#include "kernel/scene.h"
 
 namespace zvr::kernel {
 

@@ -1,4 +1,4 @@
-#include "material.h"
+#include "kernel/material.h"
 
 namespace zvr::kernel {
 namespace {

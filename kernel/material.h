@@ -1,8 +1,8 @@
 // Material inputs at a surface point: factors times textures, vertex colours, normal maps.
 #pragma once
 
-#include "bsdf.h"
-#include "scene.h"
+#include "kernel/bsdf.h"
+#include "kernel/scene.h"
 
 namespace zvr::kernel {
 

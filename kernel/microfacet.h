@@ -2,7 +2,7 @@
 // Charlie sheen distribution. All directions are in a local frame with the normal along +z.
 #pragma once
 
-#include "math.h"
+#include "kernel/vector_math.h"
 
 namespace zvr::kernel {
 

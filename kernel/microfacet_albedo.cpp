@@ -1,8 +1,8 @@
-#include "microfacet_albedo.h"
+#include "kernel/microfacet_albedo.h"
 
 #include <array>
 
-#include "microfacet.h"
+#include "kernel/microfacet.h"
 
 namespace zvr::kernel {
 namespace {

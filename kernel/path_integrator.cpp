@@ -1,4 +1,4 @@
-#include "path_integrator.h"
+#include "kernel/path_integrator.h"
 
 namespace zvr::kernel {
 namespace {

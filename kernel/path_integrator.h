@@ -2,11 +2,11 @@
 // which also runs as direct-light, ambient-occlusion and preview integrators.
 #pragma once
 
-#include "camera.h"
-#include "lights.h"
-#include "material.h"
-#include "sampling.h"
-#include "scene.h"
+#include "kernel/camera.h"
+#include "kernel/lights.h"
+#include "kernel/material.h"
+#include "kernel/sampling.h"
+#include "kernel/scene.h"
 
 namespace zvr::kernel {
 

@@ -1,4 +1,4 @@
-#include "sampling.h"
+#include "kernel/sampling.h"
 
 #include <tbb/parallel_for.h>
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "math.h"
+#include "kernel/vector_math.h"
 
 namespace zvr::kernel {
 

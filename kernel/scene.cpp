@@ -1,8 +1,8 @@
-#include "scene.h"
+#include "kernel/scene.h"
 
 #include <limits>
 
-#include "material.h"
+#include "kernel/material.h"
 
 namespace zvr::kernel {
 namespace {

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "bsdf.h"
-#include "camera.h"
-#include "texture.h"
+#include "kernel/bsdf.h"
+#include "kernel/camera.h"
+#include "kernel/texture.h"
 
 namespace zvr::kernel {
 

@@ -1,4 +1,4 @@
-#include "texture.h"
+#include "kernel/texture.h"
 
 namespace zvr::kernel {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "math.h"
+#include "kernel/vector_math.h"
 
 namespace zvr::kernel {
 

@@ -1,9 +1,9 @@
-#include "animation_records.h"
+#include "loadstore/animation_records.h"
 
 #include <cmath>
 #include <limits>
 
-#include "transform_math.h"
+#include "loadstore/transform_math.h"
 
 namespace zvr::loadstore {
 

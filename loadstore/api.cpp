@@ -5,15 +5,15 @@
 #include <new>
 #include <set>
 
-#include "ZvrLoadStore.h"
-#include "import_state.h"
-#include "instantiate.h"
-#include "load_error.h"
-#include "ocio_files.h"
-#include "scene_file.h"
-#include "trace.h"
-#include "xml_reader.h"
-#include "xml_writer.h"
+#include "engine/ZvrLoadStore.h"
+#include "loadstore/import_state.h"
+#include "loadstore/instantiate.h"
+#include "loadstore/load_error.h"
+#include "loadstore/ocio_files.h"
+#include "loadstore/scene_file.h"
+#include "loadstore/trace.h"
+#include "loadstore/xml_reader.h"
+#include "loadstore/xml_writer.h"
 
 using namespace zvr::loadstore;
 

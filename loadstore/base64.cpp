@@ -1,4 +1,4 @@
-#include "base64.h"
+#include "loadstore/base64.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "gltf_accessors.h"
+#include "loadstore/gltf_accessors.h"
 
 #include <tiny_gltf.h>
 
@@ -7,7 +7,7 @@
 #include <functional>
 #include <type_traits>
 
-#include "load_error.h"
+#include "loadstore/load_error.h"
 
 namespace zvr::loadstore {
 

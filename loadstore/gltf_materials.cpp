@@ -1,8 +1,8 @@
-#include "gltf_materials.h"
+#include "loadstore/gltf_materials.h"
 
 #include <tiny_gltf.h>
 
-#include "load_error.h"
+#include "loadstore/load_error.h"
 
 namespace zvr::loadstore {
 

@@ -1,4 +1,4 @@
-#include "gltf_reader.h"
+#include "loadstore/gltf_reader.h"
 
 #include <tiny_gltf.h>
 
@@ -7,14 +7,14 @@
 #include <cstring>
 #include <set>
 
-#include "animation_records.h"
-#include "gltf_accessors.h"
-#include "gltf_materials.h"
-#include "load_error.h"
-#include "mesh_processing.h"
-#include "scene_framing.h"
-#include "skin_pose.h"
-#include "transform_math.h"
+#include "loadstore/animation_records.h"
+#include "loadstore/gltf_accessors.h"
+#include "loadstore/gltf_materials.h"
+#include "loadstore/load_error.h"
+#include "loadstore/mesh_processing.h"
+#include "loadstore/scene_framing.h"
+#include "loadstore/skin_pose.h"
+#include "loadstore/transform_math.h"
 
 namespace zvr::loadstore {
 

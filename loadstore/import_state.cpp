@@ -1,4 +1,4 @@
-#include "import_state.h"
+#include "loadstore/import_state.h"
 
 #include <algorithm>
 #include <set>

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "ZvrLoadStore.h"
-#include "scene_description.h"
+#include "engine/ZvrLoadStore.h"
+#include "loadstore/scene_description.h"
 
 namespace zvr::loadstore {
 

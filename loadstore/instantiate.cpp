@@ -1,10 +1,10 @@
-#include "instantiate.h"
+#include "loadstore/instantiate.h"
 
 #include <limits>
 #include <map>
 
-#include "load_error.h"
-#include "scene_framing.h"
+#include "loadstore/load_error.h"
+#include "loadstore/scene_framing.h"
 
 namespace zvr::loadstore {
 

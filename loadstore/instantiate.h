@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
-#include "import_state.h"
-#include "scene_description.h"
+#include "engine/ZvrCore.h"
+#include "loadstore/import_state.h"
+#include "loadstore/scene_description.h"
 
 namespace zvr::loadstore {
 

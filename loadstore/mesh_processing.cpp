@@ -1,4 +1,4 @@
-#include "mesh_processing.h"
+#include "loadstore/mesh_processing.h"
 
 #include <cmath>
 

@@ -1,9 +1,9 @@
-#include "ocio_files.h"
+#include "loadstore/ocio_files.h"
 
 #include <cctype>
 #include <cstdio>
 
-#include "load_error.h"
+#include "loadstore/load_error.h"
 
 namespace zvr::loadstore {
 

@@ -1,4 +1,4 @@
-#include "scene_description.h"
+#include "loadstore/scene_description.h"
 
 #include <cstring>
 

@@ -1,13 +1,13 @@
-#include "scene_file.h"
+#include "loadstore/scene_file.h"
 
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "gltf_reader.h"
-#include "load_error.h"
-#include "xml_reader.h"
+#include "loadstore/gltf_reader.h"
+#include "loadstore/load_error.h"
+#include "loadstore/xml_reader.h"
 
 namespace zvr::loadstore {
 

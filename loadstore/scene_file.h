@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "scene_description.h"
+#include "loadstore/scene_description.h"
 
 namespace zvr::loadstore {
 

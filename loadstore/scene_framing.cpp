@@ -1,4 +1,4 @@
-#include "scene_framing.h"
+#include "loadstore/scene_framing.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "skin_pose.h"
+#include "loadstore/skin_pose.h"
 
 #include <cmath>
 

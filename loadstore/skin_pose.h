@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "scene_description.h"
-#include "transform_math.h"
+#include "loadstore/scene_description.h"
+#include "loadstore/transform_math.h"
 
 namespace zvr::loadstore {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "ZvrCore.h"
-#include "trace_format.h"
+#include "engine/ZvrCore.h"
+#include "core/trace_format.h"
 
 namespace zvr::loadstore {
 

@@ -1,4 +1,4 @@
-#include "transform_math.h"
+#include "loadstore/transform_math.h"
 
 #include <cmath>
 

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "scene_description.h"
+#include "loadstore/scene_description.h"
 
 namespace zvr::loadstore {
 

@@ -1,4 +1,4 @@
-#include "xml_reader.h"
+#include "loadstore/xml_reader.h"
 
 #include <pugixml.hpp>
 
@@ -7,10 +7,10 @@
 #include <cstring>
 #include <set>
 
-#include "base64.h"
-#include "load_error.h"
-#include "mesh_processing.h"
-#include "xml_format.h"
+#include "loadstore/base64.h"
+#include "loadstore/load_error.h"
+#include "loadstore/mesh_processing.h"
+#include "loadstore/xml_format.h"
 
 namespace zvr::loadstore {
 

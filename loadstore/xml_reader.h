@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "scene_description.h"
+#include "loadstore/scene_description.h"
 
 namespace zvr::loadstore {
 

@@ -1,4 +1,4 @@
-#include "xml_writer.h"
+#include "loadstore/xml_writer.h"
 
 #include <pugixml.hpp>
 
@@ -6,9 +6,9 @@
 #include <sstream>
 #include <unistd.h>
 
-#include "base64.h"
-#include "load_error.h"
-#include "xml_format.h"
+#include "loadstore/base64.h"
+#include "loadstore/load_error.h"
+#include "loadstore/xml_format.h"
 
 namespace zvr::loadstore {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 enum ErrorSeverity : int32_t { Warning = 0, Critical = 1 };
 

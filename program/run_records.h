@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 struct RenderSettings;
 

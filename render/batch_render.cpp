@@ -1,4 +1,4 @@
-#include "batch_render.h"
+#include "render/batch_render.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,8 +10,8 @@
 #include "program/failure.h"
 #include "program/plugin_kind.h"
 #include "program/shader_advice.h"
-#include "output_elements.h"
-#include "save_image.h"
+#include "render/output_elements.h"
+#include "render/save_image.h"
 
 namespace {
 

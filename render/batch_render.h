@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/config_document.h"
 #include "program/render_settings.h"
 #include "program/run_records.h"

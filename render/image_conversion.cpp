@@ -1,4 +1,4 @@
-#include "image_conversion.h"
+#include "render/image_conversion.h"
 
 #include "program/render_settings.h"
 

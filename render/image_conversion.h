@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "ocio_display.h"
-#include "pixel_pipeline.h"
+#include "render/ocio_display.h"
+#include "render/pixel_pipeline.h"
 
 // `rgba` holds `pixelCount` pixels of 4 floats; alpha is ignored. With a processor the plain
 // pipeline does not run, since exposure and gamma are inside the processor.

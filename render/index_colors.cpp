@@ -1,4 +1,4 @@
-#include "index_colors.h"
+#include "render/index_colors.h"
 
 #include <cstddef>
 

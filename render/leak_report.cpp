@@ -1,4 +1,4 @@
-#include "leak_report.h"
+#include "render/leak_report.h"
 
 #include <cstdio>
 #include <vector>

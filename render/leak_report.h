@@ -1,6 +1,6 @@
 // Counts the library objects still alive in a context at shutdown and prints them.
 #pragma once
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 void reportContextLeaks(ZvrContext context);

@@ -1,4 +1,4 @@
-#include "ocio_display.h"
+#include "render/ocio_display.h"
 
 #include <exception>
 

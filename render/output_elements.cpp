@@ -1,10 +1,10 @@
-#include "output_elements.h"
+#include "render/output_elements.h"
 
 #include <string>
 
 #include "program/aov_names.h"
 #include "program/failure.h"
-#include "index_colors.h"
+#include "render/index_colors.h"
 
 namespace {
 

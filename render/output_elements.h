@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/config_document.h"
 #include "program/render_settings.h"
 #include "program/run_records.h"

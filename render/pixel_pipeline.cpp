@@ -1,7 +1,7 @@
 // GCC 12 reports std::regex's own internals as maybe-uninitialized when sanitizers are on.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 
-#include "pixel_pipeline.h"
+#include "render/pixel_pipeline.h"
 
 #include <algorithm>
 #include <cmath>

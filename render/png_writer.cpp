@@ -1,4 +1,4 @@
-#include "png_writer.h"
+#include "render/png_writer.h"
 
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_STATIC

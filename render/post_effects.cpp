@@ -1,4 +1,4 @@
-#include "post_effects.h"
+#include "render/post_effects.h"
 
 #include <algorithm>
 #include <cstring>

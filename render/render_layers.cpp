@@ -1,4 +1,4 @@
-#include "render_layers.h"
+#include "render/render_layers.h"
 
 #include "program/failure.h"
 

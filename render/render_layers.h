@@ -1,7 +1,7 @@
 // Attaches or detaches the render layers named in the configuration's "layers" block.
 #pragma once
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/config_document.h"
 
 // A refused layer is reported and returned; the caller stops the run.

@@ -1,10 +1,10 @@
-#include "save_image.h"
+#include "render/save_image.h"
 
 #include <string>
 #include <vector>
 
-#include "image_conversion.h"
-#include "png_writer.h"
+#include "render/image_conversion.h"
+#include "render/png_writer.h"
 
 namespace {
 

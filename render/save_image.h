@@ -2,7 +2,7 @@
 // post-processing through the program's own pixel pipeline into a PNG stream.
 #pragma once
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/render_settings.h"
 
 ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,

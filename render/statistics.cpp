@@ -1,9 +1,9 @@
-#include "statistics.h"
+#include "render/statistics.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "post_effects.h"
+#include "render/post_effects.h"
 
 namespace {
 

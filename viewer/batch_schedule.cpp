@@ -1,4 +1,4 @@
-#include "batch_schedule.h"
+#include "viewer/batch_schedule.h"
 
 uint32_t firstFramesValue(int32_t stopAtIterations) { return stopAtIterations < 1 ? 2u : 0u; }
 

@@ -1,4 +1,4 @@
-#include "camera_navigation.h"
+#include "viewer/camera_navigation.h"
 
 #include <cmath>
 

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "viewer_state.h"
+#include "viewer/viewer_state.h"
 
 struct GLFWwindow;
 

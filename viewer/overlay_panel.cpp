@@ -1,10 +1,10 @@
-#include "overlay_panel.h"
+#include "viewer/overlay_panel.h"
 
 #include <imgui.h>
 
 #include <cstdio>
 
-#include "ZvrLoadStore.h"
+#include "engine/ZvrLoadStore.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
-#include "camera_navigation.h"
-#include "viewer_state.h"
+#include "engine/ZvrCore.h"
+#include "viewer/camera_navigation.h"
+#include "viewer/viewer_state.h"
 
 // What the panel edits; the depth fields start at 0 and are not read from the engine.
 struct PanelState {

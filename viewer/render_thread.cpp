@@ -1,4 +1,4 @@
-#include "render_thread.h"
+#include "viewer/render_thread.h"
 
 #include "program/shader_advice.h"
 

@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "ZvrCore.h"
-#include "viewer_state.h"
+#include "engine/ZvrCore.h"
+#include "viewer/viewer_state.h"
 
 struct RenderJob {
   bool skipRender = false;

@@ -1,10 +1,10 @@
-#include "upscaler.h"
+#include "viewer/upscaler.h"
 
 #include <cmath>
 #include <cstdio>
 
 #include "upscale_shader_source.h"  // generated from shaders/upscale.comp
-#include "upscaler_constants.h"
+#include "viewer/upscaler_constants.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "upscaler_constants.h"
+#include "viewer/upscaler_constants.h"
 
 #include <cmath>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "viewer.h"
+#include "viewer/viewer.h"
 
 #include <GL/glew.h>
 #include <GLFW/glfw3.h>
@@ -10,12 +10,12 @@
 #include <cstdio>
 #include <thread>
 
-#include "batch_schedule.h"
-#include "camera_navigation.h"
-#include "overlay_panel.h"
+#include "viewer/batch_schedule.h"
+#include "viewer/camera_navigation.h"
+#include "viewer/overlay_panel.h"
 #include "program/plugin_kind.h"
-#include "render_thread.h"
-#include "upscaler.h"
+#include "viewer/render_thread.h"
+#include "viewer/upscaler.h"
 
 namespace {
 

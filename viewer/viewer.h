@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/config_document.h"
 #include "program/render_settings.h"
 #include "program/run_records.h"
-#include "viewer_state.h"
+#include "viewer/viewer_state.h"
 
 struct ViewerResult {
   int32_t status = 0;  // 0 when the window was closed, -1 when none could be opened

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 struct ViewerState {
   ZvrFrameBuffer resolvedFramebuffer = nullptr;  // the viewer's own; the driver deletes it

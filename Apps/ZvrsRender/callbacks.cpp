@@ -1,4 +1,4 @@
-#include "callbacks.h"
+#include "Apps/ZvrsRender/callbacks.h"
 
 #include <cstdio>
 

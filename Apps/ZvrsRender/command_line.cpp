@@ -1,4 +1,4 @@
-#include "command_line.h"
+#include "Apps/ZvrsRender/command_line.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,9 +1,9 @@
-#include "common.h"
+#include "Apps/ZvrsRender/common.h"
 
 #include <cstdio>
 #include <limits>
 
-#include "ZvrLoadStore.h"
+#include "engine/ZvrLoadStore.h"
 #include "program/failure.h"
 
 namespace {

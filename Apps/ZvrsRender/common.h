@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/render_settings.h"
 
 void readSettingsFromEngine(RenderSettings& settings, ZvrContext context, const std::vector<int32_t>& pluginKinds);

@@ -1,4 +1,4 @@
-#include "environment_setup.h"
+#include "Apps/ZvrsRender/environment_setup.h"
 
 #include <string>
 

@@ -2,7 +2,7 @@
 // "environment.intensity" and "environment.rotation" (degrees about up), given to the scene.
 #pragma once
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/config_document.h"
 
 // Without the "environment" key the scene keeps its own lights. A file that cannot be read, or a

@@ -1,8 +1,8 @@
-#include "help.h"
+#include "Apps/ZvrsRender/help.h"
 
 #include <cstdio>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/aov_names.h"
 
 namespace {

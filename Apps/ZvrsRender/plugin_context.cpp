@@ -1,4 +1,4 @@
-#include "plugin_context.h"
+#include "Apps/ZvrsRender/plugin_context.h"
 
 #include <algorithm>
 #include <cctype>
@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "program/failure.h"
-#include "settings_reader.h"
+#include "Apps/ZvrsRender/settings_reader.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "program/config_document.h"
 #include "program/plugin_kind.h"
 

@@ -1,4 +1,4 @@
-#include "run_helpers.h"
+#include "Apps/ZvrsRender/run_helpers.h"
 
 #include <cstdio>
 #include <map>

@@ -1,4 +1,4 @@
-#include "settings_reader.h"
+#include "Apps/ZvrsRender/settings_reader.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,5 +1,5 @@
 // The versioned entry point the core looks up.
-#include "dorrik_plugin.h"
+#include "plugins/dorrik/dorrik_plugin.h"
 
 extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() {
   try {

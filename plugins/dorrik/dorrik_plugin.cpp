@@ -1,6 +1,6 @@
-#include "dorrik_plugin.h"
+#include "plugins/dorrik/dorrik_plugin.h"
 
-#include "aov.h"
+#include "kernel/aov.h"
 
 namespace zvr::dorrik {
 

@@ -2,7 +2,7 @@
 // bounce and ambient occlusion; its framebuffers hold final averaged values.
 #pragma once
 
-#include "kernel_plugin.h"
+#include "kernel/kernel_plugin.h"
 
 namespace zvr::dorrik {
 

@@ -1,8 +1,8 @@
-#include "quillon_plugin.h"
+#include "plugins/quillon/quillon_plugin.h"
 
 #include <algorithm>
 
-#include "aov.h"
+#include "kernel/aov.h"
 
 namespace zvr::quillon {
 

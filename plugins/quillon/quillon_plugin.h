@@ -2,7 +2,7 @@
 // texture memory limit.
 #pragma once
 
-#include "kernel_plugin.h"
+#include "kernel/kernel_plugin.h"
 
 namespace zvr::quillon {
 

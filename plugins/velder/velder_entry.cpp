@@ -1,5 +1,5 @@
 // The versioned entry point the core looks up.
-#include "velder_plugin.h"
+#include "plugins/velder/velder_plugin.h"
 
 extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() {
   try {

@@ -1,6 +1,6 @@
-#include "velder_plugin.h"
+#include "plugins/velder/velder_plugin.h"
 
-#include "aov.h"
+#include "kernel/aov.h"
 
 namespace zvr::velder {
 

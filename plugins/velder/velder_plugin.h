@@ -1,7 +1,7 @@
 // Velder: the reference path tracer with the full AOV set.
 #pragma once
 
-#include "kernel_plugin.h"
+#include "kernel/kernel_plugin.h"
 
 namespace zvr::velder {
 

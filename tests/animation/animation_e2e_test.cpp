@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "gltf_animation_reference.h"
-#include "program_run.h"
+#include "tests/animation/gltf_animation_reference.h"
+#include "tests/render/program_run.h"
 
 namespace {
 

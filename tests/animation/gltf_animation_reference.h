@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "reference_matrices.h"
+#include "tests/animation/reference_matrices.h"
 
 class GltfAnimationReference {
  public:

@@ -4,9 +4,9 @@
 
 #include <cmath>
 
-#include "keyframe_math.h"
-#include "matrix4.h"
-#include "reference_matrices.h"
+#include "animation/keyframe_math.h"
+#include "animation/matrix4.h"
+#include "tests/animation/reference_matrices.h"
 
 namespace {
 

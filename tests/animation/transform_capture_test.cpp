@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "ZvrLoadStore.h"
-#include "keyframe_evaluation.h"
-#include "transform_capture.h"
+#include "engine/ZvrLoadStore.h"
+#include "animation/keyframe_evaluation.h"
+#include "animation/transform_capture.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "command_line.h"
+#include "Apps/ZvrsRender/command_line.h"
 #include "program/config_json.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "expected_help.h"
-#include "process_runner.h"
+#include "tests/app/expected_help.h"
+#include "tests/app/process_runner.h"
 
 namespace {
 

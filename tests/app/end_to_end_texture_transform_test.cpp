@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "process_runner.h"
+#include "tests/app/process_runner.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "process_runner.h"
+#include "tests/app/process_runner.h"
 
 namespace {
 
@@ -83,14 +83,6 @@ class TracedRun : public testing::Test {
     return block;
   }
 
-  bool pluginAvailable(const std::string& library) const {
-    const bool built = std::filesystem::exists(std::string(ZVR_BIN_DIR) + "/" + library);
-#ifdef ZVR_PLUGINS_IN_TREE
-    EXPECT_TRUE(built) << library << " is a target of this tree but was not built";
-#endif
-    return built;
-  }
-
   std::filesystem::path folder_;
 };
 
@@ -105,7 +97,6 @@ void expectSequence(const std::vector<std::string>& block, const std::vector<Cal
 }
 
 TEST_F(TracedRun, VelderRunCallsTheLibrariesInOrder) {
-  if (!pluginAvailable("libVelder64.so")) GTEST_SKIP() << "libVelder64.so is not built";
   const ProcessResult result =
       run("{\"plugin\":\"velder\",\"gui\":0,\"width\":32,\"height\":24,\"iterations\":2,\"batchsize\":2,"
           "\"radianceclamp\":5,\"maxdepth\":3,\"output\":\"box.png\",\"print.progress\":0,"
@@ -185,7 +176,6 @@ TEST_F(TracedRun, VelderRunCallsTheLibrariesInOrder) {
 }
 
 TEST_F(TracedRun, QuillonRunReadsAndWritesItsFamilyKeys) {
-  if (!pluginAvailable("libQuillon64.so")) GTEST_SKIP() << "libQuillon64.so is not built";
   const ProcessResult result =
       run("{\"plugin\":\"Quillon64.dll\",\"gui\":0,\"width\":32,\"height\":24,\"iterations\":1,\"print.progress\":0,"
           "\"print.result\":0,\"causticsreduction\":0.5,\"maxdepth.diffuse\":2,\"integratorgpu\":\"gpu\",\"output\":\"q.png\","
@@ -225,7 +215,6 @@ TEST_F(TracedRun, XmlOutputExportsAndRendersNothing) {
 }
 
 TEST_F(TracedRun, KelBackendIsAnnouncedAndGetsNoDefaultDevice) {
-  if (!pluginAvailable("libVelder64.so")) GTEST_SKIP() << "libVelder64.so is not built";
   const ProcessResult result =
       run("{\"plugin\":\"velder\",\"gui\":0,\"width\":8,\"height\":8,\"iterations\":1,\"print.progress\":0,"
           "\"context\":{\"backend\":\"kel\",\"debug\":1}}");
@@ -237,7 +226,6 @@ TEST_F(TracedRun, KelBackendIsAnnouncedAndGetsNoDefaultDevice) {
 
 // Without a display the viewer has set itself up, opens nothing, renders nothing and says why.
 TEST_F(TracedRun, ViewerWithoutDisplayEndsWithMinusOneAndAdvice) {
-  if (!pluginAvailable("libVelder64.so")) GTEST_SKIP() << "libVelder64.so is not built";
   const std::string configPath = (folder_ / "run.json").string();
   std::ofstream(configPath) << "{\"plugin\":\"velder\",\"gui\":1,\"width\":16,\"height\":16,\"context\":{}}";
   ProcessOptions options;

@@ -1,9 +1,9 @@
 // The help text and the failure reports that need no library.
 #include <gtest/gtest.h>
 
-#include "expected_help.h"
+#include "tests/app/expected_help.h"
 #include "program/failure.h"
-#include "help.h"
+#include "Apps/ZvrsRender/help.h"
 
 namespace {
 

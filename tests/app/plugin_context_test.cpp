@@ -6,8 +6,8 @@
 
 #include "program/aov_names.h"
 #include "program/config_json.h"
-#include "plugin_context.h"
-#include "run_helpers.h"
+#include "Apps/ZvrsRender/plugin_context.h"
+#include "Apps/ZvrsRender/run_helpers.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "program/config_json.h"
-#include "settings_reader.h"
+#include "Apps/ZvrsRender/settings_reader.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "core_test_support.h"
+#include "tests/core/core_test_support.h"
 
 #include <dirent.h>
 #include <ftw.h>

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 
 namespace core_test {
 

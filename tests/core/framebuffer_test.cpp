@@ -13,7 +13,7 @@
 #include <cmath>
 #include <set>
 
-#include "core_test_support.h"
+#include "tests/core/core_test_support.h"
 
 using core_test::lastError;
 using core_test::ScopedContext;

@@ -11,7 +11,7 @@
 #include <iterator>
 #include <tuple>
 
-#include "core_test_support.h"
+#include "tests/core/core_test_support.h"
 
 using core_test::lastError;
 using core_test::ScopedContext;

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "core_test_support.h"
+#include "tests/core/core_test_support.h"
 
 using core_test::lastError;
 using core_test::ScopedContext;

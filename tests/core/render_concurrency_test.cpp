@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "ZvrCore.h"
-#include "core_test_support.h"
+#include "engine/ZvrCore.h"
+#include "tests/core/core_test_support.h"
 
 namespace {
 

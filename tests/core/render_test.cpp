@@ -10,8 +10,8 @@
 #include <regex>
 #include <thread>
 
-#include "core_test_support.h"
-#include "plugin_api.h"
+#include "tests/core/core_test_support.h"
+#include "core/plugin_api.h"
 
 using core_test::lastError;
 using core_test::ScopedContext;

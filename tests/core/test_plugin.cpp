@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "plugin_api.h"
+#include "core/plugin_api.h"
 
 namespace {
 

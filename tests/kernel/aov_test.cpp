@@ -4,9 +4,9 @@
 #include <cmath>
 #include <set>
 
-#include "aov.h"
-#include "test_support.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "tests/kernel/test_support.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::test {
 namespace {

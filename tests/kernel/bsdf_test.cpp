@@ -5,9 +5,9 @@
 #include <cmath>
 #include <random>
 
-#include "bsdf.h"
-#include "microfacet.h"
-#include "microfacet_albedo.h"
+#include "kernel/bsdf.h"
+#include "kernel/microfacet.h"
+#include "kernel/microfacet_albedo.h"
 
 namespace zvr::kernel {
 namespace {

@@ -3,10 +3,10 @@
 
 #include <cmath>
 
-#include "aov.h"
-#include "camera.h"
-#include "test_support.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "kernel/camera.h"
+#include "tests/kernel/test_support.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::kernel {
 namespace {

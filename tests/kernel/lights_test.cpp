@@ -6,10 +6,10 @@
 #include <functional>
 #include <random>
 
-#include "aov.h"
-#include "lights.h"
-#include "test_support.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "kernel/lights.h"
+#include "tests/kernel/test_support.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::kernel {
 namespace {

@@ -4,10 +4,10 @@
 
 #include <cmath>
 
-#include "aov.h"
-#include "quillon_plugin.h"
-#include "test_support.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "plugins/quillon/quillon_plugin.h"
+#include "tests/kernel/test_support.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::test {
 namespace {

@@ -5,11 +5,11 @@
 
 #include <random>
 
-#include "camera.h"
-#include "lights.h"
-#include "path_integrator.h"
-#include "scene.h"
-#include "test_support.h"
+#include "kernel/camera.h"
+#include "kernel/lights.h"
+#include "kernel/path_integrator.h"
+#include "kernel/scene.h"
+#include "tests/kernel/test_support.h"
 
 namespace zvr::kernel {
 namespace {

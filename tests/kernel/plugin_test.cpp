@@ -7,11 +7,11 @@
 #include <set>
 #include <tuple>
 
-#include "aov.h"
-#include "dorrik_plugin.h"
-#include "quillon_plugin.h"
-#include "test_support.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "plugins/dorrik/dorrik_plugin.h"
+#include "plugins/quillon/quillon_plugin.h"
+#include "tests/kernel/test_support.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::test {
 namespace {

@@ -2,10 +2,10 @@
 // reference Cornell box gets darker in its indirect light and costs fewer rays per sample.
 #include <gtest/gtest.h>
 
-#include "aov.h"
-#include "cornell_scene.h"
-#include "test_support.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "bench/cornell_scene.h"
+#include "tests/kernel/test_support.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::test {
 namespace {

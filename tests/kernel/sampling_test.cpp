@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-#include "sampling.h"
+#include "kernel/sampling.h"
 
 namespace zvr::kernel {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <functional>
 
-#include "scene.h"
-#include "test_support.h"
+#include "kernel/scene.h"
+#include "tests/kernel/test_support.h"
 
 namespace zvr::kernel {
 namespace {

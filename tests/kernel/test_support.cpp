@@ -1,4 +1,4 @@
-#include "test_support.h"
+#include "tests/kernel/test_support.h"
 
 #include <cmath>
 

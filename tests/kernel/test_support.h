@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "plugin_api.h"
+#include "core/plugin_api.h"
 
 namespace zvr::test {
 

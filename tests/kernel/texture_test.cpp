@@ -3,10 +3,10 @@
 
 #include <cmath>
 
-#include "aov.h"
-#include "test_support.h"
-#include "texture.h"
-#include "velder_plugin.h"
+#include "kernel/aov.h"
+#include "tests/kernel/test_support.h"
+#include "kernel/texture.h"
+#include "plugins/velder/velder_plugin.h"
 
 namespace zvr::kernel {
 namespace {

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "animation_records.h"
-#include "scene_catalog.h"
-#include "scene_file.h"
+#include "loadstore/animation_records.h"
+#include "tests/loadstore/scene_catalog.h"
+#include "loadstore/scene_file.h"
 
 namespace zvr::loadstore {
 namespace {

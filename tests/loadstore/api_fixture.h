@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrLoadStore.h"
+#include "engine/ZvrLoadStore.h"
 
 namespace zvr::testing {
 

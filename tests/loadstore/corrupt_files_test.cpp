@@ -5,10 +5,10 @@
 #include <fstream>
 #include <functional>
 
-#include "load_error.h"
-#include "scene_catalog.h"
-#include "scene_file.h"
-#include "xml_writer.h"
+#include "loadstore/load_error.h"
+#include "tests/loadstore/scene_catalog.h"
+#include "loadstore/scene_file.h"
+#include "loadstore/xml_writer.h"
 
 namespace zvr::loadstore {
 namespace {

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "api_fixture.h"
-#include "scene_catalog.h"
+#include "tests/loadstore/api_fixture.h"
+#include "tests/loadstore/scene_catalog.h"
 
 namespace zvr::testing {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "scene_catalog.h"
-#include "scene_file.h"
+#include "tests/loadstore/scene_catalog.h"
+#include "loadstore/scene_file.h"
 
 namespace zvr::loadstore {
 namespace {

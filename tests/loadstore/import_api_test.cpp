@@ -7,8 +7,8 @@
 #include <set>
 #include <sstream>
 
-#include "api_fixture.h"
-#include "scene_catalog.h"
+#include "tests/loadstore/api_fixture.h"
+#include "tests/loadstore/scene_catalog.h"
 
 namespace zvr::testing {
 namespace {

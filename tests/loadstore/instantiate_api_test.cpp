@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "api_fixture.h"
-#include "scene_catalog.h"
+#include "tests/loadstore/api_fixture.h"
+#include "tests/loadstore/scene_catalog.h"
 
 namespace zvr::testing {
 namespace {

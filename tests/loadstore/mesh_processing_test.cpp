@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "mesh_processing.h"
+#include "loadstore/mesh_processing.h"
 
 namespace zvr::loadstore {
 namespace {

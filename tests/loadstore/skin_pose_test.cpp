@@ -2,10 +2,10 @@
 
 #include <cmath>
 
-#include "scene_catalog.h"
-#include "scene_file.h"
-#include "scene_framing.h"
-#include "skin_pose.h"
+#include "tests/loadstore/scene_catalog.h"
+#include "loadstore/scene_file.h"
+#include "loadstore/scene_framing.h"
+#include "loadstore/skin_pose.h"
 
 namespace zvr::loadstore {
 namespace {

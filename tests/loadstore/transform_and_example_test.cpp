@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <set>
 
-#include "scene_catalog.h"
-#include "scene_file.h"
-#include "scene_framing.h"
-#include "transform_math.h"
+#include "tests/loadstore/scene_catalog.h"
+#include "loadstore/scene_file.h"
+#include "loadstore/scene_framing.h"
+#include "loadstore/transform_math.h"
 
 namespace zvr::loadstore {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <filesystem>
 
-#include "scene_catalog.h"
-#include "scene_file.h"
-#include "xml_reader.h"
-#include "xml_writer.h"
+#include "tests/loadstore/scene_catalog.h"
+#include "loadstore/scene_file.h"
+#include "loadstore/xml_reader.h"
+#include "loadstore/xml_writer.h"
 
 namespace zvr::loadstore {
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "program_run.h"
+#include "tests/render/program_run.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "batch_render.h"
-#include "engine_fixture.h"
-#include "output_elements.h"
+#include "render/batch_render.h"
+#include "tests/render/engine_fixture.h"
+#include "render/output_elements.h"
 
 namespace {
 

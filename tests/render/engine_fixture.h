@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "ZvrCore.h"
+#include "engine/ZvrCore.h"
 #include "picojson.h"
 
 class EngineTest : public ::testing::Test {

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "engine_fixture.h"
-#include "leak_report.h"
-#include "post_effects.h"
-#include "render_layers.h"
+#include "tests/render/engine_fixture.h"
+#include "render/leak_report.h"
+#include "render/post_effects.h"
+#include "render/render_layers.h"
 
 namespace {
 

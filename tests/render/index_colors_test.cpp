@@ -1,7 +1,7 @@
 // The id colour table, against TEA results worked out separately for a few indices.
 #include <gtest/gtest.h>
 
-#include "index_colors.h"
+#include "render/index_colors.h"
 
 namespace {
 

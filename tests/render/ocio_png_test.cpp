@@ -14,9 +14,9 @@
 #define STB_IMAGE_IMPLEMENTATION
 #include <stb/stb_image.h>
 
-#include "image_conversion.h"
-#include "ocio_display.h"
-#include "png_writer.h"
+#include "render/image_conversion.h"
+#include "render/ocio_display.h"
+#include "render/png_writer.h"
 #include "program/render_settings.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "engine_fixture.h"
-#include "output_elements.h"
+#include "tests/render/engine_fixture.h"
+#include "render/output_elements.h"
 
 namespace {
 

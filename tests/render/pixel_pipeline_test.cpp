@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "pixel_pipeline.h"
+#include "render/pixel_pipeline.h"
 #include "program/render_settings.h"
 
 namespace {

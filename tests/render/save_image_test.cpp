@@ -11,9 +11,9 @@
 #define STB_IMAGE_IMPLEMENTATION
 #include <stb/stb_image.h>
 
-#include "engine_fixture.h"
-#include "output_elements.h"
-#include "save_image.h"
+#include "tests/render/engine_fixture.h"
+#include "render/output_elements.h"
+#include "render/save_image.h"
 
 namespace {
 

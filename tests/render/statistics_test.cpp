@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "engine_fixture.h"
-#include "statistics.h"
+#include "tests/render/engine_fixture.h"
+#include "render/statistics.h"
 
 namespace {
 

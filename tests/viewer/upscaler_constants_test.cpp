@@ -1,4 +1,4 @@
-#include "upscaler_constants.h"
+#include "viewer/upscaler_constants.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "upscaler.h"
+#include "viewer/upscaler.h"
 
 namespace {
 

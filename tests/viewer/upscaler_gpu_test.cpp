@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "upscaler.h"
-#include "upscaler_reference.h"
+#include "viewer/upscaler.h"
+#include "tests/viewer/upscaler_reference.h"
 
 namespace {
 

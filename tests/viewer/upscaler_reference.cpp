@@ -1,4 +1,4 @@
-#include "upscaler_reference.h"
+#include "tests/viewer/upscaler_reference.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,9 +4,9 @@
 #include <cmath>
 #include <vector>
 
-#include "batch_schedule.h"
-#include "camera_navigation.h"
-#include "overlay_panel.h"
+#include "viewer/batch_schedule.h"
+#include "viewer/camera_navigation.h"
+#include "viewer/overlay_panel.h"
 
 namespace {
 

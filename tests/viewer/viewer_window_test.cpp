@@ -13,11 +13,11 @@
 #include <thread>
 #include <vector>
 
-#include "process_runner.h"
-#include "upscaler_constants.h"
-#include "upscaler_reference.h"
-#include "../render/program_run.h"
-#include "x11_session.h"
+#include "tests/app/process_runner.h"
+#include "viewer/upscaler_constants.h"
+#include "tests/viewer/upscaler_reference.h"
+#include "tests/render/program_run.h"
+#include "tests/viewer/x11_session.h"
 
 namespace {
 

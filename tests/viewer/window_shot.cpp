@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "x11_session.h"
+#include "tests/viewer/x11_session.h"
 
 int main(int argc, char** argv) {
   if (argc < 3) {

@@ -1,4 +1,4 @@
-#include "x11_session.h"
+#include "tests/viewer/x11_session.h"
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>

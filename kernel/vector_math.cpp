@@ -1,4 +1,4 @@
-#include "math.h"
+#include "kernel/vector_math.h"
 
 namespace zvr::kernel {
 

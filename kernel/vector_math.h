@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "plugin_api.h"
+#include "core/plugin_api.h"
 
 namespace zvr::kernel {
 
