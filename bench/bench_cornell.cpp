@@ -20,6 +20,8 @@
 #include <vector>
 
 #include "bench/cornell_scene.h"
+#include "bench/image_compare.h"
+#include "bench/library_scene.h"
 #include "kernel/kernel_plugin.h"
 #include "plugins/dorrik/dorrik_plugin.h"
 #include "plugins/velder/velder_plugin.h"
@@ -32,7 +34,7 @@ constexpr uint32_t kSize = 512;
 const std::string kScene = std::string(ZVR_SHARED_DIR) + "/reference/cornell-lambert.glb";
 const std::string kReference = std::string(ZVR_SHARED_DIR) + "/reference/cornell-cycles-1024spp.exr";
 
-using Image = std::vector<float>;  // RGBA, rows top to bottom
+using zvr::bench::Image;
 
 // Processor time of the whole process: on a shared machine wall time also counts other people's work.
 double cpuSeconds() {
@@ -41,50 +43,9 @@ double cpuSeconds() {
   return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
 }
 
-bool readReference(Image& out) {
-  auto in = OIIO::ImageInput::open(kReference);
-  if (!in) {
-    std::fprintf(stderr, "cannot open %s: %s\n", kReference.c_str(), OIIO::geterror().c_str());
-    return false;
-  }
-  const auto& spec = in->spec();
-  if (uint32_t(spec.width) != kSize || uint32_t(spec.height) != kSize || spec.nchannels < 3) {
-    std::fprintf(stderr, "%s: expected %ux%u RGB(A)\n", kReference.c_str(), kSize, kSize);
-    return false;
-  }
-  std::vector<float> data(size_t(spec.width) * spec.height * spec.nchannels);
-  if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, data.data())) return false;
-  out.assign(size_t(kSize) * kSize * 4, 1.0f);
-  for (size_t i = 0; i < size_t(kSize) * kSize; ++i)
-    for (int c = 0; c < 3; ++c) out[4 * i + c] = data[i * spec.nchannels + c];
-  return true;
-}
-
-double rmse(const Image& a, const Image& b) {
-  double s = 0;
-  for (size_t i = 0; i < a.size(); i += 4)
-    for (int c = 0; c < 3; ++c) s += (a[i + c] - b[i + c]) * double(a[i + c] - b[i + c]);
-  return std::sqrt(s / (a.size() / 4 * 3));
-}
-
-Image blockAverage(const Image& a, uint32_t block) {
-  uint32_t n = kSize / block;
-  Image out(size_t(n) * n * 4, 0.0f);
-  for (uint32_t y = 0; y < kSize; ++y)
-    for (uint32_t x = 0; x < kSize; ++x)
-      for (int c = 0; c < 4; ++c) out[((y / block) * n + x / block) * 4 + c] += a[(size_t(y) * kSize + x) * 4 + c] / (block * block);
-  return out;
-}
-
-Image normalize(const std::vector<float>& sums) {
-  Image out(sums.size());
-  for (size_t i = 0; i < sums.size(); i += 4) {
-    float w = sums[i + 3];
-    for (int c = 0; c < 3; ++c) out[i + c] = w != 0 ? sums[i + c] / w : 0;
-    out[i + 3] = 1;
-  }
-  return out;
-}
+double rmse(const Image& a, const Image& b) { return zvr::bench::rmse(a, b); }
+Image blockAverage(const Image& a, uint32_t block) { return zvr::bench::blockAverage(a, kSize, block); }
+Image normalize(const std::vector<float>& sums) { return zvr::bench::normalize(sums); }
 
 void report(const char* label, const Image& ours, const Image& a, const Image& b, const Image& reference) {
   std::printf("%s: rmse vs reference %.5f (4x4 blocks %.5f); own noise from half renders %.5f (4x4 blocks %.5f)\n", label,
@@ -288,95 +249,25 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
   return true;
 }
 
-// Composes a group chain into a world matrix (row vectors: p * local * parent * ...).
-void multiplyInto(float out[16], const float a[16], const float b[16]) {
-  float r[16];
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 4; ++j) {
-      float s = 0;
-      for (int k = 0; k < 4; ++k) s += a[4 * i + k] * b[4 * k + j];
-      r[4 * i + j] = s;
-    }
-  std::memcpy(out, r, sizeof(r));
-}
-
-void groupMatrix(const ZvrsTransformGroupBlock& g, float m[16]) {
-  double x = g.rotation[0], y = g.rotation[1], z = g.rotation[2], w = g.rotation[3];
-  double r[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y + z * w), 2 * (x * z - y * w)},
-                    {2 * (x * y - z * w), 1 - 2 * (x * x + z * z), 2 * (y * z + x * w)},
-                    {2 * (x * z + y * w), 2 * (y * z - x * w), 1 - 2 * (x * x + y * y)}};
-  for (int i = 0; i < 3; ++i) {
-    for (int j = 0; j < 3; ++j) m[4 * i + j] = float(r[i][j] * g.scale[i]);
-    m[4 * i + 3] = 0;
-  }
-  m[12] = g.translation[0], m[13] = g.translation[1], m[14] = g.translation[2], m[15] = 1;
-}
-
-bool composeParents(std::string group, float world[16]) {
-  char name[1024];
-  for (int guard = 0; !group.empty() && guard < 1000; ++guard) {
-    ZvrsTransformGroupBlock block;
-    if (zvrsGetTransformGroup(group.c_str(), &block) != 0) return false;
-    float g[16];
-    groupMatrix(block, g);
-    multiplyInto(world, world, g);
-    name[0] = 0;
-    if (zvrsGetParentGroupFromGroup(group.c_str(), sizeof(name), name, nullptr) != 0) return false;
-    group = name;
-  }
-  return true;
-}
-
-#define CHECK(call)                                                                                 \
-  do {                                                                                              \
-    ZvrStatus status_ = (call);                                                                     \
-    if (status_ != 0) {                                                                             \
-      char text[1024] = "";                                                                         \
-      if (context) zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, sizeof(text), text, nullptr); \
-      std::fprintf(stderr, "%s failed with %d: %s\n", #call, status_, text);                        \
-      return false;                                                                                 \
-    }                                                                                               \
+#define CHECK(call)                                                                        \
+  do {                                                                                     \
+    ZvrStatus status_ = (call);                                                            \
+    if (status_ != 0) {                                                                    \
+      std::fprintf(stderr, "%s\n", zvr::bench::libraryFailure(library, #call, status_).c_str()); \
+      return false;                                                                        \
+    }                                                                                      \
   } while (0)
 
 // The same comparison through the public libraries, as the program renders.
 bool apiBench(uint32_t samples, uint32_t threads, const Image& reference) {
-  ZvrContext context = nullptr;
-  int32_t plugin = zvrRegisterPlugin("Velder64.dll");
-  if (plugin < 0) {
-    std::fprintf(stderr, "Velder64 could not be registered\n");
+  zvr::bench::LibraryScene library;
+  std::string error;
+  if (!zvr::bench::openLibraryScene(kScene, threads, library, &error)) {
+    std::fprintf(stderr, "%s\n", error.c_str());
+    zvr::bench::closeLibraryScene(library);
     return false;
   }
-  ZvrContextProperties props[16] = {ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, ZvrContextProperties(threads), 0};
-  CHECK(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, props, nullptr, &context));
-  CHECK(zvrContextSetActivePlugin(context, plugin));
-  ZvrMaterialSystem materials = nullptr;
-  CHECK(zvrContextCreateMaterialSystem(context, 0, &materials));
-  ZvrScene scene = nullptr;
-  CHECK(zvrsImport(kScene.c_str(), context, materials, &scene, 0, nullptr));
-  uint32_t count = 0;
-  CHECK(zvrsListImportedShapes(nullptr, 0, &count));
-  std::vector<ZvrShape> shapes(count);
-  CHECK(zvrsListImportedShapes(shapes.data(), count * sizeof(ZvrShape), nullptr));
-  char name[1024];
-  for (ZvrShape s : shapes) {
-    float m[16];
-    CHECK(zvrShapeGetInfo(s, ZVR_SHAPE_TRANSFORM, sizeof(m), m, nullptr));
-    name[0] = 0;
-    CHECK(zvrsGetParentGroupFromShape(s, sizeof(name), name, nullptr));
-    if (!composeParents(name, m)) return false;
-    CHECK(zvrShapeSetTransform(s, 0, m));
-  }
-  CHECK(zvrsListImportedCameras(nullptr, 0, &count));
-  std::vector<ZvrCamera> cameras(count);
-  if (count) CHECK(zvrsListImportedCameras(cameras.data(), count * sizeof(ZvrCamera), nullptr));
-  for (ZvrCamera c : cameras) {
-    float m[32];
-    CHECK(zvrCameraGetInfo(c, ZVR_CAMERA_TRANSFORM, sizeof(m), m, nullptr));
-    name[0] = 0;
-    CHECK(zvrsGetParentGroupFromCamera(c, sizeof(name), name, nullptr));
-    if (!composeParents(name, m)) return false;
-    CHECK(zvrCameraSetTransform(c, 0, m));
-  }
+  ZvrContext context = library.context;
   CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_MAX_DEPTH, 8));
   CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_IMAGE_FILTER_TYPE, 3));
   CHECK(zvrContextSetParameterByKey1f(context, ZVR_CONTEXT_IMAGE_FILTER_RADIUS, 1.125f));
@@ -418,8 +309,7 @@ bool apiBench(uint32_t samples, uint32_t threads, const Image& reference) {
     }
     std::printf("library: first picture after a restart, frame hint %u: %.1f ms\n", hint, best);
   }
-  zvrsDeleteListImportedObjects(context);
-  zvrObjectDelete(context);
+  zvr::bench::closeLibraryScene(library);
   return true;
 }
 
@@ -433,7 +323,11 @@ int main(int argc, char** argv) {
     return 2;
   }
   Image reference;
-  if (!readReference(reference)) return 1;
+  std::string error;
+  if (!zvr::bench::readRgb(kReference, kSize, reference, &error)) {
+    std::fprintf(stderr, "%s\n", error.c_str());
+    return 1;
+  }
   bool ok = kernelBench(samples, threads, reference, argc > 3 ? argv[3] : nullptr);
   ok = apiBench(samples, threads, reference) && ok;
   return ok ? 0 : 1;

@@ -1,14 +1,12 @@
 #include "core/image_decode.h"
 
-#include <OpenImageIO/filesystem.h>
-#include <OpenImageIO/imageio.h>
-
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
 #include "core/failure.h"
+#include "core/image_codec.h"
 #include "core/png_check.h"
 #include "core/scene_objects.h"
 
@@ -113,20 +111,19 @@ void checkPngFile(const std::string& path) {
   checkPngDecodes(bytes.data(), bytes.size(), path);
 }
 
-std::shared_ptr<const zvr::ImageData> readAll(OIIO::ImageInput& input, const std::string& what, uint32_t colorSpace) {
-  const OIIO::ImageSpec& spec = input.spec();
-  if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0)
+std::shared_ptr<const zvr::ImageData> readAll(ImageReader& input, const std::string& what, uint32_t colorSpace) {
+  if (input.width() <= 0 || input.height() <= 0 || input.channels() <= 0)
     fail(ZVR_ERROR_IO, what + ": the image has no pixels");
-  checkImageSize(uint64_t(spec.width), uint64_t(spec.height), ZVR_ERROR_IO, what);
+  checkImageSize(uint64_t(input.width()), uint64_t(input.height()), ZVR_ERROR_IO, what);
   auto image = std::make_shared<zvr::ImageData>();
   image->id = nextDataId();
-  image->width = uint32_t(spec.width);
-  image->height = uint32_t(spec.height);
-  image->channels = uint32_t(std::min(spec.nchannels, 4));
+  image->width = uint32_t(input.width());
+  image->height = uint32_t(input.height());
+  image->channels = uint32_t(std::min(input.channels(), 4));
   image->colorSpace = zvr::ColorSpace(colorSpace);
   image->pixels.resize(size_t(image->width) * image->height * image->channels);
-  if (!input.read_image(0, 0, 0, int(image->channels), OIIO::TypeDesc::FLOAT, image->pixels.data()))
-    fail(ZVR_ERROR_IO, what + ": " + input.geterror());
+  std::string error;
+  if (!input.readFloats(int(image->channels), image->pixels.data(), &error)) fail(ZVR_ERROR_IO, what + ": " + error);
   return image;
 }
 
@@ -169,8 +166,9 @@ std::shared_ptr<const zvr::ImageData> imageFromPixels(const ZvrImageDesc& desc, 
 std::shared_ptr<const zvr::ImageData> imageFromFile(const std::string& path, uint32_t colorSpace) {
   checkColorSpace(colorSpace);
   checkPngFile(path);
-  auto input = OIIO::ImageInput::open(path);
-  if (!input) fail(ZVR_ERROR_IO, path + ": cannot be read as an image: " + OIIO::geterror());
+  std::string error;
+  auto input = imageCodec().openFile(path, &error);
+  if (!input) fail(ZVR_ERROR_IO, path + ": cannot be read as an image: " + error);
   return readAll(*input, path, colorSpace);
 }
 
@@ -182,9 +180,9 @@ std::shared_ptr<const zvr::ImageData> imageFromMemory(const void* bytes, size_t 
   checkComplete(static_cast<const unsigned char*>(bytes), size, name);
   const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";
   if (std::strcmp(name, "memory.png") == 0) checkPngDecodes(static_cast<const unsigned char*>(bytes), size, what);
-  OIIO::Filesystem::IOMemReader reader(bytes, size);
-  auto input = OIIO::ImageInput::open(name, nullptr, &reader);
-  if (!input) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + OIIO::geterror());
+  std::string error;
+  auto input = imageCodec().openMemory(name, bytes, size, &error);
+  if (!input) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + error);
   return readAll(*input, what, colorSpace);
 }
 

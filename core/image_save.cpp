@@ -4,7 +4,6 @@
 #include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfOutputFile.h>
-#include <OpenImageIO/imageio.h>
 #include <Imath/half.h>
 
 #include <algorithm>
@@ -16,6 +15,8 @@
 #include "core/deep_exr.h"
 #include "core/failure.h"
 #include "core/framebuffer.h"
+#include "core/image_codec.h"
+#include "core/png_write.h"
 
 namespace zvr::core {
 namespace {
@@ -63,42 +64,47 @@ void saveImage(const FrameBuffer& frameBuffer, const std::string& path, float di
   const size_t count = size_t(width) * height;
   const int channels = format.channels;
 
-  OIIO::TypeDesc fileType = OIIO::TypeDesc::FLOAT;
-  if (format.eightBit) fileType = OIIO::TypeDesc::UINT8;
-  if (std::string(format.oiioName) == "openexr" && !exrFloat32) fileType = OIIO::TypeDesc::HALF;
-  OIIO::ImageSpec spec(int(width), int(height), channels, fileType);
-  if (channels == 4) spec.alpha_channel = 3;
-  if (format.eightBit) spec.attribute("oiio:ColorSpace", content == ZVR_FRAMEBUFFER_CONTENT_DATA ? "Linear" : "sRGB");
+  ImageWrite request;
+  request.format = format.oiioName;
+  request.width = int(width);
+  request.height = int(height);
+  request.channels = channels;
+  request.fileType = PixelType::Float;
+  if (format.eightBit) request.fileType = PixelType::UInt8;
+  if (std::string(format.oiioName) == "openexr" && !exrFloat32) request.fileType = PixelType::Half;
+  if (format.eightBit) request.colorSpace = content == ZVR_FRAMEBUFFER_CONTENT_DATA ? "Linear" : "sRGB";
 
   std::vector<unsigned char> bytes;
   std::vector<float> floats;
-  const void* source;
-  OIIO::TypeDesc sourceType;
   if (format.eightBit) {
     bytes.resize(count * channels);
     for (size_t i = 0; i < count; ++i)
       for (int c = 0; c < channels; ++c)
         bytes[i * channels + c] = encode8Bit(pixels[i * 4 + c], content, c == 3, displayGamma);
-    source = bytes.data();
-    sourceType = OIIO::TypeDesc::UINT8;
+    request.pixels = bytes.data();
+    request.sourceType = PixelType::UInt8;
   } else {
     floats.resize(count * channels);
     for (size_t i = 0; i < count; ++i)
       for (int c = 0; c < channels; ++c) floats[i * channels + c] = pixels[i * 4 + c];
-    source = floats.data();
-    sourceType = OIIO::TypeDesc::FLOAT;
+    request.pixels = floats.data();
+    request.sourceType = PixelType::Float;
   }
 
+  if (std::string(format.oiioName) == "png") {
+    writeAtomically(path, [&](const std::string& temporary) {
+      std::string error;
+      if (!writePng(temporary, request.width, request.height, channels, bytes.data(),
+                    content == ZVR_FRAMEBUFFER_CONTENT_DATA, &error))
+        fail(ZVR_ERROR_IO, path + ": " + error);
+    });
+    return;
+  }
+  const ImageCodec& codec = imageCodec();
   writeAtomically(path, [&](const std::string& temporary) {
-    auto output = OIIO::ImageOutput::create(format.oiioName);
-    if (!output) fail(ZVR_ERROR_IO, path + ": no writer for " + format.oiioName + ": " + OIIO::geterror());
-    if (!output->open(temporary, spec)) fail(ZVR_ERROR_IO, path + ": cannot be opened for writing: " + output->geterror());
-    if (!output->write_image(sourceType, source)) {
-      std::string error = output->geterror();
-      output->close();
-      fail(ZVR_ERROR_IO, path + ": writing failed: " + error);
-    }
-    if (!output->close()) fail(ZVR_ERROR_IO, path + ": closing failed: " + output->geterror());
+    request.path = temporary;
+    std::string error;
+    if (!codec.write(request, &error)) fail(ZVR_ERROR_IO, path + ": " + error);
   });
 }
 

@@ -27,14 +27,6 @@ bool isFile(const std::string& path) {
   return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
-std::string folderOfThisLibrary() {
-  Dl_info info;
-  if (::dladdr(reinterpret_cast<void*>(&resolvePluginPath), &info) == 0 || !info.dli_fname) return {};
-  std::string path = info.dli_fname;
-  size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
-}
-
 std::string fileNameFor(const std::string& name) {
   std::string base = name;
   if (base.size() > 4 && base.compare(base.size() - 4, 4, ".dll") == 0) base.resize(base.size() - 4);
@@ -48,6 +40,14 @@ std::string fileNameFor(const std::string& name) {
 
 }  // namespace
 
+std::string folderOfCoreLibrary() {
+  Dl_info info;
+  if (::dladdr(reinterpret_cast<void*>(&resolvePluginPath), &info) == 0 || !info.dli_fname) return {};
+  std::string path = info.dli_fname;
+  size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+}
+
 std::string resolvePluginPath(const std::string& name, std::string* searched) {
   if (isFile(name)) return name;
   const std::string file = fileNameFor(name);
@@ -55,7 +55,7 @@ std::string resolvePluginPath(const std::string& name, std::string* searched) {
   if (file.find('/') != std::string::npos) {
     candidates.push_back(file);
   } else {
-    candidates.push_back(folderOfThisLibrary() + "/" + file);
+    candidates.push_back(folderOfCoreLibrary() + "/" + file);
     if (const char* env = std::getenv("ZVR_PLUGIN_PATH")) {
       std::stringstream folders(env);
       std::string folder;

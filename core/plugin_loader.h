@@ -15,6 +15,9 @@ namespace zvr::core {
 // Empty with `searched` listing the places tried when nothing is found.
 std::string resolvePluginPath(const std::string& name, std::string* searched);
 
+// The folder libZvrCore64.so was loaded from, where its plug-ins and helper libraries stand.
+std::string folderOfCoreLibrary();
+
 // Loads (once per file) and returns the id, or -1 with `error` set.
 int32_t registerPlugin(const std::string& name, std::string* error);
 // A new instance of a registered plug-in; throws Failure for an unknown id.

@@ -1,80 +1,18 @@
 #include "kernel/dielectric_albedo.h"
 
-#include <array>
-#include <mutex>
-
-#include "kernel/microfacet.h"
+#include "kernel/albedo_integrals.h"
 
 namespace zvr::kernel {
 namespace {
 
-// Nodes in cos(theta) and in sqrt(alpha), as for the conductor tables.
-constexpr int kNodes = 32;
-constexpr int kStrata = 32;
-// Indices of refraction 1, 1.125, ... 3: glTF materials rarely go beyond.
-constexpr int kIorNodes = 17;
-constexpr float kIorMax = 3.0f;
+using albedo::kIorMax;
+using albedo::kIorNodes;
+using albedo::kNodes;
 
-// Visible normals sampled from wo, each split deterministically into its Fresnel-weighted
-// reflection and refraction, each weighted G2 / G1: the mean is the energy that leaves.
-float integrate(float cosO, float alpha, float eta) {
-  Vec3 wo(std::sqrt(std::max(0.0f, 1 - cosO * cosO)), 0, cosO);
-  float g1 = ggxG1(wo, alpha);
-  double sum = 0;
-  for (int i = 0; i < kStrata; ++i) {
-    // The steep tail of the distribution (where total internal reflection starts) lies in a thin
-    // rim of the sampler's first coordinate: u1 = 1 - (1 - t)^2 spreads it over many strata.
-    float t = (i + 0.5f) / kStrata, u1 = 1 - (1 - t) * (1 - t), jacobian = 2 * (1 - t);
-    for (int j = 0; j < kStrata; ++j) {
-      Vec3 h = ggxSampleVisible(wo, alpha, u1, (j + 0.5f) / kStrata);
-      float f = fresnelDielectric(dot(wo, h), eta);
-      Vec3 wr = reflect(wo, h);
-      if (wr.z > 0) sum += jacobian * f * ggxG(wo, wr, alpha) / g1;
-      Vec3 wt;
-      if (f < 1 && refract(wo, h, eta, wt) && wt.z < 0) sum += jacobian * (1 - f) * ggxG(wo, wt, alpha) / g1;
-    }
-  }
-  return std::min(1.0f, float(sum / (kStrata * kStrata)));
-}
-
-struct Slice {
-  // [side][roughness node][cosine node]; side 0 enters (eta = ior), side 1 leaves (eta = 1 / ior).
-  std::array<float, 2 * kNodes * kNodes> albedo{};
-};
-
-class DielectricTables {
- public:
-  const Slice& slice(int iorNode) {
-    std::call_once(built_[iorNode], [&] { build(iorNode); });
-    return slices_[iorNode];
-  }
-
- private:
-  void build(int iorNode) {
-    float ior = 1 + (kIorMax - 1) * float(iorNode) / (kIorNodes - 1);
-    Slice& s = slices_[iorNode];
-    for (int side = 0; side < 2; ++side)
-      for (int ri = 0; ri < kNodes; ++ri) {
-        float roughness = float(ri) / (kNodes - 1);
-        float alpha = std::max(1e-4f, roughness * roughness);
-        for (int ci = 0; ci < kNodes; ++ci)
-          s.albedo[(side * kNodes + ri) * kNodes + ci] =
-              integrate(std::max(0.02f, float(ci) / (kNodes - 1)), alpha, side == 0 ? ior : 1 / ior);
-      }
-  }
-  std::array<std::once_flag, kIorNodes> built_;
-  std::array<Slice, kIorNodes> slices_;
-};
-
-DielectricTables& tables() {
-  static DielectricTables t;
-  return t;
-}
-
-float lookup(const Slice& s, int side, float x, float y) {
+float lookup(int iorNode, int side, float x, float y) {
   int x0 = std::min(kNodes - 2, int(x)), y0 = std::min(kNodes - 2, int(y));
   float fx = x - float(x0), fy = y - float(y0);
-  const float* row0 = &s.albedo[(side * kNodes + y0) * kNodes];
+  const float* row0 = &albedo::kDielectric[((iorNode * 2 + side) * kNodes + y0) * kNodes];
   const float* row1 = row0 + kNodes;
   float a = row0[x0] + (row0[x0 + 1] - row0[x0]) * fx;
   float b = row1[x0] + (row1[x0 + 1] - row1[x0]) * fx;
@@ -92,9 +30,9 @@ float roughDielectricAlbedo(float cosTheta, float alpha, float eta) {
   float z = (ior - 1) / (kIorMax - 1) * (kIorNodes - 1);
   int z0 = std::min(kIorNodes - 1, int(z));
   float fz = z - float(z0);
-  float a = lookup(tables().slice(z0), side, x, y);
+  float a = lookup(z0, side, x, y);
   if (fz <= 1e-4f || z0 + 1 >= kIorNodes) return a;
-  float b = lookup(tables().slice(z0 + 1), side, x, y);
+  float b = lookup(z0 + 1, side, x, y);
   return a + (b - a) * fz;
 }
 

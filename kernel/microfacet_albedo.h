@@ -5,7 +5,7 @@
 
 namespace zvr::kernel {
 
-// E(mu, alpha) for a Fresnel of one, interpolated from a table computed on first use.
+// E(mu, alpha) for a Fresnel of one, interpolated from a table computed at build time.
 float ggxDirectionalAlbedo(float cosTheta, float alpha);
 // 2 * integral of E(mu, alpha) mu dmu over [0, 1].
 float ggxAverageAlbedo(float alpha);
