@@ -218,7 +218,7 @@ TEST(Dorrik, RefusesAovsOfThePathTracer) {
                        kAovMaterialId, kAovObjectId, kAovMeshId, kAovGroupId, kAovAlbedoDiffuse, kAovAo})
     EXPECT_TRUE(plugin.supportsAov(aov, &why)) << aov;
   velder::VelderPlugin velder;
-  for (uint32_t aov : {kAovVariance, kAovDirectDiffuse, kAovEmission, kAovBackground, kAovShadowCatcher,
+  for (uint32_t aov : std::initializer_list<uint32_t>{kAovVariance, kAovDirectDiffuse, kAovEmission, kAovBackground, kAovShadowCatcher,
                        kAovReflectionCatcher, kAovMattePass, kAovCryptoObject0 + 5, kAovCryptoMaterial0, kAovDeepColor}) {
     EXPECT_FALSE(plugin.supportsAov(aov, &why)) << aov;
     EXPECT_NE(why.find("preview"), std::string::npos) << why;
