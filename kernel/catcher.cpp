@@ -22,24 +22,40 @@ CatcherResult CatcherShading::shade(uint32_t flags, const SurfaceHit& hit, const
   return out;
 }
 
-// A white diffuse surface's light sample, once unoccluded and once with its shadow ray: pixels
-// accumulate both, so the shadow.catcher value is a ratio of sums rather than a mean of ratios.
+// A white diffuse surface's light: one sample with and without its shadow ray, and the mean of that
+// sample and kUnoccludedSamples more, which trace no ray.
 void CatcherShading::shadow(const SurfaceHit& hit, Vec3 n, Sampler& sampler, CatcherResult& out) const {
+  constexpr int kUnoccludedSamples = 15;
   out.lit = out.unoccluded = 0;
+  out.litFraction = 1;
   if (lights_.empty()) return;
-  const float ul = sampler.get1D();
-  auto u = sampler.get2D();
-  LightSample ls;
-  if (!lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) || !(ls.pdf > 0)) return;
-  const float cosine = dot(n, ls.wi);
-  if (cosine <= 0) return;
-  const float value = luminance(ls.radiance) * cosine / (kPi * ls.pdf);
-  if (!std::isfinite(value) || value <= 0) return;
-  out.unoccluded = value;
-  const Vec3 ng = dot(hit.ng, n) >= 0 ? hit.ng : -hit.ng;
-  const float shorten = ls.distance < 1e29f ? 2 * epsilon_ : 0;
-  ++out.rays;
-  if (!scene_.occluded(spawn(hit.p, ng, ls.wi, std::max(0.0f, ls.distance - shorten)))) out.lit = value;
+  Ray shadowRay;
+  float total = 0;
+  bool first = true;
+  for (int i = 0; i <= kUnoccludedSamples; ++i) {
+    const float ul = sampler.get1D();
+    auto u = sampler.get2D();
+    LightSample ls;
+    float value = 0;
+    if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) && ls.pdf > 0) {
+      value = luminance(ls.radiance) * std::max(0.0f, dot(n, ls.wi)) / (kPi * ls.pdf);
+      if (!std::isfinite(value)) value = 0;
+    }
+    total += value;
+    if (first && value > 0) {
+      const Vec3 ng = dot(hit.ng, n) >= 0 ? hit.ng : -hit.ng;
+      const float shorten = ls.distance < 1e29f ? 2 * epsilon_ : 0;
+      shadowRay = spawn(hit.p, ng, ls.wi, std::max(0.0f, ls.distance - shorten));
+      out.lit = out.unoccluded = value;
+    }
+    first = false;
+  }
+  if (out.lit > 0) {
+    ++out.rays;
+    if (scene_.occluded(shadowRay)) out.lit = 0;
+  }
+  const float mean = total / (kUnoccludedSamples + 1);
+  if (mean > 0) out.litFraction = out.lit / mean;
 }
 
 void CatcherShading::reflection(const SurfaceHit& hit, const ShadedPoint& sp, Vec3 wo, Sampler& sampler,

@@ -12,8 +12,12 @@
 namespace zvr::kernel {
 
 struct CatcherResult {
-  // Luminance of one light sample with and without occlusion; their ratio is the lit fraction.
+  // Luminance of one light sample with and without its shadow: summed over a pixel, their ratio is
+  // the fraction of light that arrives, exactly 1 where nothing shadows the catcher.
   float lit = 1, unoccluded = 1;
+  // lit over the mean of many unshadowed samples: per camera sample, a low-noise estimate of that
+  // fraction, which darkens what lies behind the catcher in the beauty.
+  float litFraction = 1;
   Vec3 reflection;  // radiance of other (non-catcher) objects reflected towards the camera
   uint32_t rays = 0;
 };

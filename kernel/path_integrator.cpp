@@ -143,7 +143,7 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
     SampleResult& o = out[k];
     if (o.catcher > 0) {
       // Only the catcher's own contributions: what lies behind it, in its shadow.
-      const float lit = o.catcherUnoccluded > 0 ? o.catcherLit / o.catcherUnoccluded : 1;
+      const float lit = o.catcherLitFraction;
       o.emission *= lit;
       o.background *= lit;
       for (int c = 0; c < kLobeCategories; ++c) {
@@ -235,6 +235,7 @@ void PathIntegrator::passCatcher(Path& path, const SurfaceHit& hit, const Shaded
     out.catcher = 1;
     out.catcherLit = caught.lit;
     out.catcherUnoccluded = caught.unoccluded;
+    out.catcherLitFraction = caught.litFraction;
     out.catcherReflection = caught.reflection;
     out.rays += caught.rays;
   }

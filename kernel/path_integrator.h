@@ -35,8 +35,8 @@ struct SampleResult {
   uint32_t shape = kNoShape;  // scene index of the first visible shape (catchers are not visible)
   // A catcher met by the camera ray: its coverage, the lit and unoccluded light of its shadow
   // sample (both 1 elsewhere) and the reflections it catches. Color shows what lies behind it,
-  // darkened by lit / unoccluded, plus the reflections.
-  float catcher = 0, catcherLit = 1, catcherUnoccluded = 1;
+  // darkened by the sample's lit fraction, plus the reflections.
+  float catcher = 0, catcherLit = 1, catcherUnoccluded = 1, catcherLitFraction = 1;
   Vec3 catcherReflection;
 };
 
