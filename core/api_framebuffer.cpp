@@ -3,6 +3,7 @@
 
 #include "core/api_call.h"
 #include "core/framebuffer.h"
+#include "core/cryptomatte_manifest.h"
 #include "core/image_save.h"
 #include "core/info_reply.h"
 #include "core/post_effect.h"
@@ -109,7 +110,7 @@ ZVR_API ZvrStatus zvrFrameBufferSaveToFileEx(ZvrFrameBuffer const* frameBuffers,
       std::lock_guard<std::mutex> state(ctx->stateMutex);
       float32 = ctx->settings.saveFloat32 != 0;
     }
-    saveMultilayerExr(list, path, float32);
+    saveMultilayerExr(list, path, float32, cryptomatteNames(*ctx));
   });
 }
 

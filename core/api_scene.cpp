@@ -325,6 +325,7 @@ ZVR_API ZvrStatus zvrShapeGetInfo(ZvrShape shape, uint32_t key, size_t size, voi
         case ZVR_SHAPE_OBJECT_ID: return replyValue("shape object id", s->objectId, size, data, outSize);
         case ZVR_SHAPE_MESH_ID: return replyValue("shape mesh id", s->meshId, size, data, outSize);
         case ZVR_SHAPE_GROUP_ID: return replyValue("shape group id", s->groupId, size, data, outSize);
+        case ZVR_SHAPE_CATCHER: return replyValue("shape catcher flags", s->catcher, size, data, outSize);
       }
       fail(ZVR_ERROR_UNKNOWN_KEY, "shape has no info key " + std::to_string(key));
     });
@@ -382,6 +383,19 @@ ZVR_SHAPE_ID_SETTER(zvrShapeSetObjectId, objectId)
 ZVR_SHAPE_ID_SETTER(zvrShapeSetMeshId, meshId)
 ZVR_SHAPE_ID_SETTER(zvrShapeSetGroupId, groupId)
 #undef ZVR_SHAPE_ID_SETTER
+
+ZVR_API ZvrStatus zvrShapeSetCatcher(ZvrShape shape, uint32_t flags) {
+  ApiCall call("zvrShapeSetCatcher", shape);
+  call.handle("shape", shape).unsignedNumber("flags", flags);
+  return call.run([&] {
+    Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");
+    constexpr uint32_t known = ZVR_CATCHER_SHADOW | ZVR_CATCHER_REFLECTION;
+    if (flags & ~known)
+      fail(ZVR_ERROR_INVALID_ARGUMENT, "catcher flags " + std::to_string(flags) + " hold bits other than 1 (shadow) and 2 (reflection)");
+    s->catcher = flags;
+    ++s->context()->revisions.material;
+  });
+}
 
 ZVR_API ZvrStatus zvrShapeAddRenderLayer(ZvrShape shape, const char* layer) {
   ApiCall call("zvrShapeAddRenderLayer", shape);

@@ -7,6 +7,7 @@
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfPartType.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "core/atomic_file.h"
@@ -19,9 +20,9 @@ namespace {
 template <class Value>
 struct DeepChannels {
   std::vector<Value> values[4];           // R, G, B, A of every sample, pixel by pixel
-  std::vector<float> depth;
+  std::vector<float> depth, depthBack;
   std::vector<Value*> pointers[4];        // per pixel: its first sample in `values`
-  std::vector<float*> depthPointers;
+  std::vector<float*> depthPointers, depthBackPointers;
 };
 
 template <class Value>
@@ -33,15 +34,24 @@ void writeDeep(const FrameBuffer& fb, const std::vector<std::vector<FrameBuffer:
   DeepChannels<Value> channels;
   for (auto& v : channels.values) v.reserve(total);
   channels.depth.reserve(total);
+  channels.depthBack.reserve(total);
   std::vector<size_t> first(pixels, 0);
   for (size_t p = 0; p < pixels; ++p) {
     float weight = 0;
     for (const auto& sample : lists[p]) weight += sample.rgba[3];
     first[p] = channels.depth.size();
     if (!(weight > 0)) continue;  // nothing seen in this pixel
+    // The samples of a pixel share its area side by side. Compositing them front to back with
+    // "over" lets each one through only what the nearer ones left, so each is divided by that
+    // remainder: then the flattened pixel is the plain sum of the shares, the flat picture.
+    double remaining = 1;
     for (const auto& sample : lists[p]) {
-      for (int c = 0; c < 4; ++c) channels.values[c].push_back(Value(sample.rgba[c] / weight));
+      const double share = sample.rgba[3] / weight;
+      const double scale = remaining > 1e-6 ? 1 / remaining : 1;
+      for (int c = 0; c < 4; ++c) channels.values[c].push_back(Value(float(sample.rgba[c] / weight * scale)));
       channels.depth.push_back(sample.depth);
+      channels.depthBack.push_back(std::max(sample.depth, sample.depthBack));
+      remaining -= share;
     }
     counts[p] = unsigned(lists[p].size());
   }
@@ -51,7 +61,11 @@ void writeDeep(const FrameBuffer& fb, const std::vector<std::vector<FrameBuffer:
     for (size_t p = 0; p < pixels; ++p) channels.pointers[c][p] = channels.values[c].data() + first[p];
   }
   channels.depthPointers.resize(pixels);
-  for (size_t p = 0; p < pixels; ++p) channels.depthPointers[p] = channels.depth.data() + first[p];
+  channels.depthBackPointers.resize(pixels);
+  for (size_t p = 0; p < pixels; ++p) {
+    channels.depthPointers[p] = channels.depth.data() + first[p];
+    channels.depthBackPointers[p] = channels.depthBack.data() + first[p];
+  }
 
   Imf::Header header(width, height);
   header.setType(Imf::DEEPSCANLINE);
@@ -59,6 +73,7 @@ void writeDeep(const FrameBuffer& fb, const std::vector<std::vector<FrameBuffer:
   static const char* const kNames[4] = {"R", "G", "B", "A"};
   for (const char* name : kNames) header.channels().insert(name, Imf::Channel(type));
   header.channels().insert("Z", Imf::Channel(Imf::FLOAT));
+  header.channels().insert("ZBack", Imf::Channel(Imf::FLOAT));
   Imf::DeepFrameBuffer slices;
   slices.insertSampleCountSlice(Imf::Slice(Imf::UINT, reinterpret_cast<char*>(counts.data()), sizeof(unsigned int),
                                            sizeof(unsigned int) * width));
@@ -67,6 +82,8 @@ void writeDeep(const FrameBuffer& fb, const std::vector<std::vector<FrameBuffer:
                                             sizeof(Value*) * width, sizeof(Value)));
   slices.insert("Z", Imf::DeepSlice(Imf::FLOAT, reinterpret_cast<char*>(channels.depthPointers.data()), sizeof(float*),
                                     sizeof(float*) * width, sizeof(float)));
+  slices.insert("ZBack", Imf::DeepSlice(Imf::FLOAT, reinterpret_cast<char*>(channels.depthBackPointers.data()),
+                                        sizeof(float*), sizeof(float*) * width, sizeof(float)));
   writeAtomically(path, [&](const std::string& temporary) {
     Imf::DeepScanLineOutputFile file(temporary.c_str(), header);
     file.setFrameBuffer(slices);

@@ -7,8 +7,8 @@ namespace zvr::core {
 
 class FrameBuffer;
 
-// One deep scan-line image: per pixel its samples nearest first, each with its share of the
-// pixel's filter weight (premultiplied R, G, B and A) and its depth in Z.
+// One deep scan-line image: per pixel its samples nearest first (R, G, B, A premultiplied, Z and
+// ZBack), scaled so that compositing them with "over" gives the flat picture.
 void saveDeepExr(const FrameBuffer& frameBuffer, const std::string& path, bool float32);
 
 }  // namespace zvr::core

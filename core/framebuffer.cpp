@@ -24,19 +24,34 @@ void FrameBuffer::addDeepSamples(const uint32_t* counts, const DeepSample* sampl
   // Samples of one surface arrive in every iteration at nearly the same depth; folding them into
   // one keeps a pixel's list as long as the number of surfaces it sees, not of samples taken.
   constexpr float kSameSurface = 1e-3f;
+  auto byDepth = [](const DeepSample& s, float depth) { return s.depth < depth; };
   std::lock_guard<std::mutex> lock(mutex_);
   const DeepSample* next = samples;
   for (size_t pixel = 0; pixel < deep_.size(); ++pixel) {
     std::vector<DeepSample>& list = deep_[pixel];
     for (uint32_t i = 0; i < counts[pixel]; ++i, ++next) {
-      const DeepSample& sample = *next;
+      DeepSample sample = *next;
       if (!std::isfinite(sample.depth)) continue;
-      auto at = std::lower_bound(list.begin(), list.end(), sample.depth,
-                                 [](const DeepSample& s, float depth) { return s.depth < depth; });
+      sample.depthBack = std::isfinite(sample.depthBack) ? std::max(sample.depth, sample.depthBack) : sample.depth;
+      if (sample.surface != 0) {
+        auto same = std::find_if(list.begin(), list.end(), [&](const DeepSample& s) { return s.surface == sample.surface; });
+        if (same != list.end()) {
+          // A surface spans the depths its samples met in this pixel.
+          for (int c = 0; c < 4; ++c) sample.rgba[c] += same->rgba[c];
+          sample.depth = std::min(sample.depth, same->depth);
+          sample.depthBack = std::max(sample.depthBack, same->depthBack);
+          list.erase(same);
+          --deepSampleCount_;
+        }
+        list.insert(std::lower_bound(list.begin(), list.end(), sample.depth, byDepth), sample);
+        ++deepSampleCount_;
+        continue;
+      }
+      auto at = std::lower_bound(list.begin(), list.end(), sample.depth, byDepth);
       const float tolerance = kSameSurface * std::max(std::fabs(sample.depth), 1e-6f);
       DeepSample* same = nullptr;
-      if (at != list.end() && at->depth - sample.depth <= tolerance) same = &*at;
-      else if (at != list.begin() && sample.depth - (at - 1)->depth <= tolerance) same = &*(at - 1);
+      if (at != list.end() && at->surface == 0 && at->depth - sample.depth <= tolerance) same = &*at;
+      else if (at != list.begin() && (at - 1)->surface == 0 && sample.depth - (at - 1)->depth <= tolerance) same = &*(at - 1);
       if (same) {
         for (int c = 0; c < 4; ++c) same->rgba[c] += sample.rgba[c];
       } else {
@@ -45,6 +60,19 @@ void FrameBuffer::addDeepSamples(const uint32_t* counts, const DeepSample* sampl
       }
     }
   }
+}
+
+void FrameBuffer::replaceWithFinalValues(const float* rgba, uint32_t iterationsAdded) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::copy(rgba, rgba + pixels_.size(), pixels_.begin());
+  content_ = ZVR_FRAMEBUFFER_CONTENT_DATA;
+  iterations_ += iterationsAdded;
+  finalValues_ = true;
+}
+
+bool FrameBuffer::holdsFinalValues() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return finalValues_;
 }
 
 std::vector<std::vector<FrameBuffer::DeepSample>> FrameBuffer::readDeep(uint64_t* total) const {
@@ -57,6 +85,7 @@ void FrameBuffer::addIteration(const float* rgba) {
   std::lock_guard<std::mutex> lock(mutex_);
   for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] += rgba[i];
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  finalValues_ = false;
   ++iterations_;
 }
 
@@ -66,6 +95,7 @@ void FrameBuffer::averageIteration(const float* rgba) {
   const float add = 1.0f / float(iterations_ + 1);
   for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] = pixels_[i] * keep + rgba[i] * add;
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  finalValues_ = false;
   ++iterations_;
 }
 
@@ -87,6 +117,7 @@ void FrameBuffer::clear() {
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   iterations_ = 0;
   provisional_ = false;
+  finalValues_ = false;
 }
 
 bool FrameBuffer::provisional() const {

@@ -25,6 +25,9 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
 
   bool isDeep() const override { return format_.componentType == ZVR_COMPONENT_TYPE_DEEP; }
   void addDeepSamples(const uint32_t* counts, const DeepSample* samples) override;
+  void replaceWithFinalValues(const float* rgba, uint32_t iterationsAdded) override;
+  // Whether the pixels are final values that resolving copies untouched.
+  bool holdsFinalValues() const;
 
   uint64_t dataBytes() const override;
   ZvrFramebufferFormat format() const { return format_; }
@@ -53,6 +56,7 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   ZvrFramebufferContent content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   uint32_t iterations_ = 0;
   bool provisional_ = false;
+  bool finalValues_ = false;
   std::string lpe_;
   std::vector<std::vector<DeepSample>> deep_;  // deep framebuffers only, one list per pixel
   uint64_t deepSampleCount_ = 0;

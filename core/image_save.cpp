@@ -12,6 +12,7 @@
 #include <set>
 
 #include "core/atomic_file.h"
+#include "core/cryptomatte_manifest.h"
 #include "core/deep_exr.h"
 #include "core/failure.h"
 #include "core/framebuffer.h"
@@ -108,7 +109,8 @@ void saveImage(const FrameBuffer& frameBuffer, const std::string& path, float di
   });
 }
 
-void saveMultilayerExr(const std::vector<const FrameBuffer*>& frameBuffers, const std::string& path, bool exrFloat32) {
+void saveMultilayerExr(const std::vector<const FrameBuffer*>& frameBuffers, const std::string& path, bool exrFloat32,
+                       const CryptomatteNames& cryptomatteNames) {
   if (frameBuffers.empty()) fail(ZVR_ERROR_INVALID_ARGUMENT, path + ": no framebuffers to save");
   std::string extension = path.size() >= 4 ? path.substr(path.size() - 4) : "";
   std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return char(std::tolower(c)); });
@@ -130,28 +132,36 @@ void saveMultilayerExr(const std::vector<const FrameBuffer*>& frameBuffers, cons
   }
 
   // The slices hold the file's own pixel type: OpenEXR does not convert float to half on write.
-  const Imf::PixelType fileType = exrFloat32 ? Imf::FLOAT : Imf::HALF;
-  std::vector<std::vector<Imath::half>> halves;
-  if (!exrFloat32)
-    for (const std::vector<float>& layer : pixels) halves.emplace_back(layer.begin(), layer.end());
+  // Cryptomatte ids are float bit patterns, which half would destroy: their layers stay float.
+  std::vector<std::string> layerNames, cryptoTypes;
+  for (size_t i = 0; i < frameBuffers.size(); ++i) {
+    layerNames.push_back(frameBuffers[i]->name().empty() ? "layer" + std::to_string(i) : frameBuffers[i]->name());
+    const std::string type = cryptomatteTypeOf(layerNames.back());
+    if (!type.empty() && std::find(cryptoTypes.begin(), cryptoTypes.end(), type) == cryptoTypes.end())
+      cryptoTypes.push_back(type);
+  }
+  std::vector<std::vector<Imath::half>> halves(pixels.size());
   Imf::Header header(static_cast<int>(width), static_cast<int>(height));
   Imf::FrameBuffer slices;
-  const size_t valueSize = exrFloat32 ? sizeof(float) : sizeof(Imath::half);
-  const size_t xStride = 4 * valueSize, yStride = xStride * width;
   static const char* const kChannels[4] = {"R", "G", "B", "A"};
   auto addLayer = [&](const std::string& prefix, size_t index) {
-    char* base = exrFloat32 ? reinterpret_cast<char*>(pixels[index].data()) : reinterpret_cast<char*>(halves[index].data());
+    const bool asFloat = exrFloat32 || !cryptomatteTypeOf(layerNames[index]).empty();
+    const Imf::PixelType type = asFloat ? Imf::FLOAT : Imf::HALF;
+    if (!asFloat && halves[index].empty()) halves[index].assign(pixels[index].begin(), pixels[index].end());
+    const size_t valueSize = asFloat ? sizeof(float) : sizeof(Imath::half);
+    const size_t xStride = 4 * valueSize, yStride = xStride * width;
+    char* base = asFloat ? reinterpret_cast<char*>(pixels[index].data()) : reinterpret_cast<char*>(halves[index].data());
     for (int c = 0; c < 4; ++c) {
       const std::string channel = prefix + kChannels[c];
-      header.channels().insert(channel, Imf::Channel(fileType));
-      slices.insert(channel, Imf::Slice(fileType, base + c * valueSize, xStride, yStride));
+      header.channels().insert(channel, Imf::Channel(type));
+      slices.insert(channel, Imf::Slice(type, base + c * valueSize, xStride, yStride));
     }
   };
   for (size_t i = 0; i < frameBuffers.size(); ++i) {
-    const std::string name = frameBuffers[i]->name().empty() ? "layer" + std::to_string(i) : frameBuffers[i]->name();
-    addLayer(name + ".", i);
-    if (name == "color") addLayer("", i);
+    addLayer(layerNames[i] + ".", i);
+    if (layerNames[i] == "color") addLayer("", i);
   }
+  for (const std::string& type : cryptoTypes) addCryptomatteAttributes(header, type, cryptomatteNames);
   writeAtomically(path, [&](const std::string& temporary) {
     Imf::OutputFile file(temporary.c_str(), header);
     file.setFrameBuffer(slices);

@@ -94,6 +94,9 @@ struct ShapeData {
   bool visible = true;
   uint32_t objectId = 0, meshId = 0, groupId = 0;
   std::vector<std::string> layers;               // render layers the shape belongs to
+  // Cryptomatte names: the shape's object name and its material's (empty: the shape is not named).
+  std::string name, materialName;
+  uint32_t catcher = 0;                          // ZvrCatcherFlags: shadow and reflection catcher
 };
 
 enum class LightType : uint32_t { Point = 0, Spot = 1, Directional = 2, Environment = 3 };
@@ -184,11 +187,21 @@ class FrameBufferTarget {
   struct DeepSample {
     float depth;    // distance along the camera ray
     float rgba[4];  // filtered value and filter weight, as in addIteration
+    // Samples of one surface (the same non-zero value) fold into one sample spanning depth to
+    // depthBack; 0 folds samples by nearly equal depth instead.
+    uint32_t surface = 0;
+    float depthBack = 0;
   };
   virtual bool isDeep() const { return false; }
   virtual void addDeepSamples(const uint32_t* counts, const DeepSample* samples) {
     (void)counts;
     (void)samples;
+  }
+  // Replaces the pixels with final values that no post effect may change (cryptomatte ranks: ids
+  // and coverages in all four channels) and counts `iterationsAdded` more iterations.
+  virtual void replaceWithFinalValues(const float* rgba, uint32_t iterationsAdded) {
+    (void)rgba;
+    (void)iterationsAdded;
   }
 };
 

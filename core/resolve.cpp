@@ -15,6 +15,11 @@ void resolveFrameBuffer(const Context& context, const FrameBuffer& source, Frame
   ZvrFramebufferContent content;
   uint32_t iterations;
   std::vector<float> pixels = source.read(&content, &iterations);
+  if (source.holdsFinalValues()) {
+    // Ids and coverages: a normalization or a tone map would turn them into other ids.
+    destination.write(std::move(pixels), ZVR_FRAMEBUFFER_CONTENT_DATA, iterations);
+    return;
+  }
   ImageView view{pixels.data(), source.width(), source.height()};
   // The effects and the gamma may be changed by another thread while this one resolves.
   std::lock_guard<std::mutex> state(context.stateMutex);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cmath>
 
+#include "core/cryptomatte_manifest.h"
 #include "core/failure.h"
 
 namespace zvr::core {
@@ -44,6 +45,9 @@ zvr::ShapeData Shape::snapshot() const {
   data.meshId = meshId;
   data.groupId = groupId;
   data.layers = layers;
+  data.name = cryptomatteObjectName(*this);
+  data.materialName = cryptomatteMaterialName(*this);
+  data.catcher = catcher;
   return data;
 }
 

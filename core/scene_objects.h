@@ -44,6 +44,7 @@ class Shape : public Object {
   uint32_t objectId = 0, meshId = 0, groupId = 0;
   MaterialNode* material = nullptr;
   std::vector<std::string> layers;
+  uint32_t catcher = 0;  // ZvrCatcherFlags
 };
 
 class Light : public Object {

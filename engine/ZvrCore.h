@@ -193,6 +193,7 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_SHAPE_OBJECT_ID 0x408                    /* uint32 */
 #define ZVR_SHAPE_MESH_ID 0x409                      /* uint32 */
 #define ZVR_SHAPE_GROUP_ID 0x40A                     /* uint32 */
+#define ZVR_SHAPE_CATCHER 0x410                      /* uint32 ZvrCatcherFlags */
 
 #define ZVR_LIGHT_TRANSFORM 0x803                    /* 16 floats */
 #define ZVR_LIGHT_TYPE 0x804                         /* uint32 ZvrLightType */
@@ -246,6 +247,13 @@ typedef enum ZvrFramebufferContent {
   ZVR_FRAMEBUFFER_CONTENT_DISPLAY = 1,  /* already display-encoded */
   ZVR_FRAMEBUFFER_CONTENT_DATA = 2      /* ids, positions, normals: written clamped and unencoded */
 } ZvrFramebufferContent;
+
+/* Catcher objects are invisible in the beauty apart from what they catch. */
+typedef enum ZvrCatcherFlags {
+  ZVR_CATCHER_NONE = 0,
+  ZVR_CATCHER_SHADOW = 1,     /* catches shadows: the shadow.catcher AOV */
+  ZVR_CATCHER_REFLECTION = 2  /* catches reflections of the other objects: the reflection.catcher AOV */
+} ZvrCatcherFlags;
 
 typedef enum ZvrImageColorSpace { ZVR_IMAGE_COLORSPACE_LINEAR = 0, ZVR_IMAGE_COLORSPACE_SRGB = 1 } ZvrImageColorSpace;
 
@@ -439,6 +447,8 @@ ZVR_API ZvrStatus zvrShapeSetMeshId(ZvrShape shape, uint32_t id);
 ZVR_API ZvrStatus zvrShapeSetGroupId(ZvrShape shape, uint32_t id);
 /* Once any layer is attached to the context, a shape with layers renders only if one is attached. */
 ZVR_API ZvrStatus zvrShapeAddRenderLayer(ZvrShape shape, const char* layer);
+/* ZvrCatcherFlags, or-ed; 0 makes the shape an ordinary one again. */
+ZVR_API ZvrStatus zvrShapeSetCatcher(ZvrShape shape, uint32_t flags);
 
 /* ---- lights ------------------------------------------------------------------------------- */
 ZVR_API ZvrStatus zvrContextCreateLight(ZvrContext context, uint32_t type, ZvrLight* outLight);

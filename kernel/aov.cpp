@@ -4,8 +4,7 @@ namespace zvr::kernel {
 namespace {
 
 bool isAdvanced(uint32_t aov) {
-  return aov == 10 || aov == 30 || aov == 42 || (aov >= 23 && aov <= 26) || (aov >= 80 && aov <= 91) ||
-         (aov >= 32 && aov <= 37) || (aov >= 48 && aov <= 53) || (aov >= 56 && aov <= 61) || aov == 64;
+  return (aov >= 23 && aov <= 26) || (aov >= 80 && aov <= 91) || (aov >= 32 && aov <= 37);
 }
 
 bool refuse(uint32_t aov, std::string* why, const std::string& text) {
@@ -22,10 +21,12 @@ bool pathTracerSupportsAov(uint32_t aov, std::string* why) {
     case kAovVelocity: case kAovDirectIllumination: case kAovIndirectIllumination: case kAovAo: case kAovDirectDiffuse:
     case kAovDirectReflect: case kAovIndirectDiffuse: case kAovIndirectReflect: case kAovRefract: case kAovVolume:
     case kAovAlbedoDiffuse: case kAovVariance: case kAovCameraNormal: case kAovSss: case kAovMeshId:
+    case kAovShadowCatcher: case kAovReflectionCatcher: case kAovMattePass: case kAovDeepColor:
       return true;
   }
+  if (isCryptomatteAov(aov)) return true;
   if (isAdvanced(aov))
-    return refuse(aov, why, "(catchers, light groups, light path expressions, cryptomatte, deep) comes with the advanced AOV work and is not available yet");
+    return refuse(aov, why, "(light groups, light path expressions) comes with the advanced AOV work and is not available yet");
   return refuse(aov, why, "is not a known AOV id");
 }
 

@@ -11,8 +11,17 @@ enum Aov : uint32_t {
   kAovNormal = 6, kAovDepth = 7, kAovObjectId = 8, kAovGroupId = 9, kAovBackground = 11, kAovEmission = 12,
   kAovVelocity = 13, kAovDirectIllumination = 14, kAovIndirectIllumination = 15, kAovAo = 16, kAovDirectDiffuse = 17,
   kAovDirectReflect = 18, kAovIndirectDiffuse = 19, kAovIndirectReflect = 20, kAovRefract = 21, kAovVolume = 22,
-  kAovAlbedoDiffuse = 27, kAovVariance = 28, kAovCameraNormal = 41, kAovSss = 43, kAovMeshId = 96
+  kAovAlbedoDiffuse = 27, kAovVariance = 28, kAovCameraNormal = 41, kAovSss = 43, kAovMeshId = 96,
+  kAovShadowCatcher = 10, kAovReflectionCatcher = 30, kAovMattePass = 42,
+  kAovCryptoMaterial0 = 48, kAovCryptoObject0 = 56, kAovDeepColor = 64
 };
+
+// Rank layers per cryptomatte type: 6 layers of two (id, coverage) pairs.
+constexpr uint32_t kCryptoRankLayers = 6;
+inline bool isCryptomatteAov(uint32_t aov) {
+  return (aov >= kAovCryptoMaterial0 && aov < kAovCryptoMaterial0 + kCryptoRankLayers) ||
+         (aov >= kAovCryptoObject0 && aov < kAovCryptoObject0 + kCryptoRankLayers);
+}
 
 // Whether the full path tracer fills `aov`; `why` explains a refusal.
 bool pathTracerSupportsAov(uint32_t aov, std::string* why);

@@ -1,6 +1,7 @@
 #include "kernel/film.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "kernel/aov.h"
 
@@ -8,14 +9,23 @@ namespace zvr::kernel {
 
 Film::Film(const std::vector<AovTarget>& targets, uint32_t width, uint32_t height, const std::vector<float>& indexColors)
     : width_(width), height_(height), indexColors_(indexColors) {
-  for (const auto& t : targets)
-    if (t.target && t.aov != kAovVariance) slots_.push_back({t.aov, t.target, std::vector<float>(size_t(width) * height * 4)});
+  for (const auto& t : targets) {
+    // Variance and the cryptomatte ranks are not sums of samples; their own code fills them.
+    if (!t.target || t.aov == kAovVariance || isCryptomatteAov(t.aov)) continue;
+    slots_.push_back({t.aov, t.target, std::vector<float>(size_t(width) * height * 4)});
+    if (t.target->isDeep() && !deepTarget_) {
+      deepTarget_ = t.target;
+      deepCounts_.assign(size_t(width) * height, 0);
+      deepSamples_.resize(size_t(width) * height);
+    }
+  }
   color_.assign(size_t(width) * height * 4, 0);
 }
 
 void Film::clear() {
   for (auto& s : slots_) std::fill(s.data.begin(), s.data.end(), 0.0f);
   std::fill(color_.begin(), color_.end(), 0.0f);
+  std::fill(deepCounts_.begin(), deepCounts_.end(), 0u);
 }
 
 Vec3 Film::idValue(uint32_t id) const {
@@ -49,6 +59,9 @@ Vec3 Film::value(uint32_t aov, const SampleResult& s) const {
     case kAovIndirectReflect: return s.indirect[kLobeReflect];
     case kAovRefract: return s.direct[kLobeRefract] + s.indirect[kLobeRefract];
     case kAovAlbedoDiffuse: return s.albedo;
+    case kAovDeepColor: return s.color;
+    case kAovReflectionCatcher: return s.catcherReflection;
+    case kAovMattePass: return Vec3(s.catcher);
     default: return Vec3(0);  // volume and sss: no participating media or subsurface lobes carry light
   }
 }
@@ -60,17 +73,47 @@ void Film::addSample(uint32_t x, uint32_t y, float w, const SampleResult& s) {
   color_[i + 2] += s.color.z * w;
   color_[i + 3] += w;
   for (auto& slot : slots_) {
-    Vec3 v = value(slot.aov, s);
     float* d = &slot.data[i];
+    if (slot.aov == kAovShadowCatcher) {
+      // Lit over unoccluded light, both summed: the normalization divides one sum by the other.
+      d[0] += s.catcherLit * w;
+      d[1] += s.catcherLit * w;
+      d[2] += s.catcherLit * w;
+      d[3] += s.catcherUnoccluded * w;
+      continue;
+    }
+    Vec3 v = value(slot.aov, s);
     d[0] += v.x * w;
     d[1] += v.y * w;
     d[2] += v.z * w;
     d[3] += w;
   }
+  if (deepTarget_) {
+    // One sample a pixel per iteration; the sky lies behind everything, at the largest depth.
+    const size_t pixel = size_t(y) * width_ + x;
+    FrameBufferTarget::DeepSample& deep = deepSamples_[pixel];
+    const bool surface = s.shape != SampleResult::kNoShape;
+    deep.depth = surface ? s.depth : std::numeric_limits<float>::max();
+    deep.depthBack = deep.depth;
+    deep.surface = surface ? s.shape + 1 : ~0u;
+    deep.rgba[0] = s.color.x * w;
+    deep.rgba[1] = s.color.y * w;
+    deep.rgba[2] = s.color.z * w;
+    deep.rgba[3] = w;
+    deepCounts_[pixel] = 1;
+  }
 }
 
 void Film::commitSums() {
   for (auto& slot : slots_) slot.target->addIteration(slot.data.data());
+  if (deepTarget_) {
+    // The samples are taken in pixel order; those of unsampled pixels are skipped.
+    std::vector<FrameBufferTarget::DeepSample> packed;
+    packed.reserve(deepSamples_.size());
+    for (size_t p = 0; p < deepSamples_.size(); ++p)
+      if (deepCounts_[p]) packed.push_back(deepSamples_[p]);
+    deepTarget_->addDeepSamples(deepCounts_.data(), packed.data());
+  }
 }
 
 void Film::commitAverages() {

@@ -37,6 +37,10 @@ class Film {
   };
   std::vector<Slot> slots_;
   std::vector<float> color_;
+  // The deep.color target's samples of this iteration, one per pixel at most.
+  FrameBufferTarget* deepTarget_ = nullptr;
+  std::vector<uint32_t> deepCounts_;
+  std::vector<FrameBufferTarget::DeepSample> deepSamples_;
   uint32_t width_, height_;
   const std::vector<float>& indexColors_;
 };

@@ -158,12 +158,16 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   const uint32_t threads = params.threadCount > 0 ? std::min(params.threadCount, allowed) : allowed;
   tbb::task_arena arena{int(threads)};
 
+  cryptomatte_.begin(request.targets, snap, request.width, request.height);
+
   raysTraced_ = 0;
+  uint32_t done = 0;
   for (uint32_t i = 0; i < request.iterations; ++i) {
     if (request.host->abortRequested()) break;
     auto start = std::chrono::steady_clock::now();
     film.clear();
-    renderIteration(request, integrator, request.firstSampleIndex + i, film, arena);
+    renderIteration(request, integrator, request.firstSampleIndex + i, film, cryptomatte_, arena);
+    ++done;
     if (request.previewBlock > 1) film.spreadBlocks(request.previewBlock);
     if (averagedFramebuffers()) film.commitAverages();
     else film.commitSums();
@@ -171,11 +175,13 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
     if (i == 0) request.host->reportFirstIterationTime(float(millisecondsSince(start)));
     request.host->reportProgress(float(i + 1) / float(request.iterations));
   }
+  // Ranking sorts every pixel's ids, so it runs once per call rather than per iteration.
+  if (done > 0) cryptomatte_.commit(done);
   return 0;
 }
 
 void KernelPlugin::renderIteration(const RenderRequest& request, const PathIntegrator& integrator, uint64_t sampleIndex,
-                                   Film& film, tbb::task_arena& arena) const {
+                                   Film& film, CryptomatteFilm& crypto, tbb::task_arena& arena) const {
   const RenderParams& params = *request.params;
   FilterSampler filter(params.imageFilterType, params.imageFilterRadius);
   // Pixels go to the integrator in 4x4 blocks on a grid fixed to the image, so a pixel shares its
@@ -226,6 +232,7 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
         integrator.traceBatch(points, samplers.data(), results, count);
         for (int k = 0; k < count; ++k) {
           film.addSample(px[k], py[k], weights[k], results[k]);
+          if (crypto.active()) crypto.addSample(px[k], py[k], weights[k], results[k].shape);
           rays += results[k].rays;
         }
       }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "kernel/cryptomatte_film.h"
 #include "kernel/film.h"
 #include "kernel/lights.h"
 #include "kernel/path_integrator.h"
@@ -39,7 +40,7 @@ class KernelPlugin : public RenderPlugin {
   int32_t renderChecked(const RenderRequest& request, std::string* error);
   bool validate(const RenderRequest& request, std::string* error) const;
   void renderIteration(const RenderRequest& request, const PathIntegrator& integrator, uint64_t sampleIndex, Film& film,
-                       tbb::task_arena& arena) const;
+                       CryptomatteFilm& crypto, tbb::task_arena& arena) const;
   void writeVariance(const RenderRequest& request, const Film& film);
 
   RTCDevice device_ = nullptr;
@@ -54,6 +55,8 @@ class KernelPlugin : public RenderPlugin {
   std::vector<double> sum_, sumSq_;
   uint32_t varianceCount_ = 0;
   std::vector<float> previousVariance_;
+  // Coverage per id and pixel for the cryptomatte ranks, kept across render calls.
+  CryptomatteFilm cryptomatte_;
 };
 
 }  // namespace zvr::kernel

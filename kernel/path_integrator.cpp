@@ -49,8 +49,8 @@ struct PathIntegrator::Path {
 
 PathIntegrator::PathIntegrator(const Scene& scene, const LightSet& lights, const Camera& camera, const RenderParams& params,
                                const IntegratorSettings& settings)
-    : scene_(scene), lights_(lights), camera_(camera), params_(params), settings_(settings) {
-  epsilon_ = scene.rayEpsilon();
+    : scene_(scene), lights_(lights), camera_(camera), params_(params), settings_(settings),
+      epsilon_(scene.rayEpsilon()), catchers_(scene, lights, params, epsilon_) {
   aoRadius_ = 0.1f * scene.diagonal();
   maxDepth_ = std::min(params.maxDepth, kQualityDepthCap[std::min(params.renderQuality, 3u)]);
   if (settings.mode == IntegratorMode::Direct) maxDepth_ = 0;
@@ -141,6 +141,17 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
   }
   for (int k = 0; k < count; ++k) {
     SampleResult& o = out[k];
+    if (o.catcher > 0) {
+      // Only the catcher's own contributions: what lies behind it, in its shadow.
+      const float lit = o.catcherLitFraction;
+      o.emission *= lit;
+      o.background *= lit;
+      for (int c = 0; c < kLobeCategories; ++c) {
+        o.direct[c] *= lit;
+        o.indirect[c] *= lit;
+      }
+      o.indirect[kLobeReflect] += clampContribution(o.catcherReflection);
+    }
     o.color = o.emission + o.background;
     for (int c = 0; c < kLobeCategories; ++c) o.color += o.direct[c] + o.indirect[c];
   }
@@ -214,6 +225,26 @@ void PathIntegrator::shadeMiss(Path& path) const {
   }
 }
 
+// The camera ray goes on through a catcher as if it were not there; the first catcher it meets
+// records what it catches. Its own stream keeps the path's sampling dimensions where they were.
+void PathIntegrator::passCatcher(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const {
+  SampleResult& out = *path.out;
+  if (out.catcher == 0) {
+    Sampler catcherSampler = path.sampler->fork(2);
+    CatcherResult caught = catchers_.shade(scene_.shapes()[hit.shape].catcher, hit, sp, -path.ray.direction, catcherSampler);
+    out.catcher = 1;
+    out.catcherLit = caught.lit;
+    out.catcherUnoccluded = caught.unoccluded;
+    out.catcherLitFraction = caught.litFraction;
+    out.catcherReflection = caught.reflection;
+    out.rays += caught.rays;
+  }
+  if (path.alphaPasses++ >= kMaxAlphaPasses) return;
+  path.distanceSoFar += hit.t;
+  path.ray = spawn(hit.p, hit.ng, path.ray.direction);
+  path.alive = true;
+}
+
 // One bounce of one lane: the hit's emission, its light sample (left pending for the shadow
 // packet), and the next ray; `path.alive` false when the path ends here.
 void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
@@ -250,8 +281,14 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     }
   }
 
+  if (depth == 0 && !out.hit && scene_.shapes()[hit.shape].catcher != 0) {
+    passCatcher(path, hit, sp);
+    return;
+  }
+
   if (depth == 0 && !out.hit) {
     const ShapeRecord& shape = scene_.shapes()[hit.shape];
+    out.shape = hit.shape;
     out.hit = true;
     out.opacity = 1;
     out.position = hit.p;

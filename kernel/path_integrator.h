@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kernel/camera.h"
+#include "kernel/catcher.h"
 #include "kernel/lights.h"
 #include "kernel/material.h"
 #include "kernel/sampling.h"
@@ -30,6 +31,13 @@ struct SampleResult {
   float depth = 0, ao = 0;
   uint32_t materialId = 0, objectId = 0, meshId = 0, groupId = 0;
   uint32_t rays = 0;  // rays traced for this sample, for throughput statistics
+  static constexpr uint32_t kNoShape = ~0u;
+  uint32_t shape = kNoShape;  // scene index of the first visible shape (catchers are not visible)
+  // A catcher met by the camera ray: its coverage, the lit and unoccluded light of its shadow
+  // sample (both 1 elsewhere) and the reflections it catches. Color shows what lies behind it,
+  // darkened by the sample's lit fraction, plus the reflections.
+  float catcher = 0, catcherLit = 1, catcherUnoccluded = 1, catcherLitFraction = 1;
+  Vec3 catcherReflection;
 };
 
 // Film position of a camera sample, in pixels.
@@ -59,6 +67,7 @@ class PathIntegrator {
   Vec3 transmittance(Ray ray, uint32_t& rays) const;
   Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance = 1e30f) const;
   Vec3 clampContribution(Vec3 c) const;
+  void passCatcher(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const;
 
   const Scene& scene_;
   const LightSet& lights_;
@@ -66,6 +75,7 @@ class PathIntegrator {
   const RenderParams& params_;
   IntegratorSettings settings_;
   float epsilon_, aoRadius_;
+  CatcherShading catchers_;
   uint32_t maxDepth_;
 };
 

@@ -99,6 +99,8 @@ bool Scene::update(const SceneSnapshot& snapshot, const RenderParams& params, fl
     ++version_;
   }
   built_ = true;
+  // Catcher flags change no geometry or material: they are taken on every update.
+  for (size_t i = 0; i < shapes_.size() && i < snapshot.shapes.size(); ++i) shapes_[i].catcher = snapshot.shapes[i].catcher;
   float eps = params.rayEpsilon > 0 && std::isfinite(params.rayEpsilon) ? params.rayEpsilon : 1e-4f;
   float extent = std::max(length(boundsMax_), length(boundsMin_));
   epsilon_ = std::max(eps * diagonal_, 1e-6f * std::max(1.0f, extent));

@@ -69,6 +69,7 @@ struct ShapeRecord {
   bool attached = false;
   float emissionScale = 1;               // 1 / area when emitters are normalised to unit power per area
   bool flipWinding = false;              // the transform mirrors
+  uint32_t catcher = 0;                  // ZvrCatcherFlags
 };
 
 struct SurfaceHit {

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "loadstore/animation_records.h"
+#include "loadstore/catcher_flags.h"
 #include "loadstore/gltf_accessors.h"
 #include "loadstore/gltf_materials.h"
 #include "loadstore/load_error.h"
@@ -181,6 +182,9 @@ class GltfReader {
     if (src.mesh >= 0) node.mesh = meshFor(src.mesh);
     if (src.mesh >= 0 && src.skin >= 0) skinned_.push_back({int(scene_.nodes.size()), index});
     if (src.camera >= 0) node.camera = cameraFor(src.camera);
+    std::string problem;
+    node.catcher = catcherFlagsFromExtras(src.extras, &problem);
+    if (!problem.empty()) fail(where + ": " + problem);
     const auto light = src.extensions.find("KHR_lights_punctual");
     if (light != src.extensions.end() && light->second.Has("light")) {
       const tinygltf::Value& v = light->second.Get("light");

@@ -155,6 +155,7 @@ class Instantiator {
     check(zvrShapeSetObjectId(shape, uint32_t(result_->shapes.size())), what);
     check(zvrShapeSetMeshId(shape, mesh.sourceIndex), what);
     check(zvrShapeSetGroupId(shape, n.sourceIndex), what);
+    if (n.catcher) check(zvrShapeSetCatcher(shape, n.catcher), what);
     check(zvrSceneAttachShape(scene_, shape), what);
     result_->shapes.push_back(shape);
     result_->parentGroups[shape] = n.name;

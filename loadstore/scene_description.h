@@ -22,6 +22,7 @@ struct Node {
   int mesh = -1;
   int camera = -1;
   int light = -1;
+  uint32_t catcher = 0;    // ZvrCatcherFlags of the node's shapes
 };
 
 // Triangle lists with every stream expanded per vertex; empty streams are absent.

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "loadstore/base64.h"
+#include "loadstore/catcher_flags.h"
 #include "loadstore/load_error.h"
 #include "loadstore/mesh_processing.h"
 #include "loadstore/xml_format.h"
@@ -251,6 +252,9 @@ class XmlReader {
     list(n, "translation", &node.local.translation);
     list(n, "rotation", &node.local.rotation);
     list(n, "scale", &node.local.scale);
+    const std::string catcher = n.attribute("catcher").value();
+    if (!catcherFlagsFromText(catcher, &node.catcher))
+      fail(where(n) + " has catcher \"" + catcher + "\"; known words are shadow and reflection");
     scene_.nodes.push_back(std::move(node));
   }
 

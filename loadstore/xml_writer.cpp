@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "loadstore/base64.h"
+#include "loadstore/catcher_flags.h"
 #include "loadstore/load_error.h"
 #include "loadstore/xml_format.h"
 
@@ -107,6 +108,7 @@ void writeNode(pugi::xml_node parent, const Node& node) {
   n.append_attribute("translation") = listText(node.local.translation).c_str();
   n.append_attribute("rotation") = listText(node.local.rotation).c_str();
   n.append_attribute("scale") = listText(node.local.scale).c_str();
+  if (node.catcher) n.append_attribute("catcher") = catcherFlagsText(node.catcher).c_str();
 }
 
 }  // namespace

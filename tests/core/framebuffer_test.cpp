@@ -340,8 +340,10 @@ TEST_F(CoreFrameBuffer, DeepFramebuffersWriteDepthSortedSamples) {
   EXPECT_EQ(storage[3][0], 1.0f) << "nearest sample first";
   EXPECT_EQ(storage[3][1], 2.0f);
   EXPECT_FLOAT_EQ(storage[0][0], 0.5f) << "red sample: its share of the pixel's weight, premultiplied";
-  EXPECT_FLOAT_EQ(storage[1][1], 0.5f);
-  EXPECT_FLOAT_EQ(storage[2][0] + storage[2][1], 1.0f) << "the alphas of a pixel add up to full coverage";
+  // The far sample gets through only what the near one leaves, so it is divided by that half.
+  EXPECT_FLOAT_EQ(storage[1][1], 1.0f);
+  EXPECT_FLOAT_EQ(storage[2][0], 0.5f);
+  EXPECT_FLOAT_EQ(storage[2][0] + (1 - storage[2][0]) * storage[2][1], 1.0f) << "over gives full coverage";
   ASSERT_EQ(zvrFrameBufferClear(deep), ZVR_SUCCESS);
   EXPECT_EQ(zvrFrameBufferSaveToFile(deep, path.c_str()), ZVR_ERROR_UNSUPPORTED) << "clearing empties the lists";
 }

@@ -178,6 +178,8 @@ TEST(CorruptFiles, BrokenXmlDocumentsFail) {
        "declares more vertices"},
       {"bad base64", [&](std::string s) { return replace(s, "<indices>", "<indices>*"); }, "not base64"},
       {"bad number", [&](std::string s) { return replace(s, "metallic=\"", "metallic=\"x"); }, "\"metallic\" that is not"},
+      {"unknown catcher", [&](std::string s) { return replace(s, " scale=\"", " catcher=\"shadow shade\" scale=\""); },
+       "known words are shadow and reflection"},
   };
   const std::string path = testing::scratchDir() + "/broken.xml";
   for (const Case& c : cases) {

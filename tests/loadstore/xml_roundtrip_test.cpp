@@ -19,6 +19,7 @@ void expectSameDescription(const SceneDescription& a, const SceneDescription& b)
     EXPECT_EQ(a.nodes[i].mesh, b.nodes[i].mesh);
     EXPECT_EQ(a.nodes[i].camera, b.nodes[i].camera);
     EXPECT_EQ(a.nodes[i].light, b.nodes[i].light);
+    EXPECT_EQ(a.nodes[i].catcher, b.nodes[i].catcher);
     EXPECT_EQ(a.nodes[i].local.translation, b.nodes[i].local.translation);
     EXPECT_EQ(a.nodes[i].local.rotation, b.nodes[i].local.rotation);
     EXPECT_EQ(a.nodes[i].local.scale, b.nodes[i].local.scale);
