@@ -1,6 +1,8 @@
 // Set-up cost of a lat-long environment light: the light list turns a 4096 x 2048 image into its
-// texel copy and sampling tables. Prints milliseconds per build; asserts nothing.
+// texel copy and sampling tables. Prints milliseconds per build, wall clock and the process's CPU
+// time (all threads; steadier than the wall clock on a loaded machine); asserts nothing.
 #include <chrono>
+#include <ctime>
 #include <cstdio>
 #include <memory>
 #include <random>
@@ -35,18 +37,26 @@ int main() {
       std::fprintf(stderr, "scene update failed: %s\n", error.c_str());
       return 1;
     }
+    auto cpuMilliseconds = [] {
+      timespec t{};
+      clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+      return double(t.tv_sec) * 1e3 + double(t.tv_nsec) * 1e-6;
+    };
     constexpr int kRuns = 5;
-    double best = 1e30, total = 0;
+    double best = 1e30, total = 0, bestCpu = 1e30;
     for (int run = 0; run < kRuns; ++run) {
       kernel::LightSet lights;
       auto start = std::chrono::steady_clock::now();
+      const double cpuStart = cpuMilliseconds();
       lights.build(snapshot, scene);
+      const double cpu = cpuMilliseconds() - cpuStart;
       double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
       best = std::min(best, ms);
+      bestCpu = std::min(bestCpu, cpu);
       total += ms;
     }
-    std::printf("environment %ux%u sampling set-up: best %.1f ms, mean %.1f ms over %d builds\n", kWidth, kHeight, best,
-                total / kRuns, kRuns);
+    std::printf("environment %ux%u sampling set-up: best %.1f ms, mean %.1f ms over %d builds; CPU time best %.1f ms\n",
+                kWidth, kHeight, best, total / kRuns, kRuns, bestCpu);
   }
   rtcReleaseDevice(device);
   return 0;

@@ -18,7 +18,12 @@ namespace {
 using UintField = uint32_t& (*)(ContextSettings&);
 using FloatField = float& (*)(ContextSettings&);
 
-enum class Range { Any, Positive, NonNegative, Unit, FilterType, Quality, AtLeastOne, TileSide, PreviewBlock, FrameHint };
+enum class Range {
+  Any, Positive, NonNegative, Unit, FilterType, Quality, AtLeastOne, TileSide, PreviewBlock, FrameHint,
+  Switch, Degrees, LineWidth, Antialiasing
+};
+
+static_assert(ZVR_CONTOUR_LINEWIDTH_MAX == 64, "the range message names the widest line");
 
 // Larger tiles buy nothing and overflow the per-tile block arithmetic of the plug-ins.
 constexpr double kLargestTileSide = 65536;
@@ -56,29 +61,32 @@ const StoredKey kStoredKeys[] = {
     {ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_FUNC, "render progress callback", KeyType::Pointer, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_DATA, "render progress callback data", KeyType::Pointer, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_OCIO_CONFIG_PATH, "OCIO config path", KeyType::Text, Range::Any, nullptr, nullptr},
-    {ZVR_CONTEXT_CONTOUR_OBJECT_ID, "contour object id", KeyType::Uint, Range::Any, ZVR_U(s.params.contourObjectId)},
-    {ZVR_CONTEXT_CONTOUR_MATERIAL_ID, "contour material id", KeyType::Uint, Range::Any, ZVR_U(s.params.contourMaterialId)},
-    {ZVR_CONTEXT_CONTOUR_NORMAL, "contour normal", KeyType::Uint, Range::Any, ZVR_U(s.params.contourNormal)},
-    {ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL, "contour threshold normal", KeyType::Float, Range::NonNegative,
+    {ZVR_CONTEXT_CONTOUR_OBJECT_ID, "contour object id", KeyType::Uint, Range::Switch, ZVR_U(s.params.contourObjectId)},
+    {ZVR_CONTEXT_CONTOUR_MATERIAL_ID, "contour material id", KeyType::Uint, Range::Switch,
+     ZVR_U(s.params.contourMaterialId)},
+    {ZVR_CONTEXT_CONTOUR_NORMAL, "contour normal", KeyType::Uint, Range::Switch, ZVR_U(s.params.contourNormal)},
+    {ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL, "contour threshold normal", KeyType::Float, Range::Degrees,
      ZVR_F(s.params.contourThresholdNormal)},
-    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_OBJECT_ID, "contour line width object id", KeyType::Float, Range::NonNegative,
+    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_OBJECT_ID, "contour line width object id", KeyType::Float, Range::LineWidth,
      ZVR_F(s.params.contourLineWidthObjectId)},
-    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_MATERIAL_ID, "contour line width material id", KeyType::Float, Range::NonNegative,
+    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_MATERIAL_ID, "contour line width material id", KeyType::Float, Range::LineWidth,
      ZVR_F(s.params.contourLineWidthMaterialId)},
-    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_NORMAL, "contour line width normal", KeyType::Float, Range::NonNegative,
+    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_NORMAL, "contour line width normal", KeyType::Float, Range::LineWidth,
      ZVR_F(s.params.contourLineWidthNormal)},
-    {ZVR_CONTEXT_CONTOUR_ANTIALIASING, "contour antialiasing", KeyType::Float, Range::Any, ZVR_F(s.params.contourAntialiasing)},
+    {ZVR_CONTEXT_CONTOUR_ANTIALIASING, "contour antialiasing", KeyType::Float, Range::Antialiasing,
+     ZVR_F(s.params.contourAntialiasing)},
     {ZVR_CONTEXT_GPU_INTEGRATOR, "GPU integrator", KeyType::Text, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_CPU_INTEGRATOR, "CPU integrator", KeyType::Text, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_CAUSTICS_REDUCTION, "caustics reduction", KeyType::Float, Range::Unit, ZVR_F(s.params.causticsReduction)},
-    {ZVR_CONTEXT_CONTOUR_DEBUG, "contour debug", KeyType::Uint, Range::Any, ZVR_U(s.params.contourDebug)},
+    {ZVR_CONTEXT_CONTOUR_DEBUG, "contour debug", KeyType::Uint, Range::Switch, ZVR_U(s.params.contourDebug)},
     {ZVR_CONTEXT_GPU_MEMORY_LIMIT, "GPU memory limit", KeyType::Float, Range::NonNegative, ZVR_F(s.params.gpuMemoryLimit)},
-    {ZVR_CONTEXT_CONTOUR_UV, "contour uv", KeyType::Uint, Range::Any, ZVR_U(s.params.contourUv)},
+    {ZVR_CONTEXT_CONTOUR_UV, "contour uv", KeyType::Uint, Range::Switch, ZVR_U(s.params.contourUv)},
     {ZVR_CONTEXT_CONTOUR_THRESHOLD_UV, "contour threshold uv", KeyType::Float, Range::NonNegative,
      ZVR_F(s.params.contourThresholdUv)},
-    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV, "contour line width uv", KeyType::Float, Range::NonNegative,
+    {ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV, "contour line width uv", KeyType::Float, Range::LineWidth,
      ZVR_F(s.params.contourLineWidthUv)},
-    {ZVR_CONTEXT_CONTOUR_UV_SECONDARY, "contour uv secondary", KeyType::Uint, Range::Any, ZVR_U(s.params.contourUvSecondary)},
+    {ZVR_CONTEXT_CONTOUR_UV_SECONDARY, "contour uv secondary", KeyType::Uint, Range::Switch,
+     ZVR_U(s.params.contourUvSecondary)},
     {ZVR_CONTEXT_FRAMEBUFFER_SAVE_FLOAT32, "framebuffer save float32", KeyType::Uint, Range::Any, ZVR_U(s.saveFloat32)},
     {ZVR_CONTEXT_UPDATE_TIME_CALLBACK_FUNC, "update time callback", KeyType::Pointer, Range::Any, nullptr, nullptr},
     {ZVR_CONTEXT_UPDATE_TIME_CALLBACK_DATA, "update time callback data", KeyType::Pointer, Range::Any, nullptr, nullptr},
@@ -156,6 +164,16 @@ void checkRange(const StoredKey& k, double value) {
     case Range::FrameHint:
       ok = value == ZVR_FRAMECOUNT_ACCUMULATE || value == ZVR_FRAMECOUNT_PROVISIONAL;
       wanted = "0 (accumulate) or 2 (provisional picture)";
+      break;
+    case Range::Switch: ok = value == 0 || value == 1; wanted = "0 (off) or 1 (on)"; break;
+    case Range::Degrees: ok = value >= 0 && value <= 180; wanted = "0 to 180 degrees"; break;
+    case Range::LineWidth:
+      ok = value >= 0 && value <= ZVR_CONTOUR_LINEWIDTH_MAX;
+      wanted = "0 to 64 pixels";
+      break;
+    case Range::Antialiasing:
+      ok = value == -1 || (value >= 0 && value <= 1);
+      wanted = "1 (antialiased), 0 to 1 (not antialiased, jitter radius 1) or -1 (not antialiased, no jitter)";
       break;
   }
   if (!ok || std::isnan(value))

@@ -133,23 +133,25 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_FUNC 366 /* S ptr: void (*)(float fraction, void* data) */
 #define ZVR_CONTEXT_RENDER_PROGRESS_CALLBACK_DATA 367 /* S ptr */
 #define ZVR_CONTEXT_OCIO_CONFIG_PATH 369             /* S,G text: OCIO configuration of the scene */
-#define ZVR_CONTEXT_CONTOUR_OBJECT_ID 371            /* S,G 1u: contour on object id changes */
-#define ZVR_CONTEXT_CONTOUR_MATERIAL_ID 372          /* S,G 1u: contour on material id changes */
-#define ZVR_CONTEXT_CONTOUR_NORMAL 373               /* S,G 1u: contour on normal creases */
-#define ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL 374     /* S,G 1f: crease angle in degrees */
-#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_OBJECT_ID 375  /* S,G 1f: pixels */
-#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_MATERIAL_ID 376 /* S,G 1f: pixels */
-#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_NORMAL 377     /* S,G 1f: pixels */
-#define ZVR_CONTEXT_CONTOUR_ANTIALIASING 378         /* S,G 1f: 1 on; (0,1) off with jitter 1; -1 off, no jitter */
+#define ZVR_CONTEXT_CONTOUR_OBJECT_ID 371            /* S,G 1u: 0 or 1, lines where the object id changes (and silhouettes) */
+#define ZVR_CONTEXT_CONTOUR_MATERIAL_ID 372          /* S,G 1u: 0 or 1, lines where the material id changes */
+#define ZVR_CONTEXT_CONTOUR_NORMAL 373               /* S,G 1u: 0 or 1, lines where the shading normal bends */
+#define ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL 374     /* S,G 1f: crease angle in degrees, 0 to 180 */
+#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_OBJECT_ID 375  /* S,G 1f: pixels, 0 to ZVR_CONTOUR_LINEWIDTH_MAX */
+#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_MATERIAL_ID 376 /* S,G 1f: pixels, 0 to ZVR_CONTOUR_LINEWIDTH_MAX */
+#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_NORMAL 377     /* S,G 1f: pixels, 0 to ZVR_CONTOUR_LINEWIDTH_MAX */
+#define ZVR_CONTEXT_CONTOUR_ANTIALIASING 378         /* S,G 1f: 1 on; [0,1) off with jitter 1; -1 off, no jitter */
 #define ZVR_CONTEXT_GPU_INTEGRATOR 379               /* S,G text: integrator name */
 #define ZVR_CONTEXT_CPU_INTEGRATOR 380               /* S,G text: integrator name */
 #define ZVR_CONTEXT_CAUSTICS_REDUCTION 382           /* S,G 1f: 1 none; below 1 roughens glossy lobes after a diffuse bounce */
-#define ZVR_CONTEXT_CONTOUR_DEBUG 383                /* S,G 1u: colour contours by feature */
+#define ZVR_CONTEXT_CONTOUR_DEBUG 383                /* S,G 1u: 0 or 1, colour lines by feature */
 #define ZVR_CONTEXT_GPU_MEMORY_LIMIT 384             /* S,G 1f: fraction of texture memory budget */
-#define ZVR_CONTEXT_CONTOUR_UV 390                   /* S,G 1u: contour on UV discontinuities */
-#define ZVR_CONTEXT_CONTOUR_THRESHOLD_UV 391         /* S,G 1f */
-#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV 392         /* S,G 1f: pixels */
-#define ZVR_CONTEXT_CONTOUR_UV_SECONDARY 404         /* S,G 1u: use UV set 1 for UV contours */
+#define ZVR_CONTEXT_CONTOUR_UV 390                   /* S,G 1u: 0 or 1, lines where UVs jump */
+#define ZVR_CONTEXT_CONTOUR_THRESHOLD_UV 391         /* S,G 1f: UV distance, 0 or more */
+#define ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV 392         /* S,G 1f: pixels, 0 to ZVR_CONTOUR_LINEWIDTH_MAX */
+#define ZVR_CONTEXT_CONTOUR_UV_SECONDARY 404         /* S,G 1u: 0 or 1, UV set 1 for UV lines */
+/* The widest contour line, in pixels. */
+#define ZVR_CONTOUR_LINEWIDTH_MAX 64
 #define ZVR_CONTEXT_FRAMEBUFFER_SAVE_FLOAT32 406     /* S,G 1u: EXR files in 32-bit float instead of half */
 /* Keys 407 and 411 are called once per picture: only by a render call whose colour framebuffer (AOV 0)
    holds no iteration yet, i.e. the first call after the framebuffers were created or cleared. Later

@@ -69,6 +69,18 @@ ZVR_API ZvrStatus zvrsBuildOCIOFiles(const char* path, ZvrContext context, const
 /* Writes everything an import of `path` would hold as one self-contained XML document. */
 ZVR_API ZvrStatus zvrsExportToXML(const char* path, const char* outPath);
 
+/* A sky given from outside the scene file. */
+typedef struct ZvrsEnvironment {
+  const char* imagePath; /* lat-long image (HDR, EXR, ...), embedded in the document; null: a constant colour */
+  float color[3];        /* the constant colour; multiplies the image when there is one */
+  float intensity;       /* finite, not negative */
+  float rotation;        /* degrees about +y */
+} ZvrsEnvironment;
+/* As zvrsExportToXML, with the document's environment replaced by `environment`, so that an
+ * import renders the sky a render with the same environment had. An image that cannot be read
+ * fails with ZVR_ERROR_IO. */
+ZVR_API ZvrStatus zvrsExportToXMLWithEnvironment(const char* path, const char* outPath, const ZvrsEnvironment* environment);
+
 /* Lists of the last import's objects: with a null buffer the count, else `size` bytes of handles. */
 ZVR_API ZvrStatus zvrsListImportedShapes(void* buffer, size_t size, uint32_t* outCount);
 ZVR_API ZvrStatus zvrsListImportedLights(void* buffer, size_t size, uint32_t* outCount);

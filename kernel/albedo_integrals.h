@@ -16,9 +16,17 @@ constexpr int kIorNodes = 17;
 constexpr float kIorMax = 3.0f;
 // Visible-normal samples per node along each axis of the unit square.
 constexpr int kConductorStrata = 48;
-constexpr int kDielectricStrata = 32;
+// Leaving the denser side, total internal reflection makes the integrand jump, and a coarse grid
+// misses up to 1% there.
+constexpr int kDielectricStrataEntering = 32, kDielectricStrataLeaving = 64;
 
 inline float nodeCosine(int ci) { return std::max(0.02f, float(ci) / (kNodes - 1)); }
+// The dielectric tables take their nodes in sqrt(cos(theta)), dense towards grazing angles where
+// the albedo falls steeply.
+inline float dielectricNodeCosine(int ci) {
+  float t = float(ci) / (kNodes - 1);
+  return std::max(1e-3f, t * t);
+}
 inline float nodeAlpha(int ri) {
   float roughness = float(ri) / (kNodes - 1);
   return std::max(1e-4f, roughness * roughness);
@@ -46,16 +54,16 @@ inline float conductor(float cosO, float alpha) {
 
 // Visible normals sampled from wo, each split deterministically into its Fresnel-weighted
 // reflection and refraction, each weighted G2 / G1: the mean is the energy that leaves.
-inline float dielectric(float cosO, float alpha, float eta) {
+inline float dielectric(float cosO, float alpha, float eta, int strata) {
   Vec3 wo(std::sqrt(std::max(0.0f, 1 - cosO * cosO)), 0, cosO);
   float g1 = ggxG1(wo, alpha);
   double sum = 0;
-  for (int i = 0; i < kDielectricStrata; ++i) {
+  for (int i = 0; i < strata; ++i) {
     // The steep tail of the distribution (where total internal reflection starts) lies in a thin
     // rim of the sampler's first coordinate, as above.
-    float t = (i + 0.5f) / kDielectricStrata, u1 = 1 - (1 - t) * (1 - t), jacobian = 2 * (1 - t);
-    for (int j = 0; j < kDielectricStrata; ++j) {
-      Vec3 h = ggxSampleVisible(wo, alpha, u1, (j + 0.5f) / kDielectricStrata);
+    float t = (i + 0.5f) / strata, u1 = 1 - (1 - t) * (1 - t), jacobian = 2 * (1 - t);
+    for (int j = 0; j < strata; ++j) {
+      Vec3 h = ggxSampleVisible(wo, alpha, u1, (j + 0.5f) / strata);
       float f = fresnelDielectric(dot(wo, h), eta);
       Vec3 wr = reflect(wo, h);
       if (wr.z > 0) sum += jacobian * f * ggxG(wo, wr, alpha) / g1;
@@ -63,7 +71,7 @@ inline float dielectric(float cosO, float alpha, float eta) {
       if (f < 1 && refract(wo, h, eta, wt) && wt.z < 0) sum += jacobian * (1 - f) * ggxG(wo, wt, alpha) / g1;
     }
   }
-  return std::min(1.0f, float(sum / (kDielectricStrata * kDielectricStrata)));
+  return std::min(1.0f, float(sum / (strata * strata)));
 }
 
 // The tables, computed at build time (albedo_tables.cpp in the build tree).

@@ -43,7 +43,9 @@ int main(int argc, char** argv) {
     int zi = row / (2 * kNodes), side = row / kNodes % 2, ri = row % kNodes;
     float ior = nodeIor(zi);
     for (int ci = 0; ci < kNodes; ++ci)
-      dielectricTable[size_t(row) * kNodes + ci] = dielectric(nodeCosine(ci), nodeAlpha(ri), side == 0 ? ior : 1 / ior);
+      dielectricTable[size_t(row) * kNodes + ci] =
+          dielectric(dielectricNodeCosine(ci), nodeAlpha(ri), side == 0 ? ior : 1 / ior,
+                     side == 0 ? kDielectricStrataEntering : kDielectricStrataLeaving);
   });
 
   std::FILE* out = std::fopen(argv[1], "w");

@@ -25,7 +25,7 @@ float roughDielectricAlbedo(float cosTheta, float alpha, float eta) {
   if (!(eta > 0)) return 1;
   int side = eta >= 1 ? 0 : 1;
   float ior = std::min(kIorMax, side == 0 ? eta : 1 / eta);
-  float x = clamp01(cosTheta) * (kNodes - 1);
+  float x = std::sqrt(clamp01(cosTheta)) * (kNodes - 1);
   float y = clamp01(std::sqrt(std::max(0.0f, alpha))) * (kNodes - 1);
   float z = (ior - 1) / (kIorMax - 1) * (kIorNodes - 1);
   int z0 = std::min(kIorNodes - 1, int(z));

@@ -143,4 +143,14 @@ void Film::spreadBlocks(uint32_t side) {
   for (auto& slot : slots_) spread(slot.data);
 }
 
+void Film::drawOverColor(uint32_t x, uint32_t y, float coverage, Vec3 lineColor) {
+  const size_t i = (size_t(y) * width_ + x) * 4;
+  auto draw = [&](float* d) {
+    for (int k = 0; k < 3; ++k) d[k] = d[k] * (1 - coverage) + lineColor[k] * d[3] * coverage;
+  };
+  draw(&color_[i]);
+  for (auto& slot : slots_)
+    if (slot.aov == kAovColor) draw(&slot.data[i]);
+}
+
 }  // namespace zvr::kernel

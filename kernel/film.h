@@ -22,6 +22,9 @@ class Film {
   void commitSums();
   // Per-pixel averages with weight 1, folded into running averages (preview plug-ins).
   void commitAverages();
+  // Covers `coverage` (0 to 1) of pixel (x, y)'s colour with `lineColor`, in the colour sums and
+  // the colour target, keeping the pixel's weight.
+  void drawOverColor(uint32_t x, uint32_t y, float coverage, Vec3 lineColor);
   // The colour sums of this iteration, kept even when no colour target is bound.
   const std::vector<float>& colorSums() const { return color_; }
   uint32_t width() const { return width_; }

@@ -169,6 +169,7 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
     renderIteration(request, integrator, request.firstSampleIndex + i, film, cryptomatte_, arena);
     ++done;
     if (request.previewBlock > 1) film.spreadBlocks(request.previewBlock);
+    drawOverIteration(*scene_, camera, params, request.firstSampleIndex + i, film, arena);
     if (averagedFramebuffers()) film.commitAverages();
     else film.commitSums();
     writeVariance(request, film);

@@ -33,6 +33,10 @@ class KernelPlugin : public RenderPlugin {
   virtual bool averagedFramebuffers() const { return false; }
   // Fraction of the texture memory limit this family may use.
   virtual float textureBudgetScale(const RenderParams&) const { return 1; }
+  // Draws over an iteration's film before it is committed (the contour lines); `arena` is the
+  // render's thread arena.
+  virtual void drawOverIteration(const Scene&, const Camera&, const RenderParams&, uint64_t /*sampleIndex*/, Film&,
+                                 tbb::task_arena&) const {}
   // Checks family-specific settings before rendering; false with `error` set.
   virtual bool checkRequest(const RenderRequest&, std::string*) const { return true; }
 

@@ -1,5 +1,6 @@
 #include "kernel/lights.h"
 
+#include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
 namespace zvr::kernel {
@@ -54,25 +55,28 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
         uint32_t tableWidth = (img->width + block - 1) / block, tableHeight = (img->height + block - 1) / block;
         std::vector<Distribution1D> rows(tableHeight);
         std::vector<double> rowSums(tableHeight, 0.0);
-        tbb::parallel_for(uint32_t(0), tableHeight, [&](uint32_t ty) {
-          float sinTheta = std::sin(kPi * (ty + 0.5f) / tableHeight);
-          std::vector<float> weights(tableWidth, 0.0f);
-          uint32_t y1 = std::min(img->height, (ty + 1) * block);
-          for (uint32_t y = ty * block; y < y1; ++y) {
-            size_t row = size_t(y) * img->width;
-            for (uint32_t tx = 0, x = 0; tx < tableWidth; ++tx) {
-              float w = 0;
-              for (uint32_t x1 = std::min(img->width, x + block); x < x1; ++x) w += luminance(environmentTexel(env, row + x));
-              weights[tx] += w;
+        tbb::parallel_for(tbb::blocked_range<uint32_t>(0, tableHeight), [&](const tbb::blocked_range<uint32_t>& range) {
+          std::vector<float> texels(img->width);
+          for (uint32_t ty = range.begin(); ty < range.end(); ++ty) {
+            float sinTheta = std::sin(kPi * (ty + 0.5f) / tableHeight);
+            std::vector<float> weights(tableWidth, 0.0f);
+            uint32_t y1 = std::min(img->height, (ty + 1) * block);
+            for (uint32_t y = ty * block; y < y1; ++y) {
+              texelLuminance(env, size_t(y) * img->width, img->width, texels.data());
+              for (uint32_t tx = 0, x = 0; tx < tableWidth; ++tx) {
+                float w = 0;
+                for (uint32_t x1 = std::min(img->width, x + block); x < x1; ++x) w += texels[x];
+                weights[tx] += w;
+              }
             }
+            double sum = 0;
+            for (float& w : weights) {
+              w *= sinTheta;
+              sum += w;
+            }
+            rowSums[ty] = sum;
+            rows[ty] = Distribution1D(std::move(weights));
           }
-          double sum = 0;
-          for (float& w : weights) {
-            w *= sinTheta;
-            sum += w;
-          }
-          rowSums[ty] = sum;
-          rows[ty] = Distribution1D(std::move(weights));
         });
         // Rows are added in order, so the total does not depend on the threads.
         double sum = 0;
@@ -142,6 +146,25 @@ Vec3 LightSet::environmentTexel(const Environment& env, size_t i) {
   if (img.colorSpace == ColorSpace::SRGB) c = Vec3(srgbDecode(c.x), srgbDecode(c.y), srgbDecode(c.z));
   if (!isFinite(c)) return Vec3(0);
   return Vec3(std::max(0.0f, c.x), std::max(0.0f, c.y), std::max(0.0f, c.z));
+}
+
+// Linear images with three or four channels take a branch-free loop of fixed stride, which the
+// compiler vectorises: this is most of the set-up time of a large sky.
+template <uint32_t kChannels>
+static void linearLuminance(const float* p, uint32_t count, float* out) {
+  for (uint32_t i = 0; i < count; ++i) {
+    const float r = p[kChannels * i], g = p[kChannels * i + 1], b = p[kChannels * i + 2];
+    const float l = 0.2126f * std::max(0.0f, r) + 0.7152f * std::max(0.0f, g) + 0.0722f * std::max(0.0f, b);
+    // A texel with a value that is not finite is black, as environmentTexel reads it.
+    out[i] = std::isfinite(r) && std::isfinite(g) && std::isfinite(b) ? l : 0.0f;
+  }
+}
+
+void LightSet::texelLuminance(const Environment& env, size_t first, uint32_t count, float* out) {
+  const ImageData& img = *env.image;
+  if (img.colorSpace == ColorSpace::Linear && img.channels == 3) return linearLuminance<3>(&img.pixels[first * 3], count, out);
+  if (img.colorSpace == ColorSpace::Linear && img.channels == 4) return linearLuminance<4>(&img.pixels[first * 4], count, out);
+  for (uint32_t i = 0; i < count; ++i) out[i] = luminance(environmentTexel(env, first + i));
 }
 
 Vec3 LightSet::environmentRadiance(const Environment& env, Vec3 dir) const {

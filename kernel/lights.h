@@ -54,6 +54,8 @@ class LightSet {
   };
   // Linear, finite, non-negative RGB of texel i.
   static Vec3 environmentTexel(const Environment& env, size_t i);
+  // Luminance of `count` texels from texel `first` on into `out`, each as environmentTexel reads it.
+  static void texelLuminance(const Environment& env, size_t first, uint32_t count, float* out);
   struct Triangle {
     uint32_t shape, prim;
     Vec3 p0, e1, e2, normal;

@@ -12,6 +12,7 @@
 #include "loadstore/ocio_files.h"
 #include "loadstore/scene_file.h"
 #include "loadstore/trace.h"
+#include "loadstore/user_environment.h"
 #include "loadstore/xml_reader.h"
 #include "loadstore/xml_writer.h"
 
@@ -267,6 +268,25 @@ ZVR_API ZvrStatus zvrsExportToXML(const char* path, const char* outPath) {
   const ZvrStatus status = guarded(nullptr, [&] {
     expectArgument(path && outPath && *outPath, "scene path or output path is missing");
     saveSceneXml(readSceneFile(path), outPath);
+  });
+  return traced(nullptr, line, status == ZVR_ERROR_INVALID_ARGUMENT ? status : (status ? ZVR_ERROR_IO : status));
+}
+
+ZVR_API ZvrStatus zvrsExportToXMLWithEnvironment(const char* path, const char* outPath, const ZvrsEnvironment* environment) {
+  TraceLine line("zvrsExportToXMLWithEnvironment");
+  line.text("path", path).text("outPath", outPath);
+  if (environment)
+    line.text("imagePath", environment->imagePath)
+        .real("r", environment->color[0])
+        .real("g", environment->color[1])
+        .real("b", environment->color[2])
+        .real("intensity", environment->intensity)
+        .real("rotation", environment->rotation);
+  const ZvrStatus status = guarded(nullptr, [&] {
+    expectArgument(path && outPath && *outPath && environment, "scene path, output path or environment is missing");
+    SceneDescription scene = readSceneFile(path);
+    replaceEnvironment(scene, *environment);
+    saveSceneXml(scene, outPath);
   });
   return traced(nullptr, line, status == ZVR_ERROR_INVALID_ARGUMENT ? status : (status ? ZVR_ERROR_IO : status));
 }

@@ -156,7 +156,7 @@ int main(int argc, char** argv) {
 
   // The one output ".xml" exports the scene instead of rendering it, whatever the export answers.
   if (outputs.size() == 1 && outputs[0] == ".xml") {
-    zvrsExportToXML(commandLine.sceneFile.c_str(), ".xml");
+    exportSceneXml(commandLine.sceneFile, document, ".xml");
     return 0;
   }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kernel/aov.h"
+#include "kernel/contour_pass.h"
 
 namespace zvr::quillon {
 
@@ -10,23 +11,31 @@ bool QuillonPlugin::supportsAov(uint32_t aov, std::string* why) const { return k
 
 bool QuillonPlugin::setIntegrator(bool gpuKey, const std::string& name, std::string* error) {
   kernel::IntegratorMode mode;
-  if (name == "pathtracer" || name == "cpu" || name == "gpu") {
+  // Contour lines are drawn over the path-traced colour.
+  const bool contour = name == "gpucontour";
+  if (name == "pathtracer" || name == "cpu" || name == "gpu" || contour) {
     mode = kernel::IntegratorMode::PathTracer;
   } else if (name == "direct") {
     mode = kernel::IntegratorMode::Direct;
   } else if (name == "ao") {
     mode = kernel::IntegratorMode::AmbientOcclusion;
-  } else if (name == "gpucontour") {
-    if (error) *error = "integrator \"gpucontour\" is not available yet";
-    return false;
   } else {
     if (error)
-      *error = "unknown integrator \"" + name + "\"; valid names are \"pathtracer\", \"direct\", \"ao\", \"cpu\", \"gpu\"";
+      *error = "unknown integrator \"" + name +
+               "\"; valid names are \"pathtracer\", \"direct\", \"ao\", \"gpucontour\", \"cpu\", \"gpu\"";
     return false;
   }
   (gpuKey ? gpuMode_ : cpuMode_) = mode;
+  (gpuKey ? gpuContour_ : cpuContour_) = contour;
   activeMode_ = mode;
+  activeContour_ = contour;
   return true;
+}
+
+void QuillonPlugin::drawOverIteration(const kernel::Scene& scene, const kernel::Camera& camera, const RenderParams& params,
+                                      uint64_t sampleIndex, kernel::Film& film, tbb::task_arena& arena) const {
+  if (!activeContour_) return;
+  arena.execute([&] { kernel::drawContourPass(scene, camera, params, sampleIndex, film); });
 }
 
 kernel::IntegratorSettings QuillonPlugin::integratorSettings(const RenderParams& params, const std::vector<AovTarget>& targets) const {

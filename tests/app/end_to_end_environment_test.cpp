@@ -95,13 +95,14 @@ class EnvironmentRun : public testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
-  // Renders the cube with the Velder plug-in; `keys` are added to the override.
-  ProcessResult render(const std::string& keys, const std::string& output = "out.exr") {
+  // Renders the cube (or another scene of the folder) with the Velder plug-in; `keys` are added
+  // to the override.
+  ProcessResult render(const std::string& keys, const std::string& output = "out.exr", const std::string& scene = "cube.gltf") {
     ProcessOptions options;
     options.workingDirectory = folder_.string();
     const std::string override = R"({"gui":0,"plugin":"velder","width":64,"height":32,"iterations":32,"output":")" + output +
-                                 "\"," + keys + "}";
-    return runProcess(renderProgramPath(), {(folder_ / "cube.gltf").string(), override}, options);
+                                 "\"" + (keys.empty() ? "" : "," + keys) + "}";
+    return runProcess(renderProgramPath(), {(folder_ / scene).string(), override}, options);
   }
   Picture picture(const std::string& name = "out.exr") { return readExr((folder_ / name).string()); }
 
@@ -132,20 +133,21 @@ TEST_F(EnvironmentRun, ConstantSkyIsAFurnaceAndIntensityScalesIt) {
   }
 }
 
+int brightestColumn(const Picture& p) {
+  int best = -1;
+  float bestValue = 0;
+  for (int x = 0; x < p.width; ++x)
+    if (p.at(x, 8, 1) > bestValue) {
+      bestValue = p.at(x, 8, 1);
+      best = x;
+    }
+  return best;
+}
+
 // A 360 camera at the cube's side sees the sky's bright column; turning the sky by 90 degrees
 // about up moves it by a quarter of the picture's width, to the left (towards smaller u).
 TEST_F(EnvironmentRun, RotationTurnsTheSkyAboutUp) {
   writeStripedSky(folder_ / "sky.hdr", 64, 32, 8);
-  auto brightestColumn = [](const Picture& p) {
-    int best = -1;
-    float bestValue = 0;
-    for (int x = 0; x < p.width; ++x)
-      if (p.at(x, 8, 1) > bestValue) {
-        bestValue = p.at(x, 8, 1);
-        best = x;
-      }
-    return best;
-  };
   const std::string common = R"("cameratype":"360","camera.transform":[1,0,0,0,0,1,0,0,0,0,1,0,0,0,6,1],"environment":"sky.hdr")";
   ProcessResult result = render(common);
   ASSERT_EQ(result.exitCode, 0) << result.err;
@@ -154,6 +156,46 @@ TEST_F(EnvironmentRun, RotationTurnsTheSkyAboutUp) {
   result = render(common + R"(,"environment.rotation":90)");
   ASSERT_EQ(result.exitCode, 0) << result.err;
   EXPECT_EQ(brightestColumn(picture()), (still - 16 + 64) % 64);
+}
+
+// The ".xml" export of a run with a sky carries it (the image embedded), so the document renders
+// without any key as the scene did with them.
+TEST_F(EnvironmentRun, XmlExportCarriesTheSky) {
+  const std::string camera = R"("cameratype":"360","camera.transform":[1,0,0,0,0,1,0,0,0,0,1,0,0,0,6,1])";
+  struct Case {
+    const char* name;
+    std::string view, sky;
+  };
+  const Case cases[] = {
+      {"colour", "", R"("environment":[0.2,0.5,0.8],"environment.intensity":2)"},
+      {"image", camera, R"("environment":"sky.hdr","environment.rotation":90,"environment.intensity":0.5)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    writeStripedSky(folder_ / "sky.hdr", 64, 32, 8);
+    const std::string keys = c.view.empty() ? c.sky : c.view + "," + c.sky;
+    ProcessResult result = render(keys);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const Picture direct = picture();
+    result = render(keys, ".xml");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    std::filesystem::remove(folder_ / "sky.hdr");
+    result = render(c.view, "again.exr", ".xml");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const Picture again = picture("again.exr");
+    ASSERT_EQ(again.width, direct.width);
+    for (int ch = 0; ch < 3; ++ch) EXPECT_NEAR(channelMean(again, ch), channelMean(direct, ch), 0.01 * channelMean(direct, ch));
+    EXPECT_EQ(brightestColumn(again), brightestColumn(direct));
+  }
+}
+
+// An image missing at export time stops the export as it stops a render, naming the file.
+TEST_F(EnvironmentRun, MissingImageStopsTheExportNamingTheFile) {
+  const ProcessResult result = render(R"("environment":"no/such/sky.hdr")", ".xml");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err.rfind("E000018: Setting environment failed. ", 0), 0u) << result.err;
+  EXPECT_NE(result.err.find("no/such/sky.hdr"), std::string::npos) << result.err;
+  EXPECT_FALSE(std::filesystem::exists(folder_ / ".xml"));
 }
 
 // An image that cannot be read stops the run before rendering, naming the file.

@@ -121,6 +121,48 @@ TEST(CoreParameters, OutOfRangeValuesAreRefusedAndLeaveTheOldValue) {
   }
 }
 
+TEST(CoreParameters, ContourKeysRefuseValuesOutsideTheirRangeAndNameIt) {
+  struct Case {
+    uint32_t key;
+    bool isFloat;
+    float value;
+    const char* range;  // empty: accepted
+  };
+  const char* kSwitch = "must be 0 (off) or 1 (on)";
+  const char* kWidth = "must be 0 to 64 pixels";
+  const char* kAntialiasing = "must be 1 (antialiased), 0 to 1 (not antialiased, jitter radius 1) or -1";
+  const Case cases[] = {
+      {ZVR_CONTEXT_CONTOUR_OBJECT_ID, false, 2, kSwitch},       {ZVR_CONTEXT_CONTOUR_MATERIAL_ID, false, 5, kSwitch},
+      {ZVR_CONTEXT_CONTOUR_NORMAL, false, 2, kSwitch},          {ZVR_CONTEXT_CONTOUR_UV, false, 3, kSwitch},
+      {ZVR_CONTEXT_CONTOUR_UV_SECONDARY, false, 2, kSwitch},    {ZVR_CONTEXT_CONTOUR_DEBUG, false, 7, kSwitch},
+      {ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL, true, 181, "must be 0 to 180 degrees"},
+      {ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL, true, 180, ""},
+      {ZVR_CONTEXT_CONTOUR_THRESHOLD_UV, true, -0.5f, "must be 0 or more"},
+      {ZVR_CONTEXT_CONTOUR_LINEWIDTH_OBJECT_ID, true, 65, kWidth}, {ZVR_CONTEXT_CONTOUR_LINEWIDTH_MATERIAL_ID, true, -1, kWidth},
+      {ZVR_CONTEXT_CONTOUR_LINEWIDTH_NORMAL, true, INFINITY, kWidth}, {ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV, true, 64, ""},
+      {ZVR_CONTEXT_CONTOUR_ANTIALIASING, true, -0.5f, kAntialiasing}, {ZVR_CONTEXT_CONTOUR_ANTIALIASING, true, 1.5f, kAntialiasing},
+      {ZVR_CONTEXT_CONTOUR_ANTIALIASING, true, 0, ""},           {ZVR_CONTEXT_CONTOUR_ANTIALIASING, true, 0.5f, ""},
+  };
+  ScopedContext context;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(keyText(c.key) + " = " + std::to_string(c.value));
+    const ZvrStatus status = c.isFloat ? zvrContextSetParameterByKey1f(context, c.key, c.value)
+                                       : zvrContextSetParameterByKey1u(context, c.key, uint32_t(c.value));
+    float readFloat = 0;
+    uint32_t readUint = 0;
+    ASSERT_EQ(zvrContextGetInfo(context, c.key, 4, c.isFloat ? static_cast<void*>(&readFloat) : &readUint, nullptr),
+              ZVR_SUCCESS);
+    if (*c.range == 0) {
+      EXPECT_EQ(status, ZVR_SUCCESS) << lastError(context);
+      EXPECT_EQ(c.isFloat ? readFloat : float(readUint), c.value);
+      continue;
+    }
+    EXPECT_EQ(status, ZVR_ERROR_INVALID_ARGUMENT);
+    EXPECT_NE(lastError(context).find(c.range), std::string::npos) << lastError(context);
+    EXPECT_NE(c.isFloat ? readFloat : float(readUint), c.value) << "a refused value is not stored";
+  }
+}
+
 TEST(CoreParameters, UnknownKeysAndNullContextsFailWithTheirOwnStatus) {
   ScopedContext context;
   const uint32_t unknown = 999;

@@ -86,6 +86,47 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EnvironmentSamplingTest,
                                            EnvironmentCase{"rotated_image", true, true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// The sampling table reads three- and four-channel images on a fast road and the others texel by
+// texel: one grey image in 1, 3 and 4 channels, with texels that are not finite or negative (read
+// as black) and wide enough to be averaged in blocks, must give the same densities.
+TEST(EnvironmentTable, EveryChannelCountGivesTheSameDensity) {
+  constexpr uint32_t kW = 4100, kH = 6;
+  std::vector<float> grey(size_t(kW) * kH);
+  for (size_t i = 0; i < grey.size(); ++i) grey[i] = float((i * 37) % 101) / 10;
+  grey[5] = NAN;
+  grey[kW + 7] = INFINITY;
+  grey[2 * kW + 9] = -3;
+  RTCDevice device = rtcNewDevice(nullptr);
+  DeviceErrors errors;
+  std::vector<std::vector<float>> densities;
+  for (uint32_t channels : {1u, 3u, 4u}) {
+    auto img = std::make_shared<ImageData>();
+    img->id = channels;
+    img->width = kW;
+    img->height = kH;
+    img->channels = channels;
+    for (float g : grey) img->pixels.insert(img->pixels.end(), channels, g);
+    SceneSnapshot snap;
+    LightData env = test::environmentLight(1);
+    env.image = img;
+    snap.lights.push_back(env);
+    Scene scene(device, &errors);
+    std::string error;
+    ASSERT_TRUE(scene.update(snap, RenderParams{}, 1, [](const ShapeData&) { return true; }, &error)) << error;
+    LightSet lights;
+    lights.build(snap, scene);
+    std::vector<float> d;
+    for (int i = 0; i < 200; ++i) {
+      const float theta = kPi * (i % 20 + 0.5f) / 20, phi = 2 * kPi * (i / 20 + 0.37f) / 10;
+      d.push_back(lights.environmentPdf(Vec3(std::sin(theta) * std::sin(phi), std::cos(theta), std::sin(theta) * std::cos(phi))));
+    }
+    densities.push_back(d);
+  }
+  rtcReleaseDevice(device);
+  EXPECT_EQ(densities[1], densities[0]) << "three channels";
+  EXPECT_EQ(densities[2], densities[0]) << "four channels";
+}
+
 TEST(EmissiveTriangles, SampleDensityMatchesTheMisDensity) {
   SceneSnapshot snap;
   auto lamp = test::diffuseMaterial(0, 0, 0);

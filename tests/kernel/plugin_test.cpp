@@ -91,8 +91,8 @@ INSTANTIATE_TEST_SUITE_P(
     Names, QuillonIntegratorTest,
     ::testing::Values(IntegratorCase{"pathtracer", true, ""}, IntegratorCase{"direct", true, ""}, IntegratorCase{"ao", true, ""},
                       IntegratorCase{"cpu", true, ""}, IntegratorCase{"gpu", true, ""},
-                      IntegratorCase{"gpucontour", false, "integrator \"gpucontour\" is not available yet"},
-                      IntegratorCase{"bidir", false, "\"pathtracer\", \"direct\", \"ao\", \"cpu\", \"gpu\""},
+                      IntegratorCase{"gpucontour", true, ""},
+                      IntegratorCase{"bidir", false, "\"pathtracer\", \"direct\", \"ao\", \"gpucontour\", \"cpu\", \"gpu\""},
                       IntegratorCase{"", false, "unknown integrator"}),
     [](const auto& info) { return info.index == 7 ? std::string("empty") : std::string(info.param.name); });
 
@@ -129,7 +129,7 @@ TEST(QuillonIntegrators, ChangeThePicture) {
   std::string error;
   ASSERT_TRUE(plugin.setIntegrator(false, "direct", &error));
   ASSERT_TRUE(plugin.setIntegrator(true, "ao", &error));
-  ASSERT_FALSE(plugin.setIntegrator(false, "gpucontour", &error));
+  ASSERT_FALSE(plugin.setIntegrator(false, "bidir", &error));
   EXPECT_EQ(plugin.mode(false), kernel::IntegratorMode::Direct);
   EXPECT_EQ(plugin.mode(true), kernel::IntegratorMode::AmbientOcclusion);
   auto out = renderWith(plugin, scene, params, 16, 16, 16, {kAovColor});

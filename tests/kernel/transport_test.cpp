@@ -59,8 +59,9 @@ TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
 
 // Every kind of material at every roughness: what single scattering loses between microfacets
 // (a third of the light for a metal of roughness one) must come back, on glass entering and leaving.
-// Glass paths are long: at this sample count the sphere's noise is near 1% and a residual loss of
-// up to 0.9% remains, so its bound is wider (uncompensated, roughness 0.3 loses 2%, roughness 1 more).
+// Glass paths are long and caustic: even at 4096 iterations the sphere's own noise is near 1% (it
+// measured 0.992, 1.009 and 0.995 at roughness 0.3, 0.4 and 0.7), so its bound is wider; the 0.5%
+// bound on glass is held where it can be measured, by the BSDF's white furnace sweep.
 std::vector<FurnaceCase> furnaceSweep() {
   const char* names[] = {"diffuse", "conductor", "dielectric"};
   std::vector<FurnaceCase> cases;

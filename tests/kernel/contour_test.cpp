@@ -1,0 +1,188 @@
+// Contour lines: which neighbour differences make lines, where they go, how wide they are, and
+// the Quillon integrator that draws them over the path-traced colour.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+
+#include "kernel/aov.h"
+#include "kernel/contour_lines.h"
+#include "plugins/quillon/quillon_plugin.h"
+#include "tests/kernel/test_support.h"
+
+using namespace zvr;
+using namespace zvr::kernel;
+using namespace zvr::test;
+
+namespace {
+
+// A 12 x 8 buffer whose right half differs from the left as `change` says; both halves at the
+// same depth, so the left pixel of each pair (column 5) carries the line.
+std::vector<ContourSample> splitBuffer(const std::function<void(ContourSample&)>& change) {
+  ContourSample left;
+  left.hit = true;
+  left.objectId = left.materialId = 1;
+  left.normal = Vec3(0, 0, 1);
+  left.depth = 1;
+  ContourSample right = left;
+  change(right);
+  std::vector<ContourSample> s(12 * 8);
+  for (size_t i = 0; i < s.size(); ++i) s[i] = i % 12 < 6 ? left : right;
+  return s;
+}
+
+TEST(ContourLines, EachFeatureDrawsItsLineOnlyWhenItsSwitchIsOn) {
+  struct Case {
+    const char* name;
+    std::function<void(ContourSample&)> change;
+    int feature;  // -1: below the threshold, no line
+  };
+  const float a60 = 60 * kPi / 180, a30 = 30 * kPi / 180;
+  const Case cases[] = {
+      {"object id", [](ContourSample& s) { s.objectId = 2; }, kContourObject},
+      {"background", [](ContourSample& s) { s = ContourSample{}; }, kContourObject},
+      {"material id", [](ContourSample& s) { s.materialId = 5; }, kContourMaterial},
+      {"normal 60 degrees", [&](ContourSample& s) { s.normal = Vec3(std::sin(a60), 0, std::cos(a60)); }, kContourNormal},
+      {"normal 30 degrees", [&](ContourSample& s) { s.normal = Vec3(std::sin(a30), 0, std::cos(a30)); }, -1},
+      {"uv jump 2", [](ContourSample& s) { s.uv[0] = 2; }, kContourUv},
+      {"uv jump 0.5", [](ContourSample& s) { s.uv[1] = 0.5f; }, -1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::vector<ContourSample> buffer = splitBuffer(c.change);
+    ContourStyle style;
+    style.antialiased = false;
+    std::vector<ContourCoverage> lines = drawContours(buffer, 12, 8, style);
+    for (size_t i = 0; i < lines.size(); ++i) {
+      const bool onLine = c.feature >= 0 && i % 12 == 5;
+      ASSERT_EQ(lines[i].amount, onLine ? 1.0f : 0.0f) << "pixel " << i;
+      if (onLine) {
+        ASSERT_EQ(lines[i].feature, c.feature);
+      }
+    }
+    if (c.feature < 0) continue;
+    style.enabled[c.feature] = false;
+    lines = drawContours(buffer, 12, 8, style);
+    for (const ContourCoverage& l : lines) ASSERT_EQ(l.amount, 0.0f);
+  }
+  for (int f = 0; f < kContourFeatures; ++f)
+    for (int g = f + 1; g < kContourFeatures; ++g)
+      EXPECT_GT(length(contourDebugColor(f) - contourDebugColor(g)), 0.5f) << f << " and " << g;
+}
+
+// A box of [x0, x1] x [y0, y1] x [z0, z1] with flat faces.
+std::shared_ptr<MeshData> makeBox(const float lo[3], const float hi[3]) {
+  auto m = std::make_shared<MeshData>();
+  for (int axis = 0; axis < 3; ++axis)
+    for (int side = 0; side < 2; ++side) {
+      const int u = (axis + 1) % 3, v = (axis + 2) % 3;
+      const uint32_t base = uint32_t(m->positions.size() / 3);
+      const float corners[4][2] = {{lo[u], lo[v]}, {hi[u], lo[v]}, {hi[u], hi[v]}, {lo[u], hi[v]}};
+      for (const auto& c : corners) {
+        float p[3], n[3] = {0, 0, 0};
+        p[axis] = side ? hi[axis] : lo[axis];
+        p[u] = c[0];
+        p[v] = c[1];
+        n[axis] = side ? 1.0f : -1.0f;
+        m->positions.insert(m->positions.end(), p, p + 3);
+        m->normals.insert(m->normals.end(), n, n + 3);
+        m->texcoords0.insert(m->texcoords0.end(), {0, 0});
+      }
+      if (side) m->indices.insert(m->indices.end(), {base, base + 1, base + 2, base, base + 2, base + 3});
+      else m->indices.insert(m->indices.end(), {base, base + 2, base + 1, base, base + 3, base + 2});
+    }
+  return m;
+}
+
+// Two boxes of one object, red on the left and blue on the right, touching at x = 0, seen
+// straight on by an orthographic camera: in the 64 x 32 picture they fill columns 8 to 55 and
+// rows 8 to 23, the left box up to column 31.
+SceneSnapshot twoBoxes() {
+  SceneSnapshot scene;
+  const float loA[3] = {-1.5f, -0.5f, -0.5f}, hiA[3] = {0, 0.5f, 0.5f};
+  const float loB[3] = {0, -0.5f, -0.5f}, hiB[3] = {1.5f, 0.5f, 0.5f};
+  auto red = diffuseMaterial(0.8f, 0.2f, 0.2f), blue = diffuseMaterial(0.2f, 0.2f, 0.8f);
+  red->materialId = 1;
+  blue->materialId = 2;
+  scene.shapes.push_back(shape(1, makeBox(loA, hiA), red));
+  scene.shapes.push_back(shape(2, makeBox(loB, hiB), blue));
+  for (auto& s : scene.shapes) s.objectId = 7;
+  scene.lights.push_back(environmentLight(1));
+  scene.hasCamera = true;
+  scene.camera.type = 1;
+  scene.camera.orthoHeight = 2;
+  scene.camera.transform = lookAt(0, 0, 5, 0, 0, 0);
+  return scene;
+}
+
+constexpr uint32_t kW = 64, kH = 32;
+
+std::vector<float> renderColor(const char* integrator, const RenderParams& params) {
+  quillon::QuillonPlugin plugin;
+  std::string error;
+  EXPECT_TRUE(plugin.setIntegrator(true, integrator, &error)) << error;
+  RenderOutput out = renderWith(plugin, twoBoxes(), params, kW, kH, 2, {kAovColor});
+  EXPECT_EQ(out.status, 0) << out.error;
+  return out.image();
+}
+
+TEST(QuillonContour, LinesFollowSilhouettesAndTheMaterialBoundaryOverThePathTracedColour) {
+  struct Case {
+    const char* name;
+    uint32_t objectId, materialId, normal, uv, debug;
+  };
+  const Case cases[] = {
+      {"all features", 1, 1, 1, 1, 0}, {"object id only", 1, 0, 0, 0, 0}, {"material id only", 0, 1, 0, 0, 0},
+      {"no feature", 0, 0, 0, 0, 0},   {"debug colours", 1, 1, 1, 1, 1},
+  };
+  RenderParams params;
+  params.contourAntialiasing = -1;  // whole pixels at their centres: every line pixel is exactly covered
+  const std::vector<float> plain = renderColor("pathtracer", params);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    params.contourObjectId = c.objectId;
+    params.contourMaterialId = c.materialId;
+    params.contourNormal = c.normal;
+    params.contourUv = c.uv;
+    params.contourDebug = c.debug;
+    const std::vector<float> lined = renderColor("gpucontour", params);
+    for (uint32_t y = 0; y < kH; ++y)
+      for (uint32_t x = 0; x < kW; ++x) {
+        const bool inside = x >= 8 && x < 56 && y >= 8 && y < 24;
+        const bool outline = inside && (x == 8 || x == 55 || y == 8 || y == 23);
+        int feature = -1;
+        if (outline && c.objectId) feature = kContourObject;
+        else if (inside && x == 31 && c.materialId) feature = kContourMaterial;
+        const size_t i = (size_t(y) * kW + x) * 4;
+        const Vec3 want = feature < 0 ? Vec3(plain[i], plain[i + 1], plain[i + 2])
+                                      : (c.debug ? contourDebugColor(feature) : Vec3(0));
+        for (int k = 0; k < 3; ++k) ASSERT_EQ(lined[i + k], want[k]) << "pixel " << x << ", " << y << " channel " << k;
+      }
+  }
+}
+
+TEST(QuillonContour, LineWidthIsInPixels) {
+  struct Case {
+    float antialiasing, width, covered;
+  };
+  // Across the material boundary (row 16) the line covers its width, in whole pixels without
+  // antialiasing (widths round to odd counts there).
+  const Case cases[] = {{1, 1, 1}, {1, 2, 2}, {1, 3, 3}, {-1, 1, 1}, {-1, 3, 3}};
+  RenderParams params;
+  params.contourObjectId = 0;
+  const std::vector<float> plain = renderColor("pathtracer", params);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "antialiasing " << c.antialiasing << ", width " << c.width);
+    params.contourAntialiasing = c.antialiasing;
+    params.contourLineWidthMaterialId = c.width;
+    const std::vector<float> lined = renderColor("gpucontour", params);
+    double covered = 0;
+    for (uint32_t x = 0; x < kW; ++x) {
+      const size_t i = (size_t(16) * kW + x) * 4;
+      covered += 1 - lined[i] / plain[i];
+    }
+    EXPECT_NEAR(covered, c.covered, 0.02);
+  }
+}
+
+}  // namespace
