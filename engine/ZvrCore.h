@@ -169,6 +169,11 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_SCENE 4101                       /* S ptr, G 8 bytes: the scene rendered */
 #define ZVR_CONTEXT_RENDER_LAYERS 4102               /* G text: attached render layer names, one per line */
 #define ZVR_CONTEXT_OWNED_FILE 4103                  /* S text: a file the context deletes when it is deleted */
+#define ZVR_CONTEXT_FIRST_SAMPLE_INDEX 4104          /* S,G 1u: sample index of a picture's first iteration, 0 by default */
+/* Key 4104 splits one picture's samples between processes: a render into cleared framebuffers takes
+   sample indices first, first + 1, ...; later calls continue after the iterations the colour
+   framebuffer holds. So shard k of n iterations sets k * n, and the sums of the shards (see
+   zvrFrameBufferAddAccumulation) equal one render of all the iterations from index 0. */
 
 /* ---- info keys of other objects ------------------------------------------------------------ */
 #define ZVR_OBJECT_NAME 0x777777                     /* any object, text up to 256 bytes */
