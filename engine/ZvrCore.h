@@ -381,6 +381,14 @@ ZVR_API ZvrStatus zvrFrameBufferSaveToFile(ZvrFrameBuffer frameBuffer, const cha
 /* Writes one multilayer EXR, each framebuffer a layer under its object name. */
 ZVR_API ZvrStatus zvrFrameBufferSaveToFileEx(ZvrFrameBuffer const* frameBuffers, uint32_t count, const char* path, const void* extra);
 ZVR_API ZvrStatus zvrFrameBufferSetLPE(ZvrFrameBuffer frameBuffer, const char* expression);
+/* Raw accumulation, for pictures rendered in shards (key 4104): the framebuffer's sums of filtered
+ * sample values (RGB) and of filter weights (A), kept in 64-bit floats, with its iteration count, in
+ * the library's own lossless file format (little-endian, checksummed). Saving writes a temporary
+ * name and renames it. Adding reads a whole file of the framebuffer's size and adds its sums and
+ * iterations; into a cleared framebuffer that is loading. Deep framebuffers, and framebuffers that
+ * hold resolved values or running averages (the preview family), are refused. */
+ZVR_API ZvrStatus zvrFrameBufferSaveAccumulation(ZvrFrameBuffer frameBuffer, const char* path);
+ZVR_API ZvrStatus zvrFrameBufferAddAccumulation(ZvrFrameBuffer frameBuffer, const char* path);
 
 /* ---- objects ------------------------------------------------------------------------------ */
 /* Deletes any object; refuses a handle that is not live. */
