@@ -219,7 +219,8 @@ int submitJob(SubmitOptions& options) {
 
   std::vector<std::string> array = {"sbatch", "--parsable", "--requeue", "--job-name=zvrsFarm",
                                     "--array=0-" + std::to_string(taskCount(job) - 1),
-                                    "--output=" + job.folder + "/logs/task_%A_%a.out", "--chdir=" + job.workingDirectory};
+                                    "--output=" + job.folder + "/logs/task_%A_%a.out", "--open-mode=append",
+                                    "--chdir=" + job.workingDirectory};
   array.insert(array.end(), options.sbatchArguments.begin(), options.sbatchArguments.end());
   array.insert(array.end(), {scriptPath, "task"});
   const std::string arrayId = jobIdFrom(runCommand(array).output);
