@@ -1,8 +1,8 @@
 // A render target: RGBA (RGB sums of filtered samples, A the sum of weights while accumulating),
 // guarded by its own lock so that a render thread and a reader never meet halfway. The sums are kept
-// in doubles: every sample is a float, so sums of a pixel's samples are exact (and so independent of
-// the order of adding) unless they span more than 2^23 in magnitude; shards of one picture added
-// together then read back the same floats as one render of all their samples.
+// in doubles: every sample is a float, so the sums of a pixel's n samples are exact (and so
+// independent of the order of adding) unless they span more than about 2^(29 - log2 n) in magnitude;
+// shards of one picture added together then read back the same floats as one render of them all.
 #pragma once
 
 #include <cstdint>
