@@ -17,6 +17,7 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+trap "exit 1" INT TERM
 cd "$work"
 cat > cfg.json <<CONF
 {"plugin":"Velder64.dll","gui":0,"width":1280,"height":720,"iterations":64,"batchsize":16,"print.result":0,
@@ -46,13 +47,13 @@ if [ "$(id -u)" -ne 0 ] || ! command -v slurmctld > /dev/null; then
   echo "== scaling skipped: the one-node Slurm cluster needs root and Slurm (scripts/install-deps.sh)"
   exit 0
 fi
-echo "== one frame of 128 samples in 1, 2 and 4 tasks on a one-node Slurm cluster with $(nproc) CPUs"
+echo "== one frame of 64 samples at 640x360 in 1, 2 and 4 tasks on a one-node Slurm cluster with $(nproc) CPUs"
 cluster=$work/cluster
 conf=$(bash "$top/scripts/slurm-test-cluster.sh" start "$cluster" 17901 17902)
 export SLURM_CONF=$conf
 for tasks in 1 2 4; do
   start=$(now)
-  "$bin/zvrsFarm" submit "$scene" cfg.json '{"iterations":128}' --shards "$tasks" --job "scale$tasks" > /dev/null
+  "$bin/zvrsFarm" submit "$scene" cfg.json '{"width":640,"height":360}' --shards "$tasks" --job "scale$tasks" > /dev/null
   until [ -f "scale$tasks/merged" ]; do sleep 0.1; done
   end=$(now)
   total=0

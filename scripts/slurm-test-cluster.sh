@@ -8,6 +8,14 @@ set -euo pipefail
 
 stop() {
   local folder=$1
+  # Jobs first: their step daemons outlive slurmd, so a cancelled test must not leave them running.
+  if [ -f "$folder/slurm.conf" ] && [ -f "$folder/slurmctld.pid" ]; then
+    SLURM_CONF="$folder/slurm.conf" scancel --user="$(id -un)" 2>/dev/null || true
+    for _ in $(seq 50); do
+      [ -z "$(SLURM_CONF="$folder/slurm.conf" squeue --noheader --states=RUNNING,COMPLETING 2>/dev/null)" ] && break
+      sleep 0.1
+    done
+  fi
   for daemon in slurmd slurmctld munged; do
     local pidfile="$folder/$daemon.pid"
     [ -f "$pidfile" ] || continue
