@@ -21,5 +21,3 @@ bool parseSubmitArguments(const std::vector<std::string>& arguments, SubmitOptio
 std::string jobScript(const FarmJob& job, const std::string& farmProgram);
 // The process's exit code.
 int submitJob(SubmitOptions& options);
-// Runs every task of a job here, each retried up to the job's bound, then merges.
-int runLocally(const FarmJob& job);
