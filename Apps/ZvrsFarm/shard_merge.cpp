@@ -89,9 +89,10 @@ bool mergeFrame(const FarmJob& job, size_t frameIndex) {
   const ConfigDocument document = frameDocument(job, frame);
   std::vector<std::string> outputs = readOutputList(document, "output");
   if (outputs.empty()) outputs.push_back("out.png");
-  ProgressRecord* progress = new ProgressRecord();  // called back until the context is gone
+  // Declared before the run: the library calls back into it until tearDownRun deletes the context.
+  ProgressRecord progress;
   RunSetup run;
-  setUpRun(job.sceneFile, document, outputs, progress, run);
+  setUpRun(job.sceneFile, document, outputs, &progress, run);
   std::vector<std::string> names;
   for (const OutputElement& element : run.elements) names.push_back(element.name);
   if (names != shards[0].elements || run.settings.iterations != shards[0].total) {

@@ -71,9 +71,10 @@ int runShardTask(const FarmJob& job, uint32_t task) {
   }
   std::vector<std::string> outputs = readOutputList(document, "output");
   if (outputs.empty()) outputs.push_back("out.png");
-  ProgressRecord* progress = new ProgressRecord();  // called back until the context is gone
+  // Declared before the run: the library calls back into it until tearDownRun deletes the context.
+  ProgressRecord progress;
   RunSetup run;
-  setUpRun(job.sceneFile, document, outputs, progress, run);
+  setUpRun(job.sceneFile, document, outputs, &progress, run);
 
   const uint32_t total = run.settings.iterations;
   if (total < job.shards) {
@@ -90,7 +91,7 @@ int runShardTask(const FarmJob& job, uint32_t task) {
   shardSettings.iterations = range.count;
   TimingRecord timing;
   timing.frequency = highResolutionCounterFrequency();
-  if (renderTimedBatches(run.context, shardSettings, *progress, timing) != ZVR_SUCCESS) stopProgram();
+  if (renderTimedBatches(run.context, shardSettings, progress, timing) != ZVR_SUCCESS) stopProgram();
 
   for (size_t i = 0; i < run.elements.size(); ++i) {
     const std::string path = accumulationPath(job, task, i);
