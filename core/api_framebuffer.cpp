@@ -1,6 +1,7 @@
 // C boundary: framebuffers, image files, post effects and resolving.
 #include <algorithm>
 
+#include "core/accumulation_file.h"
 #include "core/api_call.h"
 #include "core/framebuffer.h"
 #include "core/cryptomatte_manifest.h"
@@ -69,6 +70,26 @@ ZVR_API ZvrStatus zvrFrameBufferSetLPE(ZvrFrameBuffer frameBuffer, const char* e
     FrameBuffer* fb = expect<FrameBuffer>(frameBuffer, ZVR_OBJECT_FRAMEBUFFER, "frameBuffer");
     requireText(expression, "expression");
     fb->setLightPathExpression(expression);
+  });
+}
+
+ZVR_API ZvrStatus zvrFrameBufferSaveAccumulation(ZvrFrameBuffer frameBuffer, const char* path) {
+  ApiCall call("zvrFrameBufferSaveAccumulation", frameBuffer);
+  call.handle("frameBuffer", frameBuffer).text("path", path);
+  return call.run([&] {
+    FrameBuffer* fb = expect<FrameBuffer>(frameBuffer, ZVR_OBJECT_FRAMEBUFFER, "frameBuffer");
+    requireText(path, "path");
+    saveAccumulation(*fb, path);
+  });
+}
+
+ZVR_API ZvrStatus zvrFrameBufferAddAccumulation(ZvrFrameBuffer frameBuffer, const char* path) {
+  ApiCall call("zvrFrameBufferAddAccumulation", frameBuffer);
+  call.handle("frameBuffer", frameBuffer).text("path", path);
+  return call.run([&] {
+    FrameBuffer* fb = expect<FrameBuffer>(frameBuffer, ZVR_OBJECT_FRAMEBUFFER, "frameBuffer");
+    requireText(path, "path");
+    addAccumulation(*fb, path);
   });
 }
 

@@ -99,6 +99,7 @@ const StoredKey kStoredKeys[] = {
      ZVR_U(s.params.normalizeLightIntensity)},
     {ZVR_CONTEXT_RENDER_QUALITY, "render quality", KeyType::Uint, Range::Quality, ZVR_U(s.params.renderQuality)},
     {ZVR_CONTEXT_OOC_TEXTURE_CACHE, "texture cache", KeyType::Uint, Range::Any, ZVR_U(s.params.textureCacheMB)},
+    {ZVR_CONTEXT_FIRST_SAMPLE_INDEX, "first sample index", KeyType::Uint, Range::Any, ZVR_U(s.firstSampleIndex)},
 };
 
 #undef ZVR_U

@@ -17,6 +17,7 @@ struct ContextSettings {
   uint32_t iterations = 1;
   uint32_t previewBlock = 0;  // key 287
   uint32_t frameHint = ZVR_FRAMECOUNT_ACCUMULATE;  // key 309
+  uint32_t firstSampleIndex = 0;  // key 4104
   uint32_t saveFloat32 = 0;
   float tileSize[4] = {0, 0, 0, 0};
   std::string ocioConfigPath;

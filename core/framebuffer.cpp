@@ -10,13 +10,13 @@ namespace zvr::core {
 
 FrameBuffer::FrameBuffer(Context* context, ZvrFramebufferFormat format, ZvrFramebufferDesc desc)
     : Object(ZVR_OBJECT_FRAMEBUFFER, context), format_(format), desc_(desc) {
-  pixels_.assign(size_t(desc.width) * desc.height * 4, 0.0f);
+  pixels_.assign(size_t(desc.width) * desc.height * 4, 0.0);
   if (isDeep()) deep_.resize(size_t(desc.width) * desc.height);
 }
 
 uint64_t FrameBuffer::dataBytes() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return pixels_.size() * sizeof(float) + deepSampleCount_ * sizeof(DeepSample);
+  return pixels_.size() * sizeof(double) + deepSampleCount_ * sizeof(DeepSample);
 }
 
 void FrameBuffer::addDeepSamples(const uint32_t* counts, const DeepSample* samples) {
@@ -68,6 +68,7 @@ void FrameBuffer::replaceWithFinalValues(const float* rgba, uint32_t iterationsA
   content_ = ZVR_FRAMEBUFFER_CONTENT_DATA;
   iterations_ += iterationsAdded;
   finalValues_ = true;
+  holdsSums_ = false;
 }
 
 bool FrameBuffer::holdsFinalValues() const {
@@ -83,19 +84,39 @@ std::vector<std::vector<FrameBuffer::DeepSample>> FrameBuffer::readDeep(uint64_t
 
 void FrameBuffer::addIteration(const float* rgba) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] += rgba[i];
+  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] += double(rgba[i]);
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   finalValues_ = false;
   ++iterations_;
+}
+
+bool FrameBuffer::holdsSums() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return holdsSums_;
+}
+
+std::vector<double> FrameBuffer::readSums(uint32_t* iterations) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (iterations) *iterations = iterations_;
+  return pixels_;
+}
+
+void FrameBuffer::addSums(const std::vector<double>& sums, uint32_t iterations) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (sums.size() != pixels_.size()) fail(ZVR_ERROR_INTERNAL, "framebuffer sums of the wrong size");
+  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] += sums[i];
+  content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
+  iterations_ += iterations;
 }
 
 void FrameBuffer::averageIteration(const float* rgba) {
   std::lock_guard<std::mutex> lock(mutex_);
   const float keep = float(iterations_) / float(iterations_ + 1);
   const float add = 1.0f / float(iterations_ + 1);
-  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] = pixels_[i] * keep + rgba[i] * add;
+  for (size_t i = 0; i < pixels_.size(); ++i) pixels_[i] = float(float(pixels_[i]) * keep + rgba[i] * add);
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   finalValues_ = false;
+  holdsSums_ = false;
   ++iterations_;
 }
 
@@ -111,7 +132,8 @@ std::string FrameBuffer::lightPathExpression() const {
 
 void FrameBuffer::clear() {
   std::lock_guard<std::mutex> lock(mutex_);
-  std::fill(pixels_.begin(), pixels_.end(), 0.0f);
+  std::fill(pixels_.begin(), pixels_.end(), 0.0);
+  holdsSums_ = true;
   for (auto& list : deep_) list.clear();
   deepSampleCount_ = 0;
   content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
@@ -148,13 +170,14 @@ std::vector<float> FrameBuffer::read(ZvrFramebufferContent* content, uint32_t* i
   std::lock_guard<std::mutex> lock(mutex_);
   if (content) *content = content_;
   if (iterations) *iterations = iterations_;
-  return pixels_;
+  return std::vector<float>(pixels_.begin(), pixels_.end());
 }
 
 void FrameBuffer::write(std::vector<float> pixels, ZvrFramebufferContent content, uint32_t iterations) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (pixels.size() != pixels_.size()) fail(ZVR_ERROR_INTERNAL, "framebuffer write of the wrong size");
-  pixels_ = std::move(pixels);
+  pixels_.assign(pixels.begin(), pixels.end());
+  holdsSums_ = false;
   content_ = content;
   iterations_ = iterations;
 }
@@ -164,9 +187,9 @@ void FrameBuffer::getInfo(uint32_t key, size_t size, void* data, size_t* outSize
     case ZVR_FRAMEBUFFER_FORMAT: replyValue("framebuffer format", format_, size, data, outSize); return;
     case ZVR_FRAMEBUFFER_DESC: replyValue("framebuffer desc", desc_, size, data, outSize); return;
     case ZVR_FRAMEBUFFER_DATA: {
-      std::lock_guard<std::mutex> lock(mutex_);
+      const std::vector<float> pixels = read();
       replyBytes("framebuffer data (" + std::to_string(desc_.width) + "x" + std::to_string(desc_.height) + " RGBA floats)",
-                 pixels_.data(), pixels_.size() * sizeof(float), size, data, outSize);
+                 pixels.data(), pixels.size() * sizeof(float), size, data, outSize);
       return;
     }
     case ZVR_FRAMEBUFFER_CONTENT: {

@@ -1,5 +1,8 @@
-// A render target: RGBA floats (RGB sums of filtered samples, A the sum of weights while
-// accumulating), guarded by its own lock so that a render thread and a reader never meet halfway.
+// A render target: RGBA (RGB sums of filtered samples, A the sum of weights while accumulating),
+// guarded by its own lock so that a render thread and a reader never meet halfway. The sums are kept
+// in doubles: every sample is a float, so the sums of a pixel's n samples are exact (and so
+// independent of the order of adding) unless they span more than about 2^(29 - log2 n) in magnitude;
+// shards of one picture added together then read back the same floats as one render of them all.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +35,12 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   uint64_t dataBytes() const override;
   ZvrFramebufferFormat format() const { return format_; }
   size_t valueCount() const { return pixels_.size(); }
+  // False once resolved results or running averages replaced the sums.
+  bool holdsSums() const;
+  // The raw sums with their iteration count, for the accumulation files.
+  std::vector<double> readSums(uint32_t* iterations) const;
+  // Adds sums of the same size and their iterations (merging shards of one picture).
+  void addSums(const std::vector<double>& sums, uint32_t iterations);
 
   void clear();
   // A provisional picture (frame hint 2) is shown until the next accumulating render discards it.
@@ -52,7 +61,8 @@ class FrameBuffer : public Object, public zvr::FrameBufferTarget {
   ZvrFramebufferFormat format_;
   ZvrFramebufferDesc desc_;
   mutable std::mutex mutex_;
-  std::vector<float> pixels_;
+  std::vector<double> pixels_;
+  bool holdsSums_ = true;
   ZvrFramebufferContent content_ = ZVR_FRAMEBUFFER_CONTENT_LINEAR;
   uint32_t iterations_ = 0;
   bool provisional_ = false;

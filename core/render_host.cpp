@@ -124,7 +124,7 @@ void renderContext(Context& context) {
   request.scene = &snapshot;
   request.params = &params;
   request.iterations = context.settings.iterations;
-  request.firstSampleIndex = colorTarget->iterations();
+  request.firstSampleIndex = uint64_t(context.settings.firstSampleIndex) + colorTarget->iterations();
   request.width = colorTarget->width();
   request.height = colorTarget->height();
   request.previewBlock = !provisional ? 1 : context.settings.previewBlock ? context.settings.previewBlock : ZVR_PREVIEW_BLOCK_DEFAULT;

@@ -171,6 +171,11 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_CONTEXT_SCENE 4101                       /* S ptr, G 8 bytes: the scene rendered */
 #define ZVR_CONTEXT_RENDER_LAYERS 4102               /* G text: attached render layer names, one per line */
 #define ZVR_CONTEXT_OWNED_FILE 4103                  /* S text: a file the context deletes when it is deleted */
+#define ZVR_CONTEXT_FIRST_SAMPLE_INDEX 4104          /* S,G 1u: sample index of a picture's first iteration, 0 by default */
+/* Key 4104 splits one picture's samples between processes: a render into cleared framebuffers takes
+   sample indices first, first + 1, ...; later calls continue after the iterations the colour
+   framebuffer holds. So shard k of n iterations sets k * n, and the sums of the shards (see
+   zvrFrameBufferAddAccumulation) equal one render of all the iterations from index 0. */
 
 /* ---- info keys of other objects ------------------------------------------------------------ */
 #define ZVR_OBJECT_NAME 0x777777                     /* any object, text up to 256 bytes */
@@ -386,6 +391,14 @@ ZVR_API ZvrStatus zvrFrameBufferSaveToFile(ZvrFrameBuffer frameBuffer, const cha
 /* Writes one multilayer EXR, each framebuffer a layer under its object name. */
 ZVR_API ZvrStatus zvrFrameBufferSaveToFileEx(ZvrFrameBuffer const* frameBuffers, uint32_t count, const char* path, const void* extra);
 ZVR_API ZvrStatus zvrFrameBufferSetLPE(ZvrFrameBuffer frameBuffer, const char* expression);
+/* Raw accumulation, for pictures rendered in shards (key 4104): the framebuffer's sums of filtered
+ * sample values (RGB) and of filter weights (A), kept in 64-bit floats, with its iteration count, in
+ * the library's own lossless file format (little-endian, checksummed). Saving writes a temporary
+ * name and renames it. Adding reads a whole file of the framebuffer's size and adds its sums and
+ * iterations; into a cleared framebuffer that is loading. Deep framebuffers, and framebuffers that
+ * hold resolved values or running averages (the preview family), are refused. */
+ZVR_API ZvrStatus zvrFrameBufferSaveAccumulation(ZvrFrameBuffer frameBuffer, const char* path);
+ZVR_API ZvrStatus zvrFrameBufferAddAccumulation(ZvrFrameBuffer frameBuffer, const char* path);
 
 /* ---- objects ------------------------------------------------------------------------------ */
 /* Deletes any object; refuses a handle that is not live. */

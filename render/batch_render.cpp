@@ -152,9 +152,8 @@ bool multilayerRequested(const ConfigDocument& document) {
 
 }  // namespace
 
-ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
-                        const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
-                        TimingRecord& timing) {
+ZvrStatus renderTimedBatches(ZvrContext context, const RenderSettings& settings, ProgressRecord& progress,
+                             TimingRecord& timing) {
   timing.stampCount = 1;
   timing.stamps[0] = readHighResolutionCounter();
   const ZvrStatus rendered = renderIterations(context, settings, progress);
@@ -162,7 +161,20 @@ ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDoc
   timing.stamps[timing.stampCount] = readHighResolutionCounter();
   timing.stampCount = 2;
   if (settings.printProgress) printPercent(100.0f);
+  return ZVR_SUCCESS;
+}
 
+ZvrStatus saveRenderedElements(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document,
+                               ZvrContext context, const RenderSettings& settings,
+                               std::vector<OutputElement>& elements) {
   if (multilayerRequested(document)) return saveMultilayer(pluginKinds, context, settings, elements);
   return saveSingleFiles(pluginKinds, context, settings, elements);
+}
+
+ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
+                        const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
+                        TimingRecord& timing) {
+  const ZvrStatus rendered = renderTimedBatches(context, settings, progress, timing);
+  if (rendered != ZVR_SUCCESS) return rendered;
+  return saveRenderedElements(pluginKinds, document, context, settings, elements);
 }

@@ -11,6 +11,13 @@
 #include "program/run_records.h"
 
 // A critical failure is reported and returned at once; the caller stops the run.
+// The two halves of renderBatches, also used on their own by the farm's shards (render only) and
+// merges (save only, from summed shards).
+ZvrStatus renderTimedBatches(ZvrContext context, const RenderSettings& settings, ProgressRecord& progress,
+                             TimingRecord& timing);
+ZvrStatus saveRenderedElements(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document,
+                               ZvrContext context, const RenderSettings& settings,
+                               std::vector<OutputElement>& elements);
 ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
                         const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
                         TimingRecord& timing);

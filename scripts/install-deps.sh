@@ -11,6 +11,7 @@ packages=(
   libglfw3-dev libglew-dev libimgui-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   xvfb xauth libgl1-mesa-dri libx11-dev libxtst-dev
+  slurm-wlm munge
 )
 
 missing=()

@@ -1,0 +1,123 @@
+// zvrsFarm on a real one-node Slurm cluster that the test starts in a folder of its own (munge,
+// slurmctld, slurmd on 127.0.0.1): a 2-frame x 2-shard job array with its merge job, one task killed
+// in the middle of rendering and requeued, and the merged files equal to one long run per frame.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "tests/farm/farm_run.h"
+
+namespace {
+
+const std::string kAnimated = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAnimated/BoxAnimated.glb";
+const std::string kClusterScript = std::string(ZVR_SOURCE_DIR) + "/scripts/slurm-test-cluster.sh";
+
+bool slurmInstalled() {
+  return std::system("command -v slurmctld slurmd munged sbatch scontrol squeue > /dev/null 2>&1") == 0;
+}
+
+// A port nobody listens on now, chosen by the system.
+int freePort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+template <class Condition>
+bool waitFor(Condition condition, double seconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < end) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return condition();
+}
+
+class SlurmCluster : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!slurmInstalled())
+      GTEST_SKIP() << "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
+    if (::geteuid() != 0) GTEST_SKIP() << "the one-node Slurm cluster of this test runs as root";
+    clusterFolder_ = ::testing::TempDir() + "zvrs_slurm_" + std::to_string(::getpid());
+    started_ = true;  // stop whatever the start got to, even when it failed half-way
+    const CommandRun start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
+                                                 std::to_string(freePort())});
+    ASSERT_EQ(start.exitCode, 0) << start.err;
+    environment_ = "SLURM_CONF=" + shellQuoted(clusterFolder_ + "/slurm.conf");
+  }
+  void TearDown() override {
+    if (!started_) return;
+    std::system(("bash " + shellQuoted(kClusterScript) + " stop " + shellQuoted(clusterFolder_)).c_str());
+    std::system(("rm -rf " + shellQuoted(clusterFolder_)).c_str());
+  }
+  CommandRun slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
+    return runIn(folder, program, arguments, environment_);
+  }
+
+  std::string clusterFolder_, environment_;
+  bool started_ = false;
+};
+
+TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactly) {
+  const RunFolder folder("slurm");
+  const std::string config =
+      writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1,"output":["out.png","out.exr"],"aovs":{"normal":"n.exr"})");
+  const CommandRun submit = slurm(folder, farmProgram(),
+                                  {"submit", kAnimated, config, "--shards", "2", "--frames", "1:2", "--fps", "24",
+                                   "--job", "job", "--retries", "1"});
+  ASSERT_EQ(submit.exitCode, 0) << submit.out << submit.err;
+  const std::string ids = readWholeFile(folder / "job/slurm");
+  const std::string arrayId = ids.substr(0, ids.find(' '));
+
+  // Kill task 0 once it has printed its first percentage: in the middle of rendering.
+  const std::string log = folder / ("job/logs/task_" + arrayId + "_0.out");
+  ASSERT_TRUE(waitFor([&] { return readWholeFile(log).find("%\n") != std::string::npos; }, 60)) << readWholeFile(log);
+  std::string host;
+  long pid = 0;
+  std::istringstream(readWholeFile(folder / "job/shards/0/running")) >> host >> pid;
+  ASSERT_GT(pid, 0);
+  ASSERT_EQ(::kill(pid_t(pid), SIGKILL), 0) << "task 0 ended before it could be killed";
+
+  // Slurm holds a requeued task for two minutes before it may start again; the test does not wait.
+  const bool merged = waitFor(
+      [&] {
+        slurm(folder, "scontrol", {"update", "JobId=" + arrayId + "_0", "StartTime=now"});
+        return fileExists(folder / "job/merged");
+      },
+      240);
+  ASSERT_TRUE(merged) << readWholeFile(log) << slurm(folder, "squeue", {}).out;
+  EXPECT_NE(readWholeFile(log).find("zvrsFarm: task 0 ended with status 137 on attempt 1; requeued"), std::string::npos)
+      << readWholeFile(log);
+  const CommandRun status = slurm(folder, farmProgram(), {"status", "--job", "job"});
+  EXPECT_NE(status.out.find("pending 0, running 0, done 4, failed 0\nmerged into"), std::string::npos) << status.out;
+
+  for (int frame : {1, 2}) {
+    const std::string longRun = folder / ("long" + std::to_string(frame));
+    makeFolder(longRun);
+    char time[128];
+    std::snprintf(time, sizeof time, R"({"animation.time":%.17g})", frame / 24.0);
+    const CommandRun single = runIn(longRun, renderProgram(), {kAnimated, config, time});
+    ASSERT_EQ(single.exitCode, 0) << single.err;
+    expectSameFiles("frame " + std::to_string(frame), longRun, folder / ("job/output/frame_000" + std::to_string(frame)),
+                    {"out.png", "out.exr", "n.exr", "stats.json"});
+  }
+}
+
+}  // namespace
