@@ -9,6 +9,7 @@
 #include "engine/ZvrCore.h"
 #include "engine/ZvrLoadStore.h"
 #include "Apps/ZvrsRender/command_line.h"
+#include "Apps/ZvrsRender/environment_setup.h"
 #include "program/config_json.h"
 #include "program/failure.h"
 #include "Apps/ZvrsRender/help.h"
