@@ -94,6 +94,7 @@ struct ShapeData {
   bool visible = true;
   uint32_t objectId = 0, meshId = 0, groupId = 0;
   std::vector<std::string> layers;               // render layers the shape belongs to
+  int32_t lightGroup = -1;                       // light group 0..15 of its emission, -1 none
 };
 
 enum class LightType : uint32_t { Point = 0, Spot = 1, Directional = 2, Environment = 3 };

@@ -1,11 +1,12 @@
 #include "kernel/aov.h"
 
+#include "kernel/light_paths.h"
+
 namespace zvr::kernel {
 namespace {
 
 bool isAdvanced(uint32_t aov) {
-  return aov == 10 || aov == 30 || aov == 42 || (aov >= 23 && aov <= 26) || (aov >= 80 && aov <= 91) ||
-         (aov >= 32 && aov <= 37) || (aov >= 48 && aov <= 53) || (aov >= 56 && aov <= 61) || aov == 64;
+  return aov == 10 || aov == 30 || aov == 42 || (aov >= 48 && aov <= 53) || (aov >= 56 && aov <= 61) || aov == 64;
 }
 
 bool refuse(uint32_t aov, std::string* why, const std::string& text) {
@@ -24,8 +25,9 @@ bool pathTracerSupportsAov(uint32_t aov, std::string* why) {
     case kAovAlbedoDiffuse: case kAovVariance: case kAovCameraNormal: case kAovSss: case kAovMeshId:
       return true;
   }
+  if (isLpeAov(aov) || lightGroupOf(aov) >= 0) return true;
   if (isAdvanced(aov))
-    return refuse(aov, why, "(catchers, light groups, light path expressions, cryptomatte, deep) comes with the advanced AOV work and is not available yet");
+    return refuse(aov, why, "(catchers, cryptomatte, deep) comes with the advanced AOV work and is not available yet");
   return refuse(aov, why, "is not a known AOV id");
 }
 

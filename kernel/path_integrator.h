@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kernel/camera.h"
+#include "kernel/light_paths.h"
 #include "kernel/lights.h"
 #include "kernel/material.h"
 #include "kernel/sampling.h"
@@ -16,6 +17,7 @@ struct IntegratorSettings {
   IntegratorMode mode = IntegratorMode::PathTracer;
   float causticsReduction = 1;  // < 1 roughens glossy lobes after a diffuse bounce
   bool wantAo = false;          // trace the AO ray at the first hit
+  const LightPaths* lightPaths = nullptr;  // light path expression and light group outputs, if any
 };
 
 // Everything one camera sample yields. Light terms sum exactly to `color`:
@@ -30,6 +32,7 @@ struct SampleResult {
   float depth = 0, ao = 0;
   uint32_t materialId = 0, objectId = 0, meshId = 0, groupId = 0;
   uint32_t rays = 0;  // rays traced for this sample, for throughput statistics
+  LightPathTotals paths;  // filled only when the render has such outputs
 };
 
 // Film position of a camera sample, in pixels.
@@ -59,12 +62,16 @@ class PathIntegrator {
   Vec3 transmittance(Ray ray, uint32_t& rays) const;
   Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance = 1e30f) const;
   Vec3 clampContribution(Vec3 c) const;
+  float clampScale(Vec3 c) const;
+  void creditLight(Path& path, const LightPathState& s, const EmitterEvent& e, Vec3 value, Vec3 dir) const;
+  void creditLightSample(Path& path, int category, Vec3 value) const;
 
   const Scene& scene_;
   const LightSet& lights_;
   const Camera& camera_;
   const RenderParams& params_;
   IntegratorSettings settings_;
+  const LightPaths* paths_ = nullptr;  // null when no output needs the path's events
   float epsilon_, aoRadius_;
   uint32_t maxDepth_;
 };

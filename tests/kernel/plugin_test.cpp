@@ -217,12 +217,12 @@ TEST(Dorrik, RefusesAovsOfThePathTracer) {
   for (uint32_t aov : {kAovColor, kAovOpacity, kAovDepth, kAovNormal, kAovNormalGeom, kAovWorldCoordinate, kAovUv,
                        kAovMaterialId, kAovObjectId, kAovMeshId, kAovGroupId, kAovAlbedoDiffuse, kAovAo})
     EXPECT_TRUE(plugin.supportsAov(aov, &why)) << aov;
-  for (uint32_t aov : {kAovVariance, kAovDirectDiffuse, kAovEmission, kAovBackground}) {
+  for (uint32_t aov : {kAovVariance, kAovDirectDiffuse, kAovEmission, kAovBackground, kAovLpe0, kAovLightGroup0}) {
     EXPECT_FALSE(plugin.supportsAov(aov, &why)) << aov;
     EXPECT_NE(why.find("preview"), std::string::npos) << why;
   }
   velder::VelderPlugin velder;
-  for (uint32_t aov : {23u, 35u, 48u, 64u, 10u}) {
+  for (uint32_t aov : {48u, 64u, 10u}) {
     EXPECT_FALSE(velder.supportsAov(aov, &why));
     EXPECT_NE(why.find("advanced AOV work"), std::string::npos) << why;
   }
@@ -348,7 +348,9 @@ INSTANTIATE_TEST_SUITE_P(
                        "light 1001: radiance"},
         BadRequestCase{"filter_type", [](SceneSnapshot&, RenderParams& p, uint32_t&) { p.imageFilterType = 9; }, "filter type 9"},
         BadRequestCase{"filter_radius", [](SceneSnapshot&, RenderParams& p, uint32_t&) { p.imageFilterRadius = -1; }, "radius"},
-        BadRequestCase{"advanced_aov", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = 32; }, "advanced AOV work"}),
+        BadRequestCase{"advanced_aov", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = 48; }, "advanced AOV work"},
+        BadRequestCase{"lpe_without_expression", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = kAovLpe0; },
+                       "the lpe0 framebuffer has no light path expression"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(RenderRequestChecks, MismatchedTargetSizeIsRefused) {
