@@ -67,7 +67,7 @@ TEST(LightPaths, PartitionsAddUpToTheirWhole) {
   quillon::QuillonPlugin quillon;
   for (RenderPlugin* plugin : {static_cast<RenderPlugin*>(&velder), static_cast<RenderPlugin*>(&quillon)}) {
     RenderParams params;
-    params.radianceClamp = 4;  // clamped pieces must land in the outputs as they land in colour
+    params.radianceClamp = 0.3f;  // clamped pieces must land in the outputs as they land in colour
     auto out = renderWith(*plugin, litScene(false, true), params, 32, 24, 8,
                           {kAovColor, kAovLpe0, kAovLpe0 + 1, lightGroupAov(0), lightGroupAov(5), lightGroupAov(12)}, 0,
                           {"", "CL", "C.+L"});
