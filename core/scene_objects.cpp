@@ -43,6 +43,7 @@ zvr::ShapeData Shape::snapshot() const {
   data.objectId = objectId;
   data.meshId = meshId;
   data.groupId = groupId;
+  data.lightGroup = lightGroup;
   data.layers = layers;
   return data;
 }
