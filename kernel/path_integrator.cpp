@@ -85,6 +85,7 @@ Vec3 PathIntegrator::clampContribution(Vec3 c) const { return c * clampScale(c);
 // `value` is already clamped, as it went into the beauty. Several environments along `dir` share
 // the light among their groups by their radiance there.
 void PathIntegrator::creditLight(Path& path, const LightPathState& s, const EmitterEvent& e, Vec3 value, Vec3 dir) const {
+  if (isBlack(value)) return;
   if (e.group != kGroupPerEnvironment) {
     paths_->credit(s, e, value, path.out->paths);
     return;
@@ -101,6 +102,7 @@ void PathIntegrator::creditLight(Path& path, const LightPathState& s, const Emit
 
 // A light sample through lobe `category` of the vertex it was taken at.
 void PathIntegrator::creditLightSample(Path& path, int category, Vec3 value) const {
+  if (isBlack(value)) return;  // a lobe the vertex does not have
   LightPathState s = path.lightEvents;
   paths_->scatter(s, category == kLobeRefract ? kEventTransmit : kEventReflect,
                   category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy);
