@@ -44,12 +44,14 @@ zvr::ShapeData Shape::snapshot() const {
   data.meshId = meshId;
   data.groupId = groupId;
   data.lightGroup = lightGroup;
+  data.name = name();
   data.layers = layers;
   return data;
 }
 
 zvr::LightData Light::effectiveData() const {
   zvr::LightData out = data;
+  out.name = name();
   for (float& c : out.radiance) c *= intensity;
   if (data.type == zvr::LightType::Environment && rotationDegrees != 0) {
     // Points map as p * M: turning about +y after the transform is M * R.

@@ -150,7 +150,7 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
 
   Camera camera(snap.camera, request.width, request.height);
   LightPaths lightPaths;
-  if (!lightPaths.setUp(request.targets, error)) return ZVR_ERROR_INVALID_ARGUMENT;
+  if (!lightPaths.setUp(request.targets, snap, error)) return ZVR_ERROR_INVALID_ARGUMENT;
   IntegratorSettings settings = integratorSettings(params, request.targets);
   settings.lightPaths = &lightPaths;
   PathIntegrator integrator(*scene_, lights_, camera, params, settings);

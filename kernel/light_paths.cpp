@@ -16,7 +16,7 @@ int lightGroupOf(uint32_t aov) {
 
 bool isLpeAov(uint32_t aov) { return aov >= kFirstLpeAov && aov < kFirstLpeAov + kLpeOutputs; }
 
-bool LightPaths::setUp(const std::vector<AovTarget>& targets, std::string* error) {
+bool LightPaths::setUp(const std::vector<AovTarget>& targets, const SceneSnapshot& scene, std::string* error) {
   lpeCount_ = 0;
   groups_ = false;
   for (const AovTarget& t : targets) {
@@ -33,6 +33,18 @@ bool LightPaths::setUp(const std::vector<AovTarget>& targets, std::string* error
       if (error) *error = name + ": " + compiled.error;
       return false;
     }
+    const std::vector<std::string>& names = compiled.automaton->labels();
+    std::vector<uint8_t>& labels = labels_[lpeCount_];
+    labels.clear();
+    if (!names.empty()) {
+      auto labelOf = [&](const std::string& name) {
+        for (size_t i = 0; i < names.size(); ++i)
+          if (names[i] == name) return uint8_t(i + 1);
+        return uint8_t(0);
+      };
+      for (const ShapeData& s : scene.shapes) labels.push_back(labelOf(s.name));
+      for (const LightData& l : scene.lights) labels.push_back(labelOf(l.name));
+    }
     automata_[lpeCount_] = std::move(compiled.automaton);
     slots_[lpeCount_] = int(t.aov - kFirstLpeAov);
     ++lpeCount_;
@@ -47,14 +59,14 @@ void LightPaths::start(LightPathState& s) const {
   }
 }
 
-void LightPaths::scatter(LightPathState& s, uint8_t type, uint8_t scattering) const {
-  for (int i = 0; i < lpeCount_; ++i) s.state[i] = automata_[i]->step(s.state[i], type, scattering, 0);
+void LightPaths::scatter(LightPathState& s, uint8_t type, uint8_t scattering, LabelKey key) const {
+  for (int i = 0; i < lpeCount_; ++i) s.state[i] = automata_[i]->step(s.state[i], type, scattering, label(i, key));
 }
 
 void LightPaths::credit(const LightPathState& s, const EmitterEvent& emitter, Vec3 value, LightPathTotals& out) const {
   for (int i = 0; i < lpeCount_; ++i) {
     const LpeAutomaton& a = *automata_[i];
-    if (a.accepts(a.step(s.state[i], emitter.type, kScatterNone, 0))) out.lpe[slots_[i]] += value;
+    if (a.accepts(a.step(s.state[i], emitter.type, kScatterNone, label(i, emitter.key)))) out.lpe[slots_[i]] += value;
   }
   creditGroup(emitter.group, value, out);
 }

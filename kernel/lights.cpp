@@ -32,7 +32,9 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
   sceneRadius_ = std::max(1e-3f, scene.diagonal() / 2);
   std::vector<float> power;
   float r2 = sceneRadius_ * sceneRadius_;
-  for (const LightData& l : snapshot.lights) {
+  for (size_t light = 0; light < snapshot.lights.size(); ++light) {
+    const LightData& l = snapshot.lights[light];
+    const uint32_t labelKey = uint32_t(snapshot.shapes.size() + light);
     Vec3 radiance(l.radiance[0], l.radiance[1], l.radiance[2]);
     if (!isFinite(radiance) || maxComponent(radiance) <= 0) continue;
     Vec3 travel = normalize(transformVector(l.transform, Vec3(0, 0, -1)));
@@ -40,6 +42,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
       Environment env;
       env.radiance = radiance;
       env.group = l.group;
+      env.labelKey = labelKey;
       for (int i = 0; i < 3; ++i)
         env.rows[i] = normalize(Vec3(l.transform.m[4 * i], l.transform.m[4 * i + 1], l.transform.m[4 * i + 2]));
       float average = 1;
@@ -90,6 +93,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     }
     Punctual p;
     p.group = l.group;
+    p.labelKey = labelKey;
     p.position = transformPoint(l.transform, Vec3(0, 0, 0));
     p.direction = travel;
     p.radiance = radiance;
@@ -222,6 +226,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       }
       out.radiance = p.radiance * (falloff / dist2);
       out.group = p.group;
+      out.labelKey = p.labelKey;
       out.pdf = pmf;
       out.delta = true;
       return true;
@@ -232,6 +237,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       out.distance = kInfiniteDistance;
       out.radiance = p.radiance;
       out.group = p.group;
+      out.labelKey = p.labelKey;
       out.pdf = pmf;
       out.delta = true;
       out.infinite = true;
@@ -260,6 +266,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       out.radiance = environment(world);
       out.emitterType = kEventBackground;
       out.group = environmentGroup_;
+      out.labelKey = environmentLabelKey();
       out.pdf = environmentPdf(world);
       (void)pdfDir;
       return out.pdf > 0;
@@ -288,6 +295,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       }
       out.emitterType = kEventObject;
       out.group = t.group;
+      out.labelKey = t.shape;
       out.pdf = pmf * dist2 / (t.area * cosL);
       return true;
     }

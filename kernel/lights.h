@@ -23,6 +23,7 @@ struct LightSample {
   bool infinite = false;
   uint8_t emitterType = kEventLight;  // light, emissive object or background, for light paths
   int32_t group = -1;                 // light group; see environmentGroup() for environments
+  uint32_t labelKey = ~0u;            // the emitter's LabelKey (light_paths.h)
 };
 
 class LightSet {
@@ -42,6 +43,8 @@ class LightSet {
   size_t environmentCount() const { return environments_.size(); }
   Vec3 environmentRadianceOf(size_t i, Vec3 dir) const { return environmentRadiance(environments_[i], dir); }
   int32_t environmentGroup(size_t i) const { return environments_[i].group; }
+  // The LabelKey of what rays leaving the scene see: the one environment's, none with several.
+  uint32_t environmentLabelKey() const { return environments_.size() == 1 ? environments_[0].labelKey : ~0u; }
   // The light group of everything seen along rays that leave the scene: the environments' common
   // group, -1 without environments, kGroupPerEnvironment when their groups differ.
   int32_t environmentGroup() const { return environmentGroup_; }
@@ -57,6 +60,7 @@ class LightSet {
     Vec3 position, direction, radiance;  // direction: where the light travels
     float cosInner = 1, cosOuter = 0;
     int32_t group = -1;
+    uint32_t labelKey = ~0u;
   };
   struct Environment {
     Vec3 radiance;
@@ -65,6 +69,7 @@ class LightSet {
     uint32_t width = 0, height = 0;
     std::shared_ptr<const ImageData> image;  // null: a constant radiance
     int32_t group = -1;
+    uint32_t labelKey = ~0u;
   };
   // Linear, finite, non-negative RGB of texel i.
   static Vec3 environmentTexel(const Environment& env, size_t i);

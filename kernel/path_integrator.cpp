@@ -46,6 +46,7 @@ struct PathIntegrator::Path {
   // direction, and beyond the first hit its value per lobe category (lightValue holds the sum).
   LightPathState events, lightEvents;
   EmitterEvent lightEmitter;
+  LabelKey lightVertex = kNoLabel;
   Vec3 lightDir, lightParts[kLobeCategories];
   // The ambient-occlusion ray of the first hit.
   bool aoPending = false;
@@ -90,7 +91,7 @@ void PathIntegrator::creditLight(Path& path, const LightPathState& s, const Emit
     paths_->credit(s, e, value, path.out->paths);
     return;
   }
-  EmitterEvent untagged{e.type, -1};
+  EmitterEvent untagged{e.type, -1, e.key};
   paths_->credit(s, untagged, value, path.out->paths);
   Vec3 total = lights_.environment(dir);
   for (size_t i = 0; i < lights_.environmentCount(); ++i) {
@@ -105,7 +106,7 @@ void PathIntegrator::creditLightSample(Path& path, int category, Vec3 value) con
   if (isBlack(value)) return;  // a lobe the vertex does not have
   LightPathState s = path.lightEvents;
   paths_->scatter(s, category == kLobeRefract ? kEventTransmit : kEventReflect,
-                  category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy);
+                  category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy, path.lightVertex);
   creditLight(path, s, path.lightEmitter, value, path.lightDir);
 }
 
@@ -250,7 +251,7 @@ void PathIntegrator::shadeMiss(Path& path) const {
   if (!isFinite(ray.direction)) return;
   Vec3 le = lights_.environment(ray.direction);
   if (isBlack(le)) return;
-  const EmitterEvent background{kEventBackground, lights_.environmentGroup()};
+  const EmitterEvent background{kEventBackground, lights_.environmentGroup(), lights_.environmentLabelKey()};
   if (path.depth == 0) {
     Vec3 v = clampContribution(path.beta * le);
     path.out->background += v;
@@ -329,7 +330,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   }
 
   // Light emitted by the surface itself.
-  const EmitterEvent object{kEventObject, scene_.shapes()[hit.shape].lightGroup};
+  const EmitterEvent object{kEventObject, scene_.shapes()[hit.shape].lightGroup, hit.shape};
   auto emit = [&](Vec3 value) {
     Vec3 v = clampContribution(value);
     if (depth == 0) out.emission += v;
@@ -390,7 +391,8 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
           }
           if (paths_) {
             path.lightEvents = path.events;
-            path.lightEmitter = {ls.emitterType, ls.group};
+            path.lightEmitter = {ls.emitterType, ls.group, ls.labelKey};
+            path.lightVertex = hit.shape;
             path.lightDir = ls.wi;
           }
         }
@@ -429,7 +431,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   if (depth == 0) path.firstCategory = bs.category;
   if (paths_)
     paths_->scatter(path.events, bs.transmitted ? kEventTransmit : kEventReflect,
-                    bs.delta ? kScatterSingular : bs.category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy);
+                    bs.delta ? kScatterSingular : bs.category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy, hit.shape);
   beta *= bs.weight;
   path.lightBeta = beta;
   if (mat.occlusion < 1) beta *= mat.occlusion;

@@ -38,6 +38,8 @@ SceneSnapshot litScene(bool diffuseOnly, bool tagged) {
   scene.lights = {environmentLight(0.4f), pointLight(1, 3, 2, 4)};
   scene.lights[0].group = tagged ? 0 : -1;
   scene.lights[1].group = tagged ? 12 : -1;
+  scene.shapes[2].name = "floor";
+  scene.lights[1].name = "key";
   scene.hasCamera = true;
   scene.camera.transform = lookAt(0, 1.2f, 3.5f, 0, 0.4f, 0);
   scene.camera.fovY = 0.9f;
@@ -69,11 +71,14 @@ TEST(LightPaths, PartitionsAddUpToTheirWhole) {
     RenderParams params;
     params.radianceClamp = 0.3f;  // clamped pieces must land in the outputs as they land in colour
     auto out = renderWith(*plugin, litScene(false, true), params, 32, 24, 8,
-                          {kAovColor, kAovLpe0, kAovLpe0 + 1, lightGroupAov(0), lightGroupAov(5), lightGroupAov(12)}, 0,
-                          {"", "CL", "C.+L"});
+                          {kAovColor, kAovLpe0, kAovLpe0 + 1, lightGroupAov(0), lightGroupAov(5), lightGroupAov(12),
+                           kAovLpe0 + 2, kAovLpe0 + 3, kAovLpe0 + 4, kAovLpe0 + 5},
+                          0, {"", "CL", "C.+L", "", "", "", "C.*<L.'key'>", "C.*<L.[^'key']>", "C'floor'.*L", "C[^'floor'].*L"});
     ASSERT_EQ(out.status, 0) << out.error;
     expectSum(out, {1, 2}, 0, "CL + C.+L");
     expectSum(out, {3, 4, 5}, 0, "light groups");
+    expectSum(out, {6, 7}, 0, "the light named key and the others");
+    expectSum(out, {1, 8, 9}, 0, "seen directly, first on the floor, first elsewhere");
 
     auto diffuse = renderWith(*plugin, litScene(true, false), params, 32, 24, 8, {kAovDirectDiffuse, kAovLpe0 + 3}, 0,
                               {"", "CDL"});
