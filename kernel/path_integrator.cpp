@@ -81,7 +81,10 @@ float PathIntegrator::clampScale(Vec3 c) const {
   return m > params_.radianceClamp && params_.radianceClamp > 0 ? params_.radianceClamp / m : 1;
 }
 
-Vec3 PathIntegrator::clampContribution(Vec3 c) const { return c * clampScale(c); }
+Vec3 PathIntegrator::clampContribution(Vec3 c) const {
+  float scale = clampScale(c);
+  return scale == 0 ? Vec3(0) : c * scale;  // 0 x infinity would be NaN
+}
 
 // `value` is already clamped, as it went into the beauty. Several environments along `dir` share
 // the light among their groups by their radiance there.
@@ -219,7 +222,8 @@ void PathIntegrator::resolveVisibility(Path* paths, int count) const {
       addLight(path, path.lightValue[0], false);
       if (paths_) {
         float scale = clampScale(path.lightValue[0]);
-        for (int c = 0; c < kLobeCategories; ++c) creditLightSample(path, c, path.lightParts[c] * scale);
+        if (scale > 0)
+          for (int c = 0; c < kLobeCategories; ++c) creditLightSample(path, c, path.lightParts[c] * scale);
       }
     }
   }
