@@ -48,7 +48,8 @@ class LpeAutomaton {
  public:
   static constexpr uint16_t kDead = 0;
   // Builds the automaton; false with `error` when it would need more than `maxStates` states.
-  bool build(const LpeExpression& expression, std::string* error, uint32_t maxStates = 4096);
+  // The bound keeps a hostile expression from taking long to compile; real ones need a few dozen.
+  bool build(const LpeExpression& expression, std::string* error, uint32_t maxStates = 1024);
   uint16_t start() const { return start_; }
   // `label`: 0 for an event whose label the expression does not name, else 1 + its index in labels().
   uint16_t step(uint16_t state, uint8_t type, uint8_t scattering, uint32_t label) const {

@@ -15,7 +15,8 @@ constexpr size_t kMaxLabels = 63;
 // The event types a letter names, 0 when it names none.
 uint8_t typesOf(char c) {
   switch (c) {
-    case 'C': return 1u << kEventCamera;
+    case 'C':
+    case 'E': return 1u << kEventCamera;  // the eye, as some renderers write the camera
     case 'R': return 1u << kEventReflect;
     case 'T': return 1u << kEventTransmit;
     case 'V': return 1u << kEventVolume;

@@ -1,5 +1,5 @@
 // Light path expressions as compositors write them, from text to a deterministic automaton:
-//   C camera; R T V reflection, transmission, volume; L any emitter, O emissive object, B background;
+//   C (or E) camera; R T V reflection, transmission, volume; L any emitter, O emissive object, B background;
 //   D G S diffuse, glossy, singular scattering; 'label' a quoted custom label;
 //   <type scattering label> one event (positions left out match anything); . any event;
 //   [...] any of, [^...] none of; grouping (...); repetition * + ?; alternatives |.

@@ -34,6 +34,11 @@ TEST(LpeParser, RefusesMalformedTextsShowingThePlace) {
     EXPECT_FALSE(r.automaton) << c.text;
     EXPECT_EQ(r.error, c.message);
   }
+  // Each '.' after "D" doubles the states a deterministic automaton needs to remember the D.
+  const std::string exploding = "C.*D" + std::string(12, '.') + "L";
+  LpeCompileResult states = compileLightPathExpression(exploding);
+  EXPECT_FALSE(states.automaton);
+  EXPECT_EQ(states.error, "lpe: the expression needs more than 1024 automaton states in \"" + exploding + "\"");
   LpeCompileResult tooLong = compileLightPathExpression(std::string(kMaxLpeLength + 1, 'D'));
   EXPECT_FALSE(tooLong.automaton);
   EXPECT_EQ(tooLong.error, "lpe: the expression is 1025 characters long, more than 1024");
@@ -62,6 +67,7 @@ TEST(LpeParser, AutomataAcceptTheirPaths) {
       {"C.+L", {kC, kLight}, false},
       {"CDL", {kC, kRD, kObject}, true},
       {"CDL", {kC, kRG, kObject}, false},
+      {"EDL", {kC, kRD, kObject}, true},
       {"CO", {kC, kLight}, false},
       {"CB", {kC, kSky}, true},
       {"C<RD>L", {kC, kRD, kLight}, true},
