@@ -9,6 +9,7 @@
 #include "core/info_reply.h"
 #include "core/post_effect.h"
 #include "core/resolve.h"
+#include "kernel/lpe_parser.h"
 
 using namespace zvr::core;
 
@@ -69,6 +70,9 @@ ZVR_API ZvrStatus zvrFrameBufferSetLPE(ZvrFrameBuffer frameBuffer, const char* e
   return call.run([&] {
     FrameBuffer* fb = expect<FrameBuffer>(frameBuffer, ZVR_OBJECT_FRAMEBUFFER, "frameBuffer");
     requireText(expression, "expression");
+    // Refused here, where the text enters, so a render never meets a malformed expression.
+    zvr::kernel::LpeCompileResult compiled = zvr::kernel::compileLightPathExpression(expression);
+    if (!compiled.automaton) fail(ZVR_ERROR_INVALID_ARGUMENT, compiled.error);
     fb->setLightPathExpression(expression);
   });
 }

@@ -326,6 +326,7 @@ ZVR_API ZvrStatus zvrShapeGetInfo(ZvrShape shape, uint32_t key, size_t size, voi
         case ZVR_SHAPE_MESH_ID: return replyValue("shape mesh id", s->meshId, size, data, outSize);
         case ZVR_SHAPE_GROUP_ID: return replyValue("shape group id", s->groupId, size, data, outSize);
         case ZVR_SHAPE_CATCHER: return replyValue("shape catcher flags", s->catcher, size, data, outSize);
+        case ZVR_SHAPE_LIGHT_GROUP: return replyValue("shape light group", s->lightGroup, size, data, outSize);
       }
       fail(ZVR_ERROR_UNKNOWN_KEY, "shape has no info key " + std::to_string(key));
     });
@@ -397,6 +398,18 @@ ZVR_API ZvrStatus zvrShapeSetCatcher(ZvrShape shape, uint32_t flags) {
   });
 }
 
+ZVR_API ZvrStatus zvrShapeSetLightGroup(ZvrShape shape, int32_t group) {
+  ApiCall call("zvrShapeSetLightGroup", shape);
+  call.handle("shape", shape).number("group", group);
+  return call.run([&] {
+    Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");
+    if (group < -1 || group > 15) fail(ZVR_ERROR_INVALID_ARGUMENT, "light group " + std::to_string(group) + " is not -1 to 15");
+    s->lightGroup = group;
+    // The emitters are rebuilt with the materials.
+    ++s->context()->revisions.material;
+  });
+}
+
 ZVR_API ZvrStatus zvrShapeAddRenderLayer(ZvrShape shape, const char* layer) {
   ApiCall call("zvrShapeAddRenderLayer", shape);
   call.handle("shape", shape).text("layer", layer);
@@ -436,6 +449,7 @@ ZVR_API ZvrStatus zvrLightGetInfo(ZvrLight light, uint32_t key, size_t size, voi
         case ZVR_LIGHT_RADIANCE: return replyBytes("light radiance", l->data.radiance, 12, size, data, outSize);
         case ZVR_LIGHT_INTENSITY: return replyValue("light intensity", l->intensity, size, data, outSize);
         case ZVR_LIGHT_ROTATION: return replyValue("light rotation", l->rotationDegrees, size, data, outSize);
+        case ZVR_LIGHT_GROUP: return replyValue("light group", l->data.group, size, data, outSize);
       }
       fail(ZVR_ERROR_UNKNOWN_KEY, "light has no info key " + std::to_string(key));
     });

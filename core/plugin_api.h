@@ -94,9 +94,11 @@ struct ShapeData {
   bool visible = true;
   uint32_t objectId = 0, meshId = 0, groupId = 0;
   std::vector<std::string> layers;               // render layers the shape belongs to
-  // Cryptomatte names: the shape's object name and its material's (empty: the shape is not named).
+  // The shape's object name (cryptomatte, custom labels of light paths) and its material's; empty:
+  // not named.
   std::string name, materialName;
   uint32_t catcher = 0;                          // ZvrCatcherFlags: shadow and reflection catcher
+  int32_t lightGroup = -1;                       // light group 0..15 of its emission, -1 none
 };
 
 enum class LightType : uint32_t { Point = 0, Spot = 1, Directional = 2, Environment = 3 };
@@ -109,6 +111,7 @@ struct LightData {
   float innerCone = 0, outerCone = 0.785398f;    // spot half-angles, radians
   std::shared_ptr<const ImageData> image;        // environment: lat-long image, may be null
   int32_t group = -1;                            // light group 0..15, -1 none
+  std::string name;                              // the object's name (custom labels of light paths)
 };
 
 struct CameraData {

@@ -44,6 +44,7 @@ zvr::ShapeData Shape::snapshot() const {
   data.objectId = objectId;
   data.meshId = meshId;
   data.groupId = groupId;
+  data.lightGroup = lightGroup;
   data.layers = layers;
   data.name = cryptomatteObjectName(*this);
   data.materialName = cryptomatteMaterialName(*this);
@@ -53,6 +54,7 @@ zvr::ShapeData Shape::snapshot() const {
 
 zvr::LightData Light::effectiveData() const {
   zvr::LightData out = data;
+  out.name = name();
   for (float& c : out.radiance) c *= intensity;
   if (data.type == zvr::LightType::Environment && rotationDegrees != 0) {
     // Points map as p * M: turning about +y after the transform is M * R.

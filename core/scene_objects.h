@@ -42,6 +42,7 @@ class Shape : public Object {
   zvr::Matrix4 transform;
   bool visible = true;
   uint32_t objectId = 0, meshId = 0, groupId = 0;
+  int32_t lightGroup = -1;
   MaterialNode* material = nullptr;
   std::vector<std::string> layers;
   uint32_t catcher = 0;  // ZvrCatcherFlags

@@ -201,12 +201,14 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_SHAPE_MESH_ID 0x409                      /* uint32 */
 #define ZVR_SHAPE_GROUP_ID 0x40A                     /* uint32 */
 #define ZVR_SHAPE_CATCHER 0x410                      /* uint32 ZvrCatcherFlags */
+#define ZVR_SHAPE_LIGHT_GROUP 0x411                  /* int32: light group of its emission, -1 none */
 
 #define ZVR_LIGHT_TRANSFORM 0x803                    /* 16 floats */
 #define ZVR_LIGHT_TYPE 0x804                         /* uint32 ZvrLightType */
 #define ZVR_LIGHT_RADIANCE 0x805                     /* 3 floats */
 #define ZVR_LIGHT_INTENSITY 0x806                    /* float, multiplies the radiance */
 #define ZVR_LIGHT_ROTATION 0x807                     /* float, degrees about +y (environment) */
+#define ZVR_LIGHT_GROUP 0x810                        /* int32: light group, -1 none */
 
 #define ZVR_IMAGE_DESC 0x1101                        /* ZvrImageDesc */
 
@@ -460,6 +462,8 @@ ZVR_API ZvrStatus zvrShapeSetMaterial(ZvrShape shape, ZvrMaterialNode material);
 ZVR_API ZvrStatus zvrShapeSetObjectId(ZvrShape shape, uint32_t id);
 ZVR_API ZvrStatus zvrShapeSetMeshId(ZvrShape shape, uint32_t id);
 ZVR_API ZvrStatus zvrShapeSetGroupId(ZvrShape shape, uint32_t id);
+/* Light group 0..15 of the shape's emission for the light.group AOVs; -1 for none. */
+ZVR_API ZvrStatus zvrShapeSetLightGroup(ZvrShape shape, int32_t group);
 /* Once any layer is attached to the context, a shape with layers renders only if one is attached. */
 ZVR_API ZvrStatus zvrShapeAddRenderLayer(ZvrShape shape, const char* layer);
 /* ZvrCatcherFlags, or-ed; 0 makes the shape an ordinary one again. */

@@ -1,11 +1,9 @@
 #include "kernel/aov.h"
 
+#include "kernel/light_paths.h"
+
 namespace zvr::kernel {
 namespace {
-
-bool isAdvanced(uint32_t aov) {
-  return (aov >= 23 && aov <= 26) || (aov >= 80 && aov <= 91) || (aov >= 32 && aov <= 37);
-}
 
 bool refuse(uint32_t aov, std::string* why, const std::string& text) {
   if (why) *why = "AOV " + std::to_string(aov) + " " + text;
@@ -24,9 +22,7 @@ bool pathTracerSupportsAov(uint32_t aov, std::string* why) {
     case kAovShadowCatcher: case kAovReflectionCatcher: case kAovMattePass: case kAovDeepColor:
       return true;
   }
-  if (isCryptomatteAov(aov)) return true;
-  if (isAdvanced(aov))
-    return refuse(aov, why, "(light groups, light path expressions) comes with the advanced AOV work and is not available yet");
+  if (isCryptomatteAov(aov) || isLpeAov(aov) || lightGroupOf(aov) >= 0) return true;
   return refuse(aov, why, "is not a known AOV id");
 }
 

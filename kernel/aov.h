@@ -11,7 +11,8 @@ enum Aov : uint32_t {
   kAovNormal = 6, kAovDepth = 7, kAovObjectId = 8, kAovGroupId = 9, kAovBackground = 11, kAovEmission = 12,
   kAovVelocity = 13, kAovDirectIllumination = 14, kAovIndirectIllumination = 15, kAovAo = 16, kAovDirectDiffuse = 17,
   kAovDirectReflect = 18, kAovIndirectDiffuse = 19, kAovIndirectReflect = 20, kAovRefract = 21, kAovVolume = 22,
-  kAovAlbedoDiffuse = 27, kAovVariance = 28, kAovCameraNormal = 41, kAovSss = 43, kAovMeshId = 96,
+  kAovLightGroup0 = 23, kAovAlbedoDiffuse = 27, kAovVariance = 28, kAovLpe0 = 32, kAovCameraNormal = 41, kAovSss = 43,
+  kAovLightGroup4 = 80, kAovMeshId = 96,
   kAovShadowCatcher = 10, kAovReflectionCatcher = 30, kAovMattePass = 42,
   kAovCryptoMaterial0 = 48, kAovCryptoObject0 = 56, kAovDeepColor = 64
 };

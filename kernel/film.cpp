@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "kernel/aov.h"
+#include "kernel/light_paths.h"
 
 namespace zvr::kernel {
 
@@ -62,8 +63,11 @@ Vec3 Film::value(uint32_t aov, const SampleResult& s) const {
     case kAovDeepColor: return s.color;
     case kAovReflectionCatcher: return s.catcherReflection;
     case kAovMattePass: return Vec3(s.catcher);
-    default: return Vec3(0);  // volume and sss: no participating media or subsurface lobes carry light
+    default: break;
   }
+  if (isLpeAov(aov)) return s.paths.lpe[aov - kAovLpe0];
+  if (int group = lightGroupOf(aov); group >= 0) return s.paths.group[group];
+  return Vec3(0);  // volume and sss: no participating media or subsurface lobes carry light
 }
 
 void Film::addSample(uint32_t x, uint32_t y, float w, const SampleResult& s) {

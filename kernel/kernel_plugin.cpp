@@ -149,7 +149,10 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   request.host->reportUpdateTime(float(millisecondsSince(updateStart)));
 
   Camera camera(snap.camera, request.width, request.height);
+  LightPaths lightPaths;
+  if (!lightPaths.setUp(request.targets, snap, error)) return ZVR_ERROR_INVALID_ARGUMENT;
   IntegratorSettings settings = integratorSettings(params, request.targets);
+  settings.lightPaths = &lightPaths;
   PathIntegrator integrator(*scene_, lights_, camera, params, settings);
   Film film(request.targets, request.width, request.height, params.indexColors);
   // TBB warns on standard error when an arena asks for more workers than it allows: never ask.

@@ -33,13 +33,17 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
   sceneRadius_ = std::max(1e-3f, scene.diagonal() / 2);
   std::vector<float> power;
   float r2 = sceneRadius_ * sceneRadius_;
-  for (const LightData& l : snapshot.lights) {
+  for (size_t light = 0; light < snapshot.lights.size(); ++light) {
+    const LightData& l = snapshot.lights[light];
+    const uint32_t labelKey = uint32_t(snapshot.shapes.size() + light);
     Vec3 radiance(l.radiance[0], l.radiance[1], l.radiance[2]);
     if (!isFinite(radiance) || maxComponent(radiance) <= 0) continue;
     Vec3 travel = normalize(transformVector(l.transform, Vec3(0, 0, -1)));
     if (l.type == LightType::Environment) {
       Environment env;
       env.radiance = radiance;
+      env.group = l.group;
+      env.labelKey = labelKey;
       for (int i = 0; i < 3; ++i)
         env.rows[i] = normalize(Vec3(l.transform.m[4 * i], l.transform.m[4 * i + 1], l.transform.m[4 * i + 2]));
       float average = 1;
@@ -92,6 +96,8 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
       continue;
     }
     Punctual p;
+    p.group = l.group;
+    p.labelKey = labelKey;
     p.position = transformPoint(l.transform, Vec3(0, 0, 0));
     p.direction = travel;
     p.radiance = radiance;
@@ -124,7 +130,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     bool textured = rec.material->textures[kTexEmissive] != nullptr;
     firstTriangleEntry_[s] = int64_t(entries_.size());
     for (uint32_t t = 0; t < rec.triangleCount; ++t) {
-      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured, m.doubleSided};
+      Triangle tri{s, t, {}, {}, {}, {}, 0, emission, textured, m.doubleSided, rec.lightGroup};
       const uint32_t* idx = &rec.mesh->indices[3 * t];
       tri.p0 = rec.positions[idx[0]];
       tri.e1 = rec.positions[idx[1]] - tri.p0;
@@ -137,6 +143,9 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     }
   }
   selection_ = AliasTable(power);
+  environmentGroup_ = environments_.empty() ? -1 : environments_[0].group;
+  for (const Environment& env : environments_)
+    if (env.group != environments_[0].group) environmentGroup_ = kGroupPerEnvironment;
 }
 
 Vec3 LightSet::environmentTexel(const Environment& env, size_t i) {
@@ -219,6 +228,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
   if (pmf <= 0) return false;
   out.delta = false;
   out.infinite = false;
+  out.emitterType = kEventLight;
   switch (e.kind) {
     case Kind::Point:
     case Kind::Spot: {
@@ -238,6 +248,8 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
         }
       }
       out.radiance = p.radiance * (falloff / dist2);
+      out.group = p.group;
+      out.labelKey = p.labelKey;
       out.pdf = pmf;
       out.delta = true;
       return true;
@@ -247,6 +259,8 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       out.wi = -p.direction;
       out.distance = kInfiniteDistance;
       out.radiance = p.radiance;
+      out.group = p.group;
+      out.labelKey = p.labelKey;
       out.pdf = pmf;
       out.delta = true;
       out.infinite = true;
@@ -273,6 +287,9 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       out.infinite = true;
       // Other environments add along the same direction; MIS uses the summed density.
       out.radiance = environment(world);
+      out.emitterType = kEventBackground;
+      out.group = environmentGroup_;
+      out.labelKey = environmentLabelKey();
       out.pdf = environmentPdf(world);
       (void)pdfDir;
       return out.pdf > 0;
@@ -299,6 +316,9 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       } else {
         out.radiance = t.emission;
       }
+      out.emitterType = kEventObject;
+      out.group = t.group;
+      out.labelKey = t.shape;
       out.pdf = pmf * dist2 / (t.area * cosL);
       return true;
     }

@@ -4,11 +4,15 @@
 
 #include <vector>
 
+#include "kernel/lpe_automaton.h"
 #include "kernel/sampling.h"
 #include "kernel/material.h"
 #include "kernel/scene.h"
 
 namespace zvr::kernel {
+
+// The group of light from several environments whose groups differ: shared out by direction.
+constexpr int32_t kGroupPerEnvironment = -2;
 
 struct LightSample {
   Vec3 radiance;         // arriving radiance (delta lights: the irradiance-carrying value)
@@ -17,6 +21,9 @@ struct LightSample {
   float pdf = 0;         // solid angle, including the light choice; delta lights: the choice alone
   bool delta = false;
   bool infinite = false;
+  uint8_t emitterType = kEventLight;  // light, emissive object or background, for light paths
+  int32_t group = -1;                 // light group; see environmentGroup() for environments
+  uint32_t labelKey = ~0u;            // the emitter's LabelKey (light_paths.h)
 };
 
 class LightSet {
@@ -33,6 +40,14 @@ class LightSet {
   // Density with which sample() picks a point on an emissive triangle, as seen from `ref`.
   float trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const;
   bool hasEnvironment() const { return !environments_.empty(); }
+  size_t environmentCount() const { return environments_.size(); }
+  Vec3 environmentRadianceOf(size_t i, Vec3 dir) const { return environmentRadiance(environments_[i], dir); }
+  int32_t environmentGroup(size_t i) const { return environments_[i].group; }
+  // The LabelKey of what rays leaving the scene see: the one environment's, none with several.
+  uint32_t environmentLabelKey() const { return environments_.size() == 1 ? environments_[0].labelKey : ~0u; }
+  // The light group of everything seen along rays that leave the scene: the environments' common
+  // group, -1 without environments, kGroupPerEnvironment when their groups differ.
+  int32_t environmentGroup() const { return environmentGroup_; }
 
  private:
   enum class Kind { Point, Spot, Directional, Environment, Triangle };
@@ -44,6 +59,8 @@ class LightSet {
     Kind kind;
     Vec3 position, direction, radiance;  // direction: where the light travels
     float cosInner = 1, cosOuter = 0;
+    int32_t group = -1;
+    uint32_t labelKey = ~0u;
   };
   struct Environment {
     Vec3 radiance;
@@ -51,6 +68,8 @@ class LightSet {
     Distribution2D distribution;
     uint32_t width = 0, height = 0;
     std::shared_ptr<const ImageData> image;  // null: a constant radiance
+    int32_t group = -1;
+    uint32_t labelKey = ~0u;
   };
   // Linear, finite, non-negative RGB of texel i.
   static Vec3 environmentTexel(const Environment& env, size_t i);
@@ -63,6 +82,7 @@ class LightSet {
     Vec3 emission;   // constant emission, used when the material has no emissive texture
     bool textured;
     bool doubleSided;  // otherwise it emits on the side its normal faces only
+    int32_t group;
   };
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
   float environmentDirectionPdf(const Environment& env, Vec3 dir) const;
@@ -75,6 +95,7 @@ class LightSet {
   std::vector<int64_t> firstTriangleEntry_;  // per shape, -1 when it does not emit
   AliasTable selection_;  // light choice in proportion to power, one table read per sample
   float sceneRadius_ = 1;
+  int32_t environmentGroup_ = -1;
 };
 
 }  // namespace zvr::kernel

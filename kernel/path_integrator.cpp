@@ -42,6 +42,12 @@ struct PathIntegrator::Path {
   bool lightPending = false, lightNeedsRay = false, lightSplit = false;
   Ray lightRay;
   Vec3 lightValue[kLobeCategories];
+  // For the light path outputs: the events before the light sample's vertex, its light, its
+  // direction, and beyond the first hit its value per lobe category (lightValue holds the sum).
+  LightPathState events, lightEvents;
+  EmitterEvent lightEmitter;
+  LabelKey lightVertex = kNoLabel;
+  Vec3 lightDir, lightParts[kLobeCategories];
   // The ambient-occlusion ray of the first hit.
   bool aoPending = false;
   Ray aoRay;
@@ -55,6 +61,7 @@ PathIntegrator::PathIntegrator(const Scene& scene, const LightSet& lights, const
   maxDepth_ = std::min(params.maxDepth, kQualityDepthCap[std::min(params.renderQuality, 3u)]);
   if (settings.mode == IntegratorMode::Direct) maxDepth_ = 0;
   if (settings.mode == IntegratorMode::Preview) maxDepth_ = std::min(maxDepth_, 1u);
+  if (settings.lightPaths && settings.lightPaths->wanted()) paths_ = settings.lightPaths;
 }
 
 Ray PathIntegrator::spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance) const {
@@ -67,11 +74,43 @@ Ray PathIntegrator::spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance) const {
   return r;
 }
 
-Vec3 PathIntegrator::clampContribution(Vec3 c) const {
-  if (!isFinite(c)) return Vec3(0);
+// The factor the radiance clamp applies to a contribution: 0 for one that is not finite.
+float PathIntegrator::clampScale(Vec3 c) const {
+  if (!isFinite(c)) return 0;
   float m = maxComponent(c);
-  if (m > params_.radianceClamp && params_.radianceClamp > 0) c *= params_.radianceClamp / m;
-  return c;
+  return m > params_.radianceClamp && params_.radianceClamp > 0 ? params_.radianceClamp / m : 1;
+}
+
+Vec3 PathIntegrator::clampContribution(Vec3 c) const {
+  float scale = clampScale(c);
+  return scale == 0 ? Vec3(0) : c * scale;  // 0 x infinity would be NaN
+}
+
+// `value` is already clamped, as it went into the beauty. Several environments along `dir` share
+// the light among their groups by their radiance there.
+void PathIntegrator::creditLight(Path& path, const LightPathState& s, const EmitterEvent& e, Vec3 value, Vec3 dir) const {
+  if (isBlack(value)) return;
+  if (e.group != kGroupPerEnvironment) {
+    paths_->credit(s, e, value, path.out->paths);
+    return;
+  }
+  EmitterEvent untagged{e.type, -1, e.key};
+  paths_->credit(s, untagged, value, path.out->paths);
+  Vec3 total = lights_.environment(dir);
+  for (size_t i = 0; i < lights_.environmentCount(); ++i) {
+    Vec3 part = lights_.environmentRadianceOf(i, dir);
+    Vec3 share(total.x > 0 ? part.x / total.x : 0, total.y > 0 ? part.y / total.y : 0, total.z > 0 ? part.z / total.z : 0);
+    paths_->creditGroup(lights_.environmentGroup(i), value * share, path.out->paths);
+  }
+}
+
+// A light sample through lobe `category` of the vertex it was taken at.
+void PathIntegrator::creditLightSample(Path& path, int category, Vec3 value) const {
+  if (isBlack(value)) return;  // a lobe the vertex does not have
+  LightPathState s = path.lightEvents;
+  paths_->scatter(s, category == kLobeRefract ? kEventTransmit : kEventReflect,
+                  category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy, path.lightVertex);
+  creditLight(path, s, path.lightEmitter, value, path.lightDir);
 }
 
 Ray PathIntegrator::shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const {
@@ -150,6 +189,10 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
         o.direct[c] *= lit;
         o.indirect[c] *= lit;
       }
+      // The light path outputs partition the same light, so they darken alike; the caught
+      // reflections are not an emitter's light and belong to no group or expression.
+      for (Vec3& v : o.paths.lpe) v *= lit;
+      for (Vec3& v : o.paths.group) v *= lit;
       o.indirect[kLobeReflect] += clampContribution(o.catcherReflection);
     }
     o.color = o.emission + o.background;
@@ -162,6 +205,7 @@ void PathIntegrator::startPath(Path& path) const {
   path.alive = camera_.generateRay(path.film.x, path.film.y, path.ray);
   path.cone = camera_.pixelSpread();
   path.coneWidth = camera_.pixelWidth();
+  if (paths_) paths_->start(path.events);
 }
 
 // Shadow and AO rays of all lanes in one occlusion packet each; then the light samples whose
@@ -184,9 +228,18 @@ void PathIntegrator::resolveVisibility(Path* paths, int count) const {
     path.lightPending = false;
     if (active[k] && blocked[k]) continue;
     if (path.lightSplit) {
-      for (int c = 0; c < kLobeCategories; ++c) path.out->direct[c] += clampContribution(path.lightValue[c]);
+      for (int c = 0; c < kLobeCategories; ++c) {
+        Vec3 v = clampContribution(path.lightValue[c]);
+        path.out->direct[c] += v;
+        if (paths_) creditLightSample(path, c, v);
+      }
     } else {
       addLight(path, path.lightValue[0], false);
+      if (paths_) {
+        float scale = clampScale(path.lightValue[0]);
+        if (scale > 0)
+          for (int c = 0; c < kLobeCategories; ++c) creditLightSample(path, c, path.lightParts[c] * scale);
+      }
     }
   }
 
@@ -217,11 +270,16 @@ void PathIntegrator::shadeMiss(Path& path) const {
   if (!isFinite(ray.direction)) return;
   Vec3 le = lights_.environment(ray.direction);
   if (isBlack(le)) return;
+  const EmitterEvent background{kEventBackground, lights_.environmentGroup(), lights_.environmentLabelKey()};
   if (path.depth == 0) {
-    path.out->background += clampContribution(path.beta * le);
+    Vec3 v = clampContribution(path.beta * le);
+    path.out->background += v;
+    if (paths_) creditLight(path, path.events, background, v, ray.direction);
   } else if (path.deltaBounce || settings_.mode != IntegratorMode::Preview) {
     float w = path.deltaBounce ? 1.0f : powerHeuristic(path.prevPdf, lights_.environmentPdf(ray.direction));
-    addLight(path, path.lightBeta * le * w, path.depth == 1);
+    Vec3 v = path.lightBeta * le * w;
+    addLight(path, v, path.depth == 1);
+    if (paths_) creditLight(path, path.events, background, clampContribution(v), ray.direction);
   }
 }
 
@@ -317,20 +375,26 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   }
 
   // Light emitted by the surface itself.
+  const EmitterEvent object{kEventObject, scene_.shapes()[hit.shape].lightGroup, hit.shape};
+  auto emit = [&](Vec3 value) {
+    Vec3 v = clampContribution(value);
+    if (depth == 0) out.emission += v;
+    else add(value, depth == 1);
+    if (paths_) creditLight(path, path.events, object, v, ray.direction);
+  };
   if (mat.unlit) {
-    if (depth == 0) out.emission += clampContribution(beta * mat.baseColor);
-    else add(path.lightBeta * mat.baseColor, depth == 1);
+    emit((depth == 0 ? beta : path.lightBeta) * mat.baseColor);
     return;
   }
   // A single-sided material emits from its front face only.
   if (!isBlack(mat.emission) && (mat.doubleSided || dot(wo, hit.ng) > 0)) {
     if (depth == 0) {
-      out.emission += clampContribution(beta * mat.emission);
+      emit(beta * mat.emission);
     } else if (path.deltaBounce || !preview) {
       float w = 1;
       if (!path.deltaBounce)
         w = powerHeuristic(path.prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, path.prevP, hit.p, hit.ng));
-      add(path.lightBeta * mat.emission * w, depth == 1);
+      emit(path.lightBeta * mat.emission * w);
     }
   }
 
@@ -367,6 +431,14 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
             for (int c = 0; c < kLobeCategories; ++c) path.lightValue[c] = scale * e.value[c];
           } else {
             path.lightValue[0] = scale * f;
+            if (paths_)
+              for (int c = 0; c < kLobeCategories; ++c) path.lightParts[c] = scale * e.value[c];
+          }
+          if (paths_) {
+            path.lightEvents = path.events;
+            path.lightEmitter = {ls.emitterType, ls.group, ls.labelKey};
+            path.lightVertex = hit.shape;
+            path.lightDir = ls.wi;
           }
         }
       }
@@ -402,6 +474,9 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   }
 
   if (depth == 0) path.firstCategory = bs.category;
+  if (paths_)
+    paths_->scatter(path.events, bs.transmitted ? kEventTransmit : kEventReflect,
+                    bs.delta ? kScatterSingular : bs.category == kLobeDiffuse ? kScatterDiffuse : kScatterGlossy, hit.shape);
   beta *= bs.weight;
   path.lightBeta = beta;
   if (mat.occlusion < 1) beta *= mat.occlusion;

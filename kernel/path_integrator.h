@@ -4,6 +4,7 @@
 
 #include "kernel/camera.h"
 #include "kernel/catcher.h"
+#include "kernel/light_paths.h"
 #include "kernel/lights.h"
 #include "kernel/material.h"
 #include "kernel/sampling.h"
@@ -17,6 +18,7 @@ struct IntegratorSettings {
   IntegratorMode mode = IntegratorMode::PathTracer;
   float causticsReduction = 1;  // < 1 roughens glossy lobes after a diffuse bounce
   bool wantAo = false;          // trace the AO ray at the first hit
+  const LightPaths* lightPaths = nullptr;  // light path expression and light group outputs, if any
 };
 
 // Everything one camera sample yields. Light terms sum exactly to `color`:
@@ -38,6 +40,7 @@ struct SampleResult {
   // darkened by the sample's lit fraction, plus the reflections.
   float catcher = 0, catcherLit = 1, catcherUnoccluded = 1, catcherLitFraction = 1;
   Vec3 catcherReflection;
+  LightPathTotals paths;  // filled only when the render has such outputs
 };
 
 // Film position of a camera sample, in pixels.
@@ -68,12 +71,16 @@ class PathIntegrator {
   Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance = 1e30f) const;
   Vec3 clampContribution(Vec3 c) const;
   void passCatcher(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const;
+  float clampScale(Vec3 c) const;
+  void creditLight(Path& path, const LightPathState& s, const EmitterEvent& e, Vec3 value, Vec3 dir) const;
+  void creditLightSample(Path& path, int category, Vec3 value) const;
 
   const Scene& scene_;
   const LightSet& lights_;
   const Camera& camera_;
   const RenderParams& params_;
   IntegratorSettings settings_;
+  const LightPaths* paths_ = nullptr;  // null when no output needs the path's events
   float epsilon_, aoRadius_;
   CatcherShading catchers_;
   uint32_t maxDepth_;

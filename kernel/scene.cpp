@@ -249,6 +249,8 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
       }
     }
     shapes_[i].material = rt;
+    // Tagged with the material revision, like the material it belongs with.
+    shapes_[i].lightGroup = snapshot.shapes[i].lightGroup;
     if (shapes_[i].attached && !rt->opaque) allOpaque_ = false;
     // Normalised emitters give the same power whatever their size: radiance divided by area.
     shapes_[i].emissionScale = 1;

@@ -66,6 +66,7 @@ struct ShapeRecord {
   std::vector<Vec3> faceNormals;         // outward, per triangle
   std::vector<float> faceAreas;
   uint32_t objectId = 0, meshId = 0, groupId = 0, triangleCount = 0;
+  int32_t lightGroup = -1;
   bool attached = false;
   float emissionScale = 1;               // 1 / area when emitters are normalised to unit power per area
   bool flipWinding = false;              // the transform mirrors

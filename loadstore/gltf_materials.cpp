@@ -2,6 +2,7 @@
 
 #include <tiny_gltf.h>
 
+#include "loadstore/light_group_extras.h"
 #include "loadstore/load_error.h"
 
 namespace zvr::loadstore {
@@ -40,6 +41,9 @@ class MaterialReader {
     out.alphaCutoff = finite(m.alphaCutoff);
     out.doubleSided = m.doubleSided;
     readExtensions(m.extensions, &out);
+    std::string problem;
+    out.lightGroup = lightGroupFromExtras(m.extras, &problem);
+    if (!problem.empty()) fail(problem);
     return out;
   }
 

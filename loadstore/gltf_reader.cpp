@@ -11,6 +11,7 @@
 #include "loadstore/catcher_flags.h"
 #include "loadstore/gltf_accessors.h"
 #include "loadstore/gltf_materials.h"
+#include "loadstore/light_group_extras.h"
 #include "loadstore/load_error.h"
 #include "loadstore/mesh_processing.h"
 #include "loadstore/scene_framing.h"
@@ -314,6 +315,9 @@ class GltfReader {
     light.outerCone = float(src.spot.outerConeAngle);
     for (float v : {light.color[0], light.color[1], light.color[2], light.intensity, light.innerCone, light.outerCone})
       if (!std::isfinite(v) || v < 0) fail("light " + std::to_string(index) + " has a value that is not a non-negative number");
+    std::string problem;
+    light.lightGroup = lightGroupFromExtras(src.extras, &problem);
+    if (!problem.empty()) fail("light " + std::to_string(index) + " " + problem);
     scene_.lights.push_back(light);
     return int(scene_.lights.size()) - 1;
   }

@@ -152,6 +152,8 @@ class Instantiator {
                                  : (mesh.name.empty() ? "mesh" + std::to_string(mesh.sourceIndex) : mesh.name) + "_" + std::to_string(p);
     check(zvrObjectSetName(shape, name.c_str()), what);
     check(zvrShapeSetMaterial(shape, material(prim.material)), what);
+    if (prim.material >= 0 && d_.materials[prim.material].lightGroup >= 0)
+      check(zvrShapeSetLightGroup(shape, d_.materials[prim.material].lightGroup), what);
     check(zvrShapeSetObjectId(shape, uint32_t(result_->shapes.size())), what);
     check(zvrShapeSetMeshId(shape, mesh.sourceIndex), what);
     check(zvrShapeSetGroupId(shape, n.sourceIndex), what);
@@ -185,6 +187,7 @@ class Instantiator {
     check(zvrObjectSetName(light, (l.name.empty() ? n.name : l.name).c_str()), what);
     check(zvrLightSetRadiance(light, l.color[0] * l.intensity, l.color[1] * l.intensity, l.color[2] * l.intensity), what);
     if (l.type == LightType::Spot) check(zvrLightSetSpotCone(light, l.innerCone, l.outerCone), what);
+    if (l.lightGroup >= 0) check(zvrLightSetGroup(light, l.lightGroup), what);
     check(zvrSceneAttachLight(scene_, light), what);
     result_->lights.push_back(light);
     result_->parentGroups[light] = n.name;

@@ -82,6 +82,7 @@ struct Material {
   std::array<float, 3> sheenColor{0.f, 0.f, 0.f};
   float sheenRoughness = 0.f;
   std::array<TextureRef, kTextureSlotCount> textures;
+  int lightGroup = -1;  // of its emission, 0..15; -1 none
 
   const TextureRef& texture(TextureSlot s) const { return textures[static_cast<size_t>(s)]; }
   TextureRef& texture(TextureSlot s) { return textures[static_cast<size_t>(s)]; }
@@ -111,6 +112,7 @@ struct Light {
   std::array<float, 3> color{1.f, 1.f, 1.f};
   float intensity = 1.f;
   float innerCone = 0.f, outerCone = 0.7853982f;
+  int lightGroup = -1;  // 0..15; -1 none
 };
 
 // The scene's own sky (the XML document carries it; glTF has none): a constant colour, or a

@@ -74,6 +74,14 @@ class XmlReader {
     return v;
   }
 
+  int lightGroup(pugi::xml_node n) const {
+    const pugi::xml_attribute a = n.attribute("lightGroup");
+    if (!a) return -1;
+    const int v = a.as_int(-1);
+    if (v < 0 || v > 15 || std::to_string(v) != a.value()) fail(where(n) + " has a \"lightGroup\" of " + a.value() + ", not 0 to 15");
+    return v;
+  }
+
   uint32_t enumValue(pugi::xml_node n, const char* name, uint32_t count) const {
     const uint32_t v = n.attribute(name).as_uint(0);
     if (v >= count) fail(where(n) + " has a \"" + name + "\" out of range");
@@ -169,6 +177,7 @@ class XmlReader {
       ref.rotation = number(t, "rotation", 0.f);
       list(t, "scale", &ref.scale);
     }
+    m.lightGroup = lightGroup(n);
     scene_.materials.push_back(std::move(m));
   }
 
@@ -236,6 +245,7 @@ class XmlReader {
     l.intensity = number(n, "intensity", l.intensity);
     l.innerCone = number(n, "innerCone", l.innerCone);
     l.outerCone = number(n, "outerCone", l.outerCone);
+    l.lightGroup = lightGroup(n);
     scene_.lights.push_back(l);
   }
 

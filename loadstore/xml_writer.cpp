@@ -52,6 +52,7 @@ void writeMaterial(pugi::xml_node parent, const Material& m) {
   n.append_attribute("alphaMode") = m.alphaMode;
   setFloat(n, "alphaCutoff", m.alphaCutoff);
   n.append_attribute("doubleSided") = m.doubleSided;
+  if (m.lightGroup >= 0) n.append_attribute("lightGroup") = m.lightGroup;
   n.append_attribute("unlit") = m.unlit;
   setFloat(n, "ior", m.ior);
   setFloat(n, "transmission", m.transmission);
@@ -149,6 +150,7 @@ std::string writeSceneXml(const SceneDescription& scene) {
     setFloat(n, "intensity", l.intensity);
     setFloat(n, "innerCone", l.innerCone);
     setFloat(n, "outerCone", l.outerCone);
+    if (l.lightGroup >= 0) n.append_attribute("lightGroup") = l.lightGroup;
   }
   if (scene.environment.present) {
     pugi::xml_node n = root.append_child("environment");

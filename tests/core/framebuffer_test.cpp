@@ -90,6 +90,11 @@ TEST_F(CoreFrameBuffer, CreationChecksTypeComponentsAndSize) {
   char lpe[32] = {};
   ASSERT_EQ(zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_LPE, sizeof lpe, lpe, nullptr), ZVR_SUCCESS);
   EXPECT_STREQ(lpe, "C<RD>L");
+  // A malformed expression is refused where it enters and the framebuffer keeps the one it had.
+  EXPECT_EQ(zvrFrameBufferSetLPE(fb, "C(D"), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(lastError(context), "zvrFrameBufferSetLPE: lpe: unexpected end at 4 in \"C(D\"");
+  ASSERT_EQ(zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_LPE, sizeof lpe, lpe, nullptr), ZVR_SUCCESS);
+  EXPECT_STREQ(lpe, "C<RD>L");
   std::vector<float> small(4);
   EXPECT_EQ(zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_DATA, 16, small.data(), nullptr), ZVR_ERROR_INVALID_SIZE);
   EXPECT_EQ(zvrFrameBufferGetInfo(fb, 0x9999, 4, small.data(), nullptr), ZVR_ERROR_UNKNOWN_KEY);

@@ -218,15 +218,12 @@ TEST(Dorrik, RefusesAovsOfThePathTracer) {
                        kAovMaterialId, kAovObjectId, kAovMeshId, kAovGroupId, kAovAlbedoDiffuse, kAovAo})
     EXPECT_TRUE(plugin.supportsAov(aov, &why)) << aov;
   velder::VelderPlugin velder;
-  for (uint32_t aov : std::initializer_list<uint32_t>{kAovVariance, kAovDirectDiffuse, kAovEmission, kAovBackground, kAovShadowCatcher,
-                       kAovReflectionCatcher, kAovMattePass, kAovCryptoObject0 + 5, kAovCryptoMaterial0, kAovDeepColor}) {
+  for (uint32_t aov : std::initializer_list<uint32_t>{kAovVariance, kAovDirectDiffuse, kAovEmission, kAovBackground,
+                       kAovShadowCatcher, kAovReflectionCatcher, kAovMattePass, kAovCryptoObject0 + 5,
+                       kAovCryptoMaterial0, kAovDeepColor, kAovLpe0, kAovLightGroup0}) {
     EXPECT_FALSE(plugin.supportsAov(aov, &why)) << aov;
     EXPECT_NE(why.find("preview"), std::string::npos) << why;
     EXPECT_TRUE(velder.supportsAov(aov, &why)) << aov << ": " << why;
-  }
-  for (uint32_t aov : {23u, 35u}) {
-    EXPECT_FALSE(velder.supportsAov(aov, &why));
-    EXPECT_NE(why.find("advanced AOV work"), std::string::npos) << why;
   }
   EXPECT_FALSE(velder.supportsAov(999, &why));
   EXPECT_NE(why.find("not a known AOV"), std::string::npos) << why;
@@ -350,7 +347,9 @@ INSTANTIATE_TEST_SUITE_P(
                        "light 1001: radiance"},
         BadRequestCase{"filter_type", [](SceneSnapshot&, RenderParams& p, uint32_t&) { p.imageFilterType = 9; }, "filter type 9"},
         BadRequestCase{"filter_radius", [](SceneSnapshot&, RenderParams& p, uint32_t&) { p.imageFilterRadius = -1; }, "radius"},
-        BadRequestCase{"advanced_aov", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = 32; }, "advanced AOV work"}),
+        BadRequestCase{"unknown_aov", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = 999; }, "not a known AOV id"},
+        BadRequestCase{"lpe_without_expression", [](SceneSnapshot&, RenderParams&, uint32_t& a) { a = kAovLpe0; },
+                       "the lpe0 framebuffer has no light path expression"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(RenderRequestChecks, MismatchedTargetSizeIsRefused) {

@@ -132,7 +132,8 @@ LightData pointLight(float x, float y, float z, float intensity) {
 }
 
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
-                        uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample) {
+                        uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample,
+                        const std::vector<std::string>& expressions) {
   RenderOutput out;
   RenderRequest request;
   request.scene = &scene;
@@ -144,6 +145,7 @@ RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const 
   request.host = &out.host;
   for (uint32_t aov : aovs) {
     out.targets.push_back(std::make_unique<TestTarget>(width, height));
+    if (out.targets.size() <= expressions.size()) out.targets.back()->expression = expressions[out.targets.size() - 1];
     request.targets.push_back({aov, out.targets.back().get()});
   }
   out.status = plugin.render(request, &out.error);

@@ -20,12 +20,13 @@ class TestTarget : public FrameBufferTarget {
   void addIteration(const float* rgba) override;
   void averageIteration(const float* rgba) override;
   uint32_t iterations() const override { return iterations_; }
-  std::string lightPathExpression() const override { return {}; }
+  std::string lightPathExpression() const override { return expression; }
   void clear();
   // RGB divided by A (sums), or as stored (averages).
   std::vector<float> normalized() const;
   const std::vector<float>& raw() const { return data_; }
   int adds = 0, averages = 0;
+  std::string expression;  // the light path expression, for lpe AOVs
 
  private:
   uint32_t w_, h_;
@@ -59,6 +60,7 @@ LightData environmentLight(float radiance);
 LightData pointLight(float x, float y, float z, float intensity);
 
 // Renders `iterations` iterations into fresh targets for each AOV; returns the plug-in's status.
+// `expressions[i]`, where given, is the light path expression of the i-th target.
 struct RenderOutput {
   int32_t status = 0;
   std::string error;
@@ -67,6 +69,7 @@ struct RenderOutput {
   std::vector<float> image(size_t i = 0) const { return targets[i]->normalized(); }
 };
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
-                        uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample = 0);
+                        uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample = 0,
+                        const std::vector<std::string>& expressions = {});
 
 }  // namespace zvr::test

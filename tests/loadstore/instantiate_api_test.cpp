@@ -3,6 +3,9 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
+#include <set>
 
 #include "tests/loadstore/api_fixture.h"
 #include "tests/loadstore/scene_catalog.h"
@@ -99,6 +102,77 @@ TEST_F(InstantiateApi, XmlEnvironmentReplacesTheDefaultSkyAndIsExportedAgain) {
   EXPECT_NE(exported.find("<environment color=\"0.200000003 0.5 0.800000012\" intensity=\"2\" rotation=\"30\""),
             std::string::npos)
       << exported.substr(0, 2000);
+}
+
+// A copy of the lamp scene whose lights are in groups 1, 2, ... and whose emissive materials in
+// group 9, through the glTF extras; `edit` may spoil it further.
+std::string taggedLamp(const std::string& name, const std::function<void(nlohmann::json&)>& edit = {}) {
+  const std::string folder = scratchDir() + "/light_groups";
+  std::filesystem::create_directories(folder);
+  std::filesystem::copy(kScenes + "LightsPunctualLamp", folder,
+                        std::filesystem::copy_options::overwrite_existing | std::filesystem::copy_options::recursive);
+  nlohmann::json j = gltfJson(kScenes + "LightsPunctualLamp/LightsPunctualLamp.gltf");
+  int group = 1;
+  for (auto& light : j["extensions"]["KHR_lights_punctual"]["lights"]) light["extras"]["lightGroup"] = group++;
+  for (auto& material : j["materials"])
+    if (material.contains("emissiveFactor")) material["extras"]["lightGroup"] = 9;
+  if (edit) edit(j);
+  const std::string file = folder + "/" + name;
+  std::ofstream(file) << j.dump();
+  return file;
+}
+
+// Light group of every imported light and shape, by name.
+std::map<std::string, int32_t> importedLightGroups(const std::vector<ZvrObject>& lights, const std::vector<ZvrObject>& shapes) {
+  std::map<std::string, int32_t> groups;
+  for (ZvrObject light : lights) {
+    char name[256] = {};
+    int32_t group = -5;
+    EXPECT_EQ(zvrLightGetInfo(light, ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
+    EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_GROUP, sizeof group, &group, nullptr), 0);
+    groups[std::string("light ") + name] = group;
+  }
+  for (ZvrObject shape : shapes) {
+    char name[256] = {};
+    int32_t group = -5;
+    EXPECT_EQ(zvrShapeGetInfo(shape, ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
+    EXPECT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_LIGHT_GROUP, sizeof group, &group, nullptr), 0);
+    groups[std::string("shape ") + name] = group;
+  }
+  return groups;
+}
+
+// The tags arrive from the glTF extras, and the XML export of that file carries every one of them.
+TEST_F(InstantiateApi, LightGroupsArriveFromGltfExtrasAndTravelThroughXml) {
+  const std::string gltf = taggedLamp("lamp.gltf"), xml = scratchDir() + "/light_groups/lamp.xml";
+  ASSERT_EQ(zvrsExportToXML(gltf.c_str(), xml.c_str()), 0);
+  std::map<std::string, int32_t> fromGltf;
+  for (const std::string& file : {gltf, xml}) {
+    SCOPED_TRACE(file);
+    ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
+    auto groups = importedLightGroups(imported<zvrsListImportedLights>(), imported<zvrsListImportedShapes>());
+    if (fromGltf.empty()) {
+      fromGltf = groups;
+      std::set<int32_t> seen;
+      for (const auto& [name, group] : groups) seen.insert(group);
+      EXPECT_EQ(seen, (std::set<int32_t>{-1, 1, 2, 3, 4, 5, 9})) << "five lights, the emissive shapes, the rest untagged";
+    } else {
+      EXPECT_EQ(groups, fromGltf);
+    }
+    ASSERT_EQ(zvrObjectDelete(scene), 0);
+    scene = nullptr;
+    ASSERT_EQ(zvrsDeleteListImportedObjects(nullptr), 0);
+  }
+}
+
+TEST_F(InstantiateApi, ALightGroupOutsideZeroToFifteenIsRefused) {
+  const std::string file = taggedLamp("bad.gltf", [](nlohmann::json& j) {
+    j["extensions"]["KHR_lights_punctual"]["lights"][0]["extras"]["lightGroup"] = 16;
+  });
+  EXPECT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), ZVR_ERROR_IO);
+  EXPECT_NE(lastError().find("light 0 has a \"lightGroup\" in its extras that is not a whole number from 0 to 15"),
+            std::string::npos)
+      << lastError();
 }
 
 TEST_F(InstantiateApi, TexturesAreSharedPerColourSpaceAndMaterialsCarryTheirFactors) {

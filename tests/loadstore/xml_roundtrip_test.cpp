@@ -56,6 +56,7 @@ void expectSameDescription(const SceneDescription& a, const SceneDescription& b)
                        y.alphaCutoff, y.doubleSided, y.unlit, y.ior, y.transmission, y.thickness, y.attenuationDistance,
                        y.clearcoat, y.clearcoatRoughness, y.clearcoatNormalScale, y.specular, y.sheenRoughness));
     EXPECT_EQ(x.attenuationColor, y.attenuationColor);
+    EXPECT_EQ(x.lightGroup, y.lightGroup);
     EXPECT_EQ(x.specularColor, y.specularColor);
     EXPECT_EQ(x.sheenColor, y.sheenColor);
     for (size_t s = 0; s < kTextureSlotCount; ++s) {
@@ -83,6 +84,7 @@ void expectSameDescription(const SceneDescription& a, const SceneDescription& b)
     EXPECT_EQ(a.lights[i].color, b.lights[i].color);
     EXPECT_EQ(std::tie(a.lights[i].intensity, a.lights[i].innerCone, a.lights[i].outerCone),
               std::tie(b.lights[i].intensity, b.lights[i].innerCone, b.lights[i].outerCone));
+    EXPECT_EQ(a.lights[i].lightGroup, b.lights[i].lightGroup);
   }
   ASSERT_EQ(a.animations.size(), b.animations.size());
   for (size_t i = 0; i < a.animations.size(); ++i) {
