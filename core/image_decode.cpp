@@ -10,7 +10,7 @@
 
 #include "core/failure.h"
 #include "core/png_check.h"
-#include "core/scene_objects.h"
+#include "core/data_id.h"
 
 namespace zvr::core {
 namespace {
