@@ -55,8 +55,7 @@ std::string describeInfiniteNumber(const std::vector<char>& buffer) {
 
 }  // namespace
 
-ConfigDocument parseJsonText(const std::vector<char>& buffer) {
-  ConfigDocument document;
+std::string parseJsonDocument(const std::vector<char>& buffer, ConfigDocument& document) {
   std::string error;
   // picojson composes the "syntax error at line %d near: " text with the rest of the line itself.
   try {
@@ -64,6 +63,12 @@ ConfigDocument parseJsonText(const std::vector<char>& buffer) {
   } catch (const std::overflow_error&) {
     error = describeInfiniteNumber(buffer);
   }
+  return error;
+}
+
+ConfigDocument parseJsonText(const std::vector<char>& buffer) {
+  ConfigDocument document;
+  const std::string error = parseJsonDocument(buffer, document);
   if (!error.empty()) FATAL_ERROR(10005, error.c_str());
   return document;
 }

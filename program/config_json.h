@@ -11,6 +11,8 @@
 // Used when no configuration file is named; one line, tabs as separators.
 extern const char defaultConfigText[];
 
+// Parses the whole buffer into `document`; answers the syntax error's text, empty on success.
+std::string parseJsonDocument(const std::vector<char>& buffer, ConfigDocument& document);
 // Parses the whole buffer; a syntax error ends the process with 10005 and the line reached.
 ConfigDocument parseJsonText(const std::vector<char>& buffer);
 ConfigDocument parseJsonString(const char* text, size_t length);
