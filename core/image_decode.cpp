@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "core/failure.h"
-#include "core/png_check.h"
+#include "core/png_decode.h"
 #include "core/data_id.h"
 
 namespace zvr::core {

@@ -1,4 +1,4 @@
-#include "core/png_check.h"
+#include "core/png_decode.h"
 
 #include <png.h>
 
