@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/ZvrCore.h"
+
 namespace zvr {
 
 constexpr int kPluginInterfaceVersion = 1;
@@ -225,7 +227,7 @@ class RenderPlugin {
  public:
   virtual ~RenderPlugin() = default;
   virtual const char* name() const = 0;          // "Velder", "Quillon", "Dorrik"
-  virtual uint32_t family() const = 0;           // 1 velder, 2 quillon, 3 dorrik
+  virtual ZvrPluginFamily family() const = 0;
   virtual uint32_t version() const = 0;          // ZVR_CONTEXT_PLUGIN_VERSION
   // Whether the plug-in can fill this AOV id; `why` says otherwise.
   virtual bool supportsAov(uint32_t aov, std::string* why) const = 0;

@@ -6,9 +6,9 @@
 #include <map>
 #include <string>
 
+#include "engine/ZvrCore.h"
 #include "program/aov_names.h"
 #include "program/failure.h"
-#include "program/plugin_kind.h"
 #include "program/shader_advice.h"
 #include "render/output_elements.h"
 #include "render/save_image.h"
@@ -45,7 +45,7 @@ ZvrStatus renderIterations(ZvrContext context, const RenderSettings& settings, P
 }
 
 bool isDorrik(const std::vector<int32_t>& pluginKinds) {
-  return !pluginKinds.empty() && pluginKinds[0] == PluginKindDorrik;
+  return !pluginKinds.empty() && pluginKinds[0] == ZVR_PLUGIN_FAMILY_DORRIK;
 }
 
 uint32_t resolveFlag(const std::string& name) { return colorSet.count(name) != 0 ? 0u : 1u; }

@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr int32_t kQuillonFamily = 2;
-
-bool isQuillon(const std::vector<int32_t>& pluginKinds) { return !pluginKinds.empty() && pluginKinds[0] == kQuillonFamily; }
+bool isQuillon(const std::vector<int32_t>& pluginKinds) {
+  return !pluginKinds.empty() && pluginKinds[0] == ZVR_PLUGIN_FAMILY_QUILLON;
+}
 
 struct EngineRead {
   ZvrContextInfo key;

@@ -186,7 +186,7 @@ int main(int argc, char** argv) {
   ZvrScene scene = nullptr;
   CHECK_STATUS(zvrsImport(commandLine.sceneFile.c_str(), context, materialSystem, &scene, false, nullptr), context,
                "Importing ZVR file failed.", Critical);
-  if (pluginKinds[0] == PluginKindQuillon) selectIntegrators(document, context);
+  if (pluginKinds[0] == ZVR_PLUGIN_FAMILY_QUILLON) selectIntegrators(document, context);
 
   // The importer's groups and animation records are gone after the release.
   AnimationState animation;
@@ -204,7 +204,7 @@ int main(int argc, char** argv) {
   setUpCamera(scene, settings);
   setUpEnvironment(document, context, scene);
 
-  if (pluginKinds[0] == PluginKindQuillon) stopOnFailure(applyRenderLayers(document, context));
+  if (pluginKinds[0] == ZVR_PLUGIN_FAMILY_QUILLON) stopOnFailure(applyRenderLayers(document, context));
   std::vector<OutputElement> elements;
   stopOnFailure(createOutputElements(document, context, settings, elements));
   stopOnFailure(bindColorElement(context, settings, outputs, elements));

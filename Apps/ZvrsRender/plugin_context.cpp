@@ -36,10 +36,10 @@ constexpr size_t kPropertySlots = 16;
 int32_t pluginKindOf(const std::string& fileName) {
   const size_t separator = fileName.find_last_of("\\/");
   const std::string baseName = toLower(separator == std::string::npos ? fileName : fileName.substr(separator + 1));
-  if (baseName.find("velder") != std::string::npos) return PluginKindVelder;
-  if (baseName.find("quillon") != std::string::npos) return PluginKindQuillon;
-  if (baseName.find("dorrik") != std::string::npos) return PluginKindDorrik;
-  return PluginKindNone;
+  if (baseName.find("velder") != std::string::npos) return ZVR_PLUGIN_FAMILY_VELDER;
+  if (baseName.find("quillon") != std::string::npos) return ZVR_PLUGIN_FAMILY_QUILLON;
+  if (baseName.find("dorrik") != std::string::npos) return ZVR_PLUGIN_FAMILY_DORRIK;
+  return ZVR_PLUGIN_FAMILY_NONE;
 }
 
 std::string pluginFileFor(const std::string& name) {
@@ -96,14 +96,14 @@ ContextRequest readContextRequest(const ConfigDocument& document) {
 std::vector<ZvrContextProperties> buildCreationProperties(const ContextRequest& request,
                                                           const std::vector<int32_t>& pluginKinds) {
   std::vector<ZvrContextProperties> properties(kPropertySlots, 0);
-  const int32_t kind = pluginKinds.empty() ? PluginKindNone : pluginKinds[0];
-  if (kind != PluginKindVelder && kind != PluginKindQuillon) return properties;
+  const int32_t kind = pluginKinds.empty() ? ZVR_PLUGIN_FAMILY_NONE : pluginKinds[0];
+  if (kind != ZVR_PLUGIN_FAMILY_VELDER && kind != ZVR_PLUGIN_FAMILY_QUILLON) return properties;
   size_t slot = 0;
   properties[slot++] = ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT;
   properties[slot++] = static_cast<ZvrContextProperties>(static_cast<int32_t>(request.threads));
   properties[slot++] = ZVR_CONTEXT_CREATEPROP_KEY_338;
   properties[slot++] = 3;
-  if (kind == PluginKindQuillon && !request.precompiledPath.empty()) {
+  if (kind == ZVR_PLUGIN_FAMILY_QUILLON && !request.precompiledPath.empty()) {
     properties[slot++] = ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH;
     properties[slot++] = reinterpret_cast<ZvrContextProperties>(request.precompiledPath.c_str());
   }

@@ -7,7 +7,6 @@
 
 #include "engine/ZvrCore.h"
 #include "program/config_document.h"
-#include "program/plugin_kind.h"
 
 
 // The family, from the lower-cased base name of a plug-in file.

@@ -8,9 +8,9 @@
 #include <exception>
 #include <vector>
 
+#include "engine/ZvrCore.h"
 #include "Apps/ZvrsRender/settings_reader.h"
 #include "program/config_json.h"
-#include "program/plugin_kind.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const char* text = reinterpret_cast<const char*>(data);
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
     mergeOverride(override, document);
     readOutputList(document, "output");
-    for (int32_t kind : {PluginKindNone, PluginKindVelder, PluginKindQuillon, PluginKindDorrik}) {
+    for (int32_t kind : {ZVR_PLUGIN_FAMILY_NONE, ZVR_PLUGIN_FAMILY_VELDER, ZVR_PLUGIN_FAMILY_QUILLON, ZVR_PLUGIN_FAMILY_DORRIK}) {
       RenderSettings settings;
       readSettingsFromConfig(settings, document, {kind});
     }
