@@ -1,7 +1,6 @@
 #include "render/batch_render.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -9,6 +8,7 @@
 #include "engine/ZvrCore.h"
 #include "program/aov_names.h"
 #include "program/failure.h"
+#include "program/lower_case.h"
 #include "program/shader_advice.h"
 #include "render/output_elements.h"
 #include "render/save_image.h"
@@ -84,9 +84,7 @@ const std::map<uint32_t, std::string>& cryptoLayerNames() {
 
 bool hasExrExtension(const std::string& file) {
   if (file.size() < 4) return false;
-  std::string extension = file.substr(file.size() - 4);
-  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return extension == ".exr";
+  return lowerCase(file.substr(file.size() - 4)) == ".exr";
 }
 
 ZvrStatus saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,

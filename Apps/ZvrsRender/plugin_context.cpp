@@ -1,20 +1,13 @@
 #include "Apps/ZvrsRender/plugin_context.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 
 #include "program/failure.h"
+#include "program/lower_case.h"
 #include "Apps/ZvrsRender/settings_reader.h"
 
 namespace {
-
-std::string toLower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-  return text;
-}
 
 struct PluginAlias {
   const char* alias;
@@ -35,7 +28,7 @@ constexpr size_t kPropertySlots = 16;
 
 int32_t pluginKindOf(const std::string& fileName) {
   const size_t separator = fileName.find_last_of("\\/");
-  const std::string baseName = toLower(separator == std::string::npos ? fileName : fileName.substr(separator + 1));
+  const std::string baseName = lowerCase(separator == std::string::npos ? fileName : fileName.substr(separator + 1));
   if (baseName.find("velder") != std::string::npos) return ZVR_PLUGIN_FAMILY_VELDER;
   if (baseName.find("quillon") != std::string::npos) return ZVR_PLUGIN_FAMILY_QUILLON;
   if (baseName.find("dorrik") != std::string::npos) return ZVR_PLUGIN_FAMILY_DORRIK;
@@ -43,7 +36,7 @@ int32_t pluginKindOf(const std::string& fileName) {
 }
 
 std::string pluginFileFor(const std::string& name) {
-  const std::string lowered = toLower(name);
+  const std::string lowered = lowerCase(name);
   for (const PluginAlias& entry : kPluginAliases)
     if (lowered == entry.alias) return entry.file;
   return name.empty() ? std::string("Velder64.dll") : name;

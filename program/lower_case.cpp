@@ -1,0 +1,8 @@
+#include "program/lower_case.h"
+
+#include <cctype>
+
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
