@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "core/matrix4.h"
 #include "engine/ZvrCore.h"
 
 namespace zvr {
@@ -20,12 +21,6 @@ namespace zvr {
 constexpr int kPluginInterfaceVersion = 1;
 #define ZVR_PLUGIN_ENTRY zvrPluginCreate_v1
 #define ZVR_PLUGIN_ENTRY_NAME "zvrPluginCreate_v1"
-
-// 4x4 matrix in the library layout: row-vector convention, translation in m[12], m[13], m[14];
-// a point p maps to p * M.
-struct Matrix4 {
-  float m[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-};
 
 enum class ColorSpace : uint32_t { Linear = 0, SRGB = 1 };
 
