@@ -67,7 +67,7 @@ ZvrStatus saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext co
       }
       // The preview family's framebuffers already hold final values, so the raw one is saved.
       ZvrFrameBuffer source = isDorrik(pluginKinds) ? element.framebuffer : shared;
-      RETURN_ON_FAILURE(SaveOutputImage(context, settings, source, file.c_str(), isColor), context, "ZVR framebuffer saving failed.");
+      RETURN_ON_FAILURE(saveOutputImage(context, settings, source, file.c_str(), isColor), context, "ZVR framebuffer saving failed.");
     }
   }
   RETURN_ON_FAILURE(zvrObjectDelete(shared), context, "ZVR framebuffer deletion failed.");

@@ -24,7 +24,7 @@ std::string ocioConfigPath(ZvrContext context, const RenderSettings& settings, Z
 
 }  // namespace
 
-ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
+ZvrStatus saveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
                           const char* path, bool isColor) {
   if (!isColor || !wantsPostProcessing(settings)) return zvrFrameBufferSaveToFile(framebuffer, path);
 
