@@ -4,7 +4,6 @@
 #include <cstring>
 #include <string>
 
-#include "program/aov_names.h"
 #include "program/config_json.h"
 #include "Apps/ZvrsRender/plugin_context.h"
 #include "Apps/ZvrsRender/run_helpers.h"
@@ -13,11 +12,18 @@ namespace {
 
 ConfigDocument parse(const std::string& text) { return parseJsonString(text.data(), text.size()); }
 
+constexpr int32_t kNone = ZVR_PLUGIN_FAMILY_NONE, kVelder = ZVR_PLUGIN_FAMILY_VELDER,
+                  kQuillon = ZVR_PLUGIN_FAMILY_QUILLON, kDorrik = ZVR_PLUGIN_FAMILY_DORRIK;
+constexpr uint32_t kGpu0 = ZVR_CREATION_FLAGS_ENABLE_GPU0, kDebug = ZVR_CREATION_FLAGS_ENABLE_DEBUG,
+                   kKel = ZVR_CREATION_FLAGS_ENABLE_KEL;
+constexpr intptr_t kThreads = ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, k338 = ZVR_CONTEXT_CREATEPROP_KEY_338,
+                   kPrecompiled = ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH;
+
 TEST(PluginKind, FromLowerCasedBaseName) {
   const std::pair<const char*, int32_t> cases[] = {
-      {"Velder64.dll", 1},       {"Quillon64.dll", 2},       {"Dorrik.dll", 3},
-      {"C:/x/quillon_dev.dll", 2}, {"C:\\VELDER\\other.dll", 0}, {"/opt/velder/libDorrik.so", 3},
-      {"QUILLONvelder.dll", 1},  {"", 0},                     {"mine.dll", 0},
+      {"Velder64.dll", kVelder},          {"Quillon64.dll", kQuillon},      {"Dorrik.dll", kDorrik},
+      {"C:/x/quillon_dev.dll", kQuillon}, {"C:\\VELDER\\other.dll", kNone}, {"/opt/velder/libDorrik.so", kDorrik},
+      {"QUILLONvelder.dll", kVelder},     {"", kNone},                       {"mine.dll", kNone},
   };
   for (const auto& c : cases) EXPECT_EQ(pluginKindOf(c.first), c.second) << c.first;
 }
@@ -39,18 +45,20 @@ struct FlagsCase {
 
 TEST(ContextRequest, CreationFlagsFromTheContextBlock) {
   const FlagsCase cases[] = {
-      {"{\"context\":{}}", 0x1, 32, false},
-      {"{\"context\":{\"gpu0\":0,\"gpu1\":0}}", 0x1, 32, false},
-      {"{\"context\":{\"gpu4\":1}}", 0x40, 32, false},
-      {"{\"context\":{\"cpu\":1}}", 0x10, 32, false},
-      {"{\"context\":{\"gpu0\":1,\"gpu3\":2,\"gpu7\":1,\"gpu8\":1,\"gpu11\":-1}}", 0x1 | 0x8 | 0x200 | 0x800 | 0x4000, 32,
-       false},
-      {"{\"context\":{\"gpu12\":1}}", 0x1, 32, false},
-      {"{\"context\":{\"debug\":1,\"threads\":4}}", 0x80000001u, 4, false},
-      {"{\"context\":{\"backend\":\"kel\"}}", 0x80000, 32, true},
-      {"{\"context\":{\"backend\":\"kel\",\"debug\":1}}", 0x80080000u, 32, true},
-      {"{\"context\":{\"backend\":\"ocl\",\"gpu1\":1}}", 0x2, 32, false},
-      {"{\"context\":{\"threads\":16.9,\"gpu0\":0.5}}", 0x1, 16, false},
+      {"{\"context\":{}}", kGpu0, 32, false},
+      {"{\"context\":{\"gpu0\":0,\"gpu1\":0}}", kGpu0, 32, false},
+      {"{\"context\":{\"gpu4\":1}}", ZVR_CREATION_FLAGS_ENABLE_GPU4, 32, false},
+      {"{\"context\":{\"cpu\":1}}", ZVR_CREATION_FLAGS_ENABLE_CPU, 32, false},
+      {"{\"context\":{\"gpu0\":1,\"gpu3\":2,\"gpu7\":1,\"gpu8\":1,\"gpu11\":-1}}",
+       kGpu0 | ZVR_CREATION_FLAGS_ENABLE_GPU3 | ZVR_CREATION_FLAGS_ENABLE_GPU7 | ZVR_CREATION_FLAGS_ENABLE_GPU8 |
+           ZVR_CREATION_FLAGS_ENABLE_GPU11,
+       32, false},
+      {"{\"context\":{\"gpu12\":1}}", kGpu0, 32, false},
+      {"{\"context\":{\"debug\":1,\"threads\":4}}", kDebug | kGpu0, 4, false},
+      {"{\"context\":{\"backend\":\"kel\"}}", kKel, 32, true},
+      {"{\"context\":{\"backend\":\"kel\",\"debug\":1}}", kDebug | kKel, 32, true},
+      {"{\"context\":{\"backend\":\"ocl\",\"gpu1\":1}}", ZVR_CREATION_FLAGS_ENABLE_GPU1, 32, false},
+      {"{\"context\":{\"threads\":16.9,\"gpu0\":0.5}}", kGpu0, 16, false},
   };
   for (const FlagsCase& c : cases) {
     const ContextRequest request = readContextRequest(parse(c.json));
@@ -74,13 +82,13 @@ TEST(ContextRequest, PropertiesByFamily) {
     bool hasPath;
   };
   const Case cases[] = {
-      {"{\"context\":{\"threads\":8}}", 1, {310, 8, 338, 3}, false},
-      {"{\"context\":{\"threads\":8},\"precompiled.binary\":\"bin\"}", 1, {310, 8, 338, 3}, false},
-      {"{\"context\":{\"threads\":-1}}", 2, {310, -1, 338, 3, 414}, true},
-      {"{\"context\":{},\"precompiled.binary\":\"\"}", 2, {310, 32, 338, 3}, false},
-      {"{\"context\":{},\"precompiled.binary\":5}", 2, {310, 32, 338, 3, 414}, true},
-      {"{\"context\":{}}", 3, {}, false},
-      {"{\"context\":{}}", 0, {}, false},
+      {"{\"context\":{\"threads\":8}}", kVelder, {kThreads, 8, k338, 3}, false},
+      {"{\"context\":{\"threads\":8},\"precompiled.binary\":\"bin\"}", kVelder, {kThreads, 8, k338, 3}, false},
+      {"{\"context\":{\"threads\":-1}}", kQuillon, {kThreads, -1, k338, 3, kPrecompiled}, true},
+      {"{\"context\":{},\"precompiled.binary\":\"\"}", kQuillon, {kThreads, 32, k338, 3}, false},
+      {"{\"context\":{},\"precompiled.binary\":5}", kQuillon, {kThreads, 32, k338, 3, kPrecompiled}, true},
+      {"{\"context\":{}}", kDorrik, {}, false},
+      {"{\"context\":{}}", kNone, {}, false},
   };
   for (const Case& c : cases) {
     const ContextRequest request = readContextRequest(parse(c.json));
@@ -137,19 +145,6 @@ TEST(RunHelpers, TimeSummaryInSecondsAndMilliseconds) {
             "Total Render Time = 2500.000 ms :\n"
             "  - 300.000 ms for first iteration (100.000 ms for update time ; 200.000 ms for rendering time)\n"
             "  - 2200.000 ms for other iterations\n");
-}
-
-TEST(AovNames, TablesHoldTheirEntries) {
-  EXPECT_EQ(aovNameToId.size(), 65u);
-  EXPECT_EQ(colorSet.size(), 36u);
-  const std::pair<const char*, uint32_t> ids[] = {
-      {"color", 0},         {"camera.normal", 41},   {"mesh.id", 96},          {"light.group3", 26},
-      {"light.group4", 80}, {"light.group15", 91},   {"lpe5", 37},             {"cryptomatte.mat0", 48},
-      {"cryptomatte.obj5", 61}, {"deep.color", 64},  {"reflection.catcher", 30}, {"sss", 43}};
-  for (const auto& entry : ids) EXPECT_EQ(aovNameToId.at(entry.first), entry.second) << entry.first;
-  for (const std::string& name : colorSet) EXPECT_EQ(aovNameToId.count(name), 1u) << name;
-  for (const char* data : {"depth", "normal", "object.id", "variance", "opacity", "cryptomatte.obj0", "deep.color"})
-    EXPECT_EQ(colorSet.count(data), 0u) << data;
 }
 
 }  // namespace
