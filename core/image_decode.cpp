@@ -99,6 +99,13 @@ void checkImageSize(uint64_t width, uint64_t height, ZvrStatus status, const std
                                          " pixels is more than the 16384 x 16384 an image may hold");
 }
 
+// OpenImageIO's GIF reader allocates the whole screen when it opens the file, before the size
+// can be checked from its spec: a 17-byte header claiming 29232 x 17751 pixels took 2 GB.
+void checkGifScreen(const unsigned char* b, size_t n, const std::string& what) {
+  if (n < 10 || std::memcmp(b, "GIF8", 4) != 0) return;
+  checkImageSize(uint64_t(b[6] | b[7] << 8), uint64_t(b[8] | b[9] << 8), ZVR_ERROR_IO, what);
+}
+
 // PNGs are decoded by libpng here rather than through OpenImageIO, whose libpng prints its
 // complaints on standard error; here they become the failure's text.
 std::shared_ptr<const zvr::ImageData> decodePngImage(const unsigned char* bytes, size_t size, const std::string& what,
@@ -193,6 +200,7 @@ std::shared_ptr<const zvr::ImageData> imageFromMemory(const void* bytes, size_t 
   const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";
   if (std::strcmp(name, "memory.png") == 0)
     return decodePngImage(static_cast<const unsigned char*>(bytes), size, what, colorSpace);
+  checkGifScreen(static_cast<const unsigned char*>(bytes), size, what);
   OIIO::Filesystem::IOMemReader reader(bytes, size);
   auto input = OIIO::ImageInput::open(name, nullptr, &reader);
   if (!input) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + OIIO::geterror());
