@@ -11,6 +11,8 @@
 
 #include "program/failure.h"
 
+namespace zvrs {
+
 const char defaultConfigText[] =
     "\t{\t\"plugin\":\"Quillon64.dll\",\t\"width\":1280,\t\"height\":720, \t\"gui\":1,\t\"iterations\":10,"
     "\t\"radianceclamp\":2.0,\t\"animation.time\":0.0,\t\"output\":\"test.png\",\t\"output.json\":\"output.json\","
@@ -137,3 +139,5 @@ std::vector<std::string> readOutputList(const ConfigDocument& document, const st
   }
   return names;
 }
+
+}  // namespace zvrs

@@ -8,6 +8,8 @@
 
 #include "program/config_document.h"
 
+namespace zvrs {
+
 // Used when no configuration file is named; one line, tabs as separators.
 extern const char defaultConfigText[];
 
@@ -25,3 +27,5 @@ void mergeOverride(const picojson::value& override, picojson::value& target);
 std::string valueToText(const picojson::value& value);
 // A string gives one name, an array its string elements, anything else nothing.
 std::vector<std::string> readOutputList(const ConfigDocument& document, const std::string& key);
+
+}  // namespace zvrs

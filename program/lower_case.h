@@ -3,4 +3,8 @@
 
 #include <string>
 
+namespace zvrs {
+
 std::string lowerCase(std::string text);
+
+}  // namespace zvrs

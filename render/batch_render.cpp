@@ -13,6 +13,8 @@
 #include "render/output_elements.h"
 #include "render/save_image.h"
 
+namespace zvrs {
+
 namespace {
 
 void printPercent(float percent) {
@@ -164,3 +166,5 @@ ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDoc
   if (multilayerRequested(document)) return saveMultilayer(pluginKinds, context, settings, elements);
   return saveSingleFiles(pluginKinds, context, settings, elements);
 }
+
+}  // namespace zvrs

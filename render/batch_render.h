@@ -10,7 +10,11 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 // A critical failure is reported and returned at once; the caller stops the run.
 ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
                         const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
                         TimingRecord& timing);
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 #include "render/image_conversion.h"
 #include "render/png_writer.h"
 
+namespace zvrs {
+
 namespace {
 
 // The context's OpenColorIO configuration when the settings name none; the status is kept so the
@@ -46,3 +48,5 @@ ZvrStatus saveOutputImage(ZvrContext context, const RenderSettings& settings, Zv
   writePngRgb8(path, size[0], size[1], bytes.data());
   return status;
 }
+
+}  // namespace zvrs

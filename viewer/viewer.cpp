@@ -17,6 +17,8 @@
 #include "viewer/render_thread.h"
 #include "viewer/upscaler.h"
 
+namespace zvrs {
+
 namespace {
 
 constexpr auto kIdleSleep = std::chrono::milliseconds(50);
@@ -213,3 +215,5 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
   setNavigationTarget(nullptr);
   return {};
 }
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 #include "engine/ZvrLoadStore.h"
 #include "program/failure.h"
 
+namespace zvrs {
+
 namespace {
 
 bool isQuillon(const std::vector<int32_t>& pluginKinds) {
@@ -193,3 +195,5 @@ void applySettingsToEngine(const RenderSettings& settings, ZvrContext context, c
                                              static_cast<float>(settings.tileHeight), 0.0f, 0.0f),
                context, "ZVR context setting \"tilesize\" failed.", Warning);
 }
+
+}  // namespace zvrs

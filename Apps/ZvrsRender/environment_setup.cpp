@@ -4,6 +4,8 @@
 
 #include "program/failure.h"
 
+namespace zvrs {
+
 namespace {
 
 // The keys are top-level names with a dot in them, not nested blocks.
@@ -51,3 +53,5 @@ void setUpEnvironment(const ConfigDocument& document, ZvrContext context, ZvrSce
     CHECK_STATUS(zvrLightSetRotation(light, numberOrStop(*rotation, "environment.rotation")), context,
                  "Setting environment failed.", Critical);
 }
+
+}  // namespace zvrs

@@ -30,6 +30,7 @@
 #include "Apps/ZvrsRender/settings_reader.h"
 #include "viewer/viewer.h"
 
+namespace zvrs {
 namespace {
 
 constexpr size_t kPluginNameSize = 128;
@@ -133,8 +134,10 @@ void tearDown(ZvrContext context, ZvrMaterialSystem materialSystem, ZvrScene sce
 }
 
 }  // namespace
+}  // namespace zvrs
 
 int main(int argc, char** argv) {
+  using namespace zvrs;
   if (argc < 2 || std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
     printHelp();
     return 0;

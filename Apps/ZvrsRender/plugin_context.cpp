@@ -7,6 +7,8 @@
 #include "program/lower_case.h"
 #include "Apps/ZvrsRender/settings_reader.h"
 
+namespace zvrs {
+
 namespace {
 
 struct PluginAlias {
@@ -132,3 +134,5 @@ void selectIntegrators(const ConfigDocument& document, ZvrContext context) {
     CHECK_STATUS(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_GPU_INTEGRATOR, "gpucontour"), context,
                  "Setting gpucontour failed.", Critical);
 }
+
+}  // namespace zvrs

@@ -8,6 +8,8 @@
 #include "Apps/ZvrsRender/plugin_context.h"
 #include "Apps/ZvrsRender/run_helpers.h"
 
+using namespace zvrs;
+
 namespace {
 
 ConfigDocument parse(const std::string& text) { return parseJsonString(text.data(), text.size()); }

@@ -12,6 +12,8 @@
 #include "Apps/ZvrsRender/settings_reader.h"
 #include "program/config_json.h"
 
+using namespace zvrs;
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const char* text = reinterpret_cast<const char*>(data);
   const char* split = static_cast<const char*>(std::memchr(text, '\0', size));

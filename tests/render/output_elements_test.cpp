@@ -8,6 +8,8 @@
 #include "tests/render/engine_fixture.h"
 #include "render/output_elements.h"
 
+using namespace zvrs;
+
 namespace {
 
 // The elements a document selects, when their creation succeeds.

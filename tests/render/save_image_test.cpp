@@ -15,6 +15,8 @@
 #include "render/output_elements.h"
 #include "render/save_image.h"
 
+using namespace zvrs;
+
 namespace {
 
 ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {

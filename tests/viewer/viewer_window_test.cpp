@@ -19,6 +19,8 @@
 #include "tests/support/program_run.h"
 #include "tests/viewer/x11_session.h"
 
+using namespace zvrs;
+
 namespace {
 
 const std::string kCornell = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/CornellBox/cornellBox-2.80-Eevee-gltf.gltf";
