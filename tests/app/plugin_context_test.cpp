@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "program/aov_names.h"
 #include "program/config_json.h"
 #include "Apps/ZvrsRender/plugin_context.h"
 #include "Apps/ZvrsRender/run_helpers.h"
@@ -147,6 +148,20 @@ TEST(RunHelpers, TimeSummaryInSecondsAndMilliseconds) {
             "Total Render Time = 2500.000 ms :\n"
             "  - 300.000 ms for first iteration (100.000 ms for update time ; 200.000 ms for rendering time)\n"
             "  - 2200.000 ms for other iterations\n");
+}
+
+// The ids are the engine's AOV keys: a wrong one binds another element, which no run notices.
+TEST(AovNames, TablesHoldTheirEntries) {
+  EXPECT_EQ(aovNameToId.size(), 65u);
+  EXPECT_EQ(colorSet.size(), 36u);
+  const std::pair<const char*, uint32_t> ids[] = {
+      {"color", 0},         {"camera.normal", 41},   {"mesh.id", 96},          {"light.group3", 26},
+      {"light.group4", 80}, {"light.group15", 91},   {"lpe5", 37},             {"cryptomatte.mat0", 48},
+      {"cryptomatte.obj5", 61}, {"deep.color", 64},  {"reflection.catcher", 30}, {"sss", 43}};
+  for (const auto& entry : ids) EXPECT_EQ(aovNameToId.at(entry.first), entry.second) << entry.first;
+  for (const std::string& name : colorSet) EXPECT_EQ(aovNameToId.count(name), 1u) << name;
+  for (const char* data : {"depth", "normal", "object.id", "variance", "opacity", "cryptomatte.obj0", "deep.color"})
+    EXPECT_EQ(colorSet.count(data), 0u) << data;
 }
 
 }  // namespace
