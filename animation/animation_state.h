@@ -12,6 +12,8 @@
 #include "engine/ZvrLoadStore.h"
 #include "animation/matrix4.h"
 
+namespace zvrs {
+
 struct TransformGroup {
   std::string name;
   int32_t parentIndex = -1;
@@ -43,3 +45,5 @@ struct AnimationState {
   float animationEndTime = 0.0f;
   bool transformsChanged = false;
 };
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 #include "animation/keyframe_math.h"
 #include "animation/transform_capture.h"
 
+namespace zvrs {
+
 namespace {
 
 uint32_t componentsOfKind(uint32_t kind) {
@@ -124,3 +126,5 @@ void evaluateAnimation(AnimationState& state, float time, uint32_t tick) {
   applyToObjects(state, state.lightGroups, zvrLightGetInfo, zvrLightSetTransform);
   applyToObjects(state, state.cameraGroups, zvrCameraGetInfo, zvrCameraSetTransform);
 }
+
+}  // namespace zvrs

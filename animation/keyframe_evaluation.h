@@ -5,6 +5,8 @@
 
 #include "animation/animation_state.h"
 
+namespace zvrs {
+
 // Copies every animation record; a record naming no group throws std::out_of_range.
 void captureAnimations(AnimationState& state);
 // Samples every channel at `time`, merges with the groups' bases and sends each object's changed
@@ -13,3 +15,5 @@ void evaluateAnimation(AnimationState& state, float time, uint32_t tick);
 
 // Stage two and three alone: every group's local matrix for `time`, no library call.
 void evaluateGroupMatrices(AnimationState& state, float time, uint32_t tick);
+
+}  // namespace zvrs

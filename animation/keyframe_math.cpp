@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace zvrs {
+
 KeyInterval locateKeys(const std::vector<float>& times, float time) {
   const uint32_t count = static_cast<uint32_t>(times.size());
   uint32_t i = 0;
@@ -199,3 +201,5 @@ Matrix4 mergeWithBase(const Matrix4& animated, const Matrix4& base, bool hasTran
   }
   return recompose(animated, base, hasTranslation, hasRotation, hasScale);
 }
+
+}  // namespace zvrs

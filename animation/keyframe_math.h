@@ -7,6 +7,8 @@
 
 #include "animation/matrix4.h"
 
+namespace zvrs {
+
 // The two keys that enclose `time` and the blend factor between them. The search is strict, so
 // a time exactly on key k gives prev = k and factor 0, and equal times never divide by zero.
 struct KeyInterval {
@@ -35,3 +37,5 @@ void eulerToQuaternion(const float euler[3], float q[4]);
 // The group's local matrix: what the channels animated, the rest from the base.
 Matrix4 mergeWithBase(const Matrix4& animated, const Matrix4& base, bool hasTranslation, bool hasRotation,
                       bool hasScale);
+
+}  // namespace zvrs

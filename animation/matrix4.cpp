@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace zvrs {
+
 Matrix4 identityMatrix() { return {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
 
 Matrix4 multiply(const Matrix4& a, const Matrix4& b) {
@@ -101,3 +103,5 @@ Matrix4 quaternionMatrix(const float q[4]) {
 Matrix4 composeTrs(const float translation[3], const float quaternion[4], const float scale[3]) {
   return multiply(multiply(translationMatrix(translation), quaternionMatrix(quaternion)), scaleMatrix(scale));
 }
+
+}  // namespace zvrs

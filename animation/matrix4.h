@@ -3,6 +3,8 @@
 
 #include <array>
 
+namespace zvrs {
+
 using Matrix4 = std::array<float, 16>;
 
 inline float& at(Matrix4& m, int row, int column) { return m[row * 4 + column]; }
@@ -22,3 +24,5 @@ Matrix4 scaleMatrix(const float s[3]);
 Matrix4 quaternionMatrix(const float q[4]);
 // T x R x S.
 Matrix4 composeTrs(const float translation[3], const float quaternion[4], const float scale[3]);
+
+}  // namespace zvrs

@@ -2,6 +2,8 @@
 
 #include "engine/ZvrLoadStore.h"
 
+namespace zvrs {
+
 namespace {
 
 using ListFunction = ZvrStatus (*)(void*, size_t, uint32_t*);
@@ -88,3 +90,5 @@ int32_t captureGroup(AnimationState& state, const std::string& name) {
   groups[index].parentIndex = parentIndex;
   return index;
 }
+
+}  // namespace zvrs

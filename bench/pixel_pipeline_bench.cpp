@@ -12,6 +12,8 @@
 #include "render/png_writer.h"
 #include "program/render_settings.h"
 
+using namespace zvrs;
+
 namespace {
 
 const uint32_t kWidth = 1920;

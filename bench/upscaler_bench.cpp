@@ -12,6 +12,8 @@
 
 #include "viewer/upscaler.h"
 
+using namespace zvrs;
+
 namespace {
 
 constexpr int kWidth = 1280, kHeight = 720;

@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <unistd.h>
 
-#include "tests/app/process_runner.h"
+#include "tests/support/process_runner.h"
 #include "tests/viewer/x11_session.h"
 
 namespace {

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <mutex>
-#include <new>
 #include <string>
 
 #include "core/context.h"
@@ -50,27 +49,10 @@ class ApiCall {
 
   template <class Body>
   ZvrStatus run(Body&& body) noexcept {
-    ZvrStatus status = ZVR_SUCCESS;
-    std::string error;
-    try {
-      body();
-      idle_ = {};
-    } catch (const Failure& failure) {
-      status = failure.status();
-      error = failure.what();
-    } catch (const std::bad_alloc&) {
-      status = ZVR_ERROR_OUT_OF_MEMORY;
-      error = "out of memory";
-    } catch (const std::exception& exception) {
-      status = ZVR_ERROR_INTERNAL;
-      error = std::string("internal failure: ") + exception.what();
-    } catch (...) {
-      status = ZVR_ERROR_INTERNAL;
-      error = "internal failure of an unknown kind";
-    }
+    const Outcome outcome = runCatching(body);
     idle_ = {};
-    finish(status, error);
-    return status;
+    finish(outcome.status, outcome.text);
+    return outcome.status;
   }
 
   // Writes the trace line of a call whose result is not a status (zvrRegisterPlugin).

@@ -5,10 +5,10 @@
 #include <iterator>
 #include <vector>
 
+#include "core/data_id.h"
 #include "core/failure.h"
 #include "core/image_codec.h"
-#include "core/png_check.h"
-#include "core/scene_objects.h"
+#include "core/png_decode.h"
 
 namespace zvr::core {
 namespace {
@@ -42,10 +42,12 @@ float halfToFloat(uint16_t h) {
   return value;
 }
 
+bool startsAsPng(const unsigned char* bytes, size_t size) { return size >= 4 && std::memcmp(bytes, "\x89PNG", 4) == 0; }
+
 // A name with the right extension lets OpenImageIO pick the reader for bytes in memory.
 const char* nameForSignature(const unsigned char* b, size_t n) {
   auto starts = [&](const char* magic, size_t len) { return n >= len && std::memcmp(b, magic, len) == 0; };
-  if (starts("\x89PNG", 4)) return "memory.png";
+  if (startsAsPng(b, n)) return "memory.png";
   if (starts("\xff\xd8\xff", 3)) return "memory.jpg";
   if (starts("\x76\x2f\x31\x01", 4)) return "memory.exr";
   if (starts("#?", 2)) return "memory.hdr";
@@ -95,20 +97,29 @@ void checkImageSize(uint64_t width, uint64_t height, ZvrStatus status, const std
                                          " pixels is more than the 16384 x 16384 an image may hold");
 }
 
-// libpng inside OpenImageIO prints its complaints; a trial decode finds them first and keeps them.
-void checkPngDecodes(const unsigned char* bytes, size_t size, const std::string& what) {
-  const PngCheck check = checkPng(bytes, size, kLargestImagePixels);
-  checkImageSize(check.width, check.height, ZVR_ERROR_IO, what);
-  if (!check.decoded) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + check.messages);
+// OpenImageIO's GIF reader allocates the whole screen when it opens the file, before the size
+// can be checked from its spec: a 17-byte header claiming 29232 x 17751 pixels took 2 GB.
+void checkGifScreen(const unsigned char* b, size_t n, const std::string& what) {
+  if (n < 10 || std::memcmp(b, "GIF8", 4) != 0) return;
+  checkImageSize(uint64_t(b[6] | b[7] << 8), uint64_t(b[8] | b[9] << 8), ZVR_ERROR_IO, what);
 }
 
-void checkPngFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  char signature[4] = {};
-  if (!file.read(signature, 4) || std::memcmp(signature, "\x89PNG", 4) != 0) return;
-  file.seekg(0);
-  const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  checkPngDecodes(bytes.data(), bytes.size(), path);
+// PNGs are decoded by libpng here rather than through OpenImageIO, whose libpng prints its
+// complaints on standard error; here they become the failure's text.
+std::shared_ptr<const zvr::ImageData> decodePngImage(const unsigned char* bytes, size_t size, const std::string& what,
+                                                     uint32_t colorSpace) {
+  PngImage png = decodePng(bytes, size, kLargestImagePixels);
+  checkImageSize(png.width, png.height, ZVR_ERROR_IO, what);
+  if (!png.decoded) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + png.messages);
+  if (png.width == 0 || png.height == 0) fail(ZVR_ERROR_IO, what + ": the image has no pixels");
+  auto image = std::make_shared<zvr::ImageData>();
+  image->id = nextDataId();
+  image->width = png.width;
+  image->height = png.height;
+  image->channels = png.channels;
+  image->colorSpace = zvr::ColorSpace(colorSpace);
+  image->pixels = std::move(png.pixels);
+  return image;
 }
 
 std::shared_ptr<const zvr::ImageData> readAll(ImageReader& input, const std::string& what, uint32_t colorSpace) {
@@ -165,7 +176,13 @@ std::shared_ptr<const zvr::ImageData> imageFromPixels(const ZvrImageDesc& desc, 
 
 std::shared_ptr<const zvr::ImageData> imageFromFile(const std::string& path, uint32_t colorSpace) {
   checkColorSpace(colorSpace);
-  checkPngFile(path);
+  std::ifstream file(path, std::ios::binary);
+  char signature[4] = {};
+  if (file.read(signature, 4) && startsAsPng(reinterpret_cast<const unsigned char*>(signature), 4)) {
+    file.seekg(0);
+    const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    return decodePngImage(bytes.data(), bytes.size(), path, colorSpace);
+  }
   std::string error;
   auto input = imageCodec().openFile(path, &error);
   if (!input) fail(ZVR_ERROR_IO, path + ": cannot be read as an image: " + error);
@@ -179,7 +196,9 @@ std::shared_ptr<const zvr::ImageData> imageFromMemory(const void* bytes, size_t 
   if (!name) fail(ZVR_ERROR_IO, "encoded image in memory (" + std::to_string(size) + " bytes) has no known file signature");
   checkComplete(static_cast<const unsigned char*>(bytes), size, name);
   const std::string what = std::string("encoded image in memory (") + (name + 7) + ", " + std::to_string(size) + " bytes)";
-  if (std::strcmp(name, "memory.png") == 0) checkPngDecodes(static_cast<const unsigned char*>(bytes), size, what);
+  if (std::strcmp(name, "memory.png") == 0)
+    return decodePngImage(static_cast<const unsigned char*>(bytes), size, what, colorSpace);
+  checkGifScreen(static_cast<const unsigned char*>(bytes), size, what);
   std::string error;
   auto input = imageCodec().openMemory(name, bytes, size, &error);
   if (!input) fail(ZVR_ERROR_IO, what + " cannot be decoded: " + error);

@@ -35,12 +35,18 @@ const FileFormat kFormats[] = {
     {"tif", "tiff", 4, false}, {"tiff", "tiff", 4, false},
 };
 
-const FileFormat& formatFor(const std::string& path) {
+// The file name's extension without the dot, lower-cased; empty when there is none.
+std::string lowerCaseExtension(const std::string& path) {
   const size_t dot = path.rfind('.');
   const size_t slash = path.rfind('/');
   std::string extension;
   if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) extension = path.substr(dot + 1);
   std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+  return extension;
+}
+
+const FileFormat& formatFor(const std::string& path) {
+  const std::string extension = lowerCaseExtension(path);
   for (const FileFormat& format : kFormats)
     if (extension == format.extension) return format;
   fail(ZVR_ERROR_IO, path + ": unknown image file extension \"" + extension +
@@ -112,9 +118,7 @@ void saveImage(const FrameBuffer& frameBuffer, const std::string& path, float di
 void saveMultilayerExr(const std::vector<const FrameBuffer*>& frameBuffers, const std::string& path, bool exrFloat32,
                        const CryptomatteNames& cryptomatteNames) {
   if (frameBuffers.empty()) fail(ZVR_ERROR_INVALID_ARGUMENT, path + ": no framebuffers to save");
-  std::string extension = path.size() >= 4 ? path.substr(path.size() - 4) : "";
-  std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  if (extension != ".exr") fail(ZVR_ERROR_IO, path + ": a multilayer image must be an .exr file");
+  if (lowerCaseExtension(path) != "exr") fail(ZVR_ERROR_IO, path + ": a multilayer image must be an .exr file");
   const uint32_t width = frameBuffers[0]->width(), height = frameBuffers[0]->height();
   std::set<std::string> names;
   std::vector<std::vector<float>> pixels;

@@ -13,17 +13,14 @@
 #include <string>
 #include <vector>
 
+#include "core/matrix4.h"
+#include "engine/ZvrCore.h"
+
 namespace zvr {
 
 constexpr int kPluginInterfaceVersion = 1;
 #define ZVR_PLUGIN_ENTRY zvrPluginCreate_v1
 #define ZVR_PLUGIN_ENTRY_NAME "zvrPluginCreate_v1"
-
-// 4x4 matrix in the library layout: row-vector convention, translation in m[12], m[13], m[14];
-// a point p maps to p * M.
-struct Matrix4 {
-  float m[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-};
 
 enum class ColorSpace : uint32_t { Linear = 0, SRGB = 1 };
 
@@ -241,7 +238,7 @@ class RenderPlugin {
  public:
   virtual ~RenderPlugin() = default;
   virtual const char* name() const = 0;          // "Velder", "Quillon", "Dorrik"
-  virtual uint32_t family() const = 0;           // 1 velder, 2 quillon, 3 dorrik
+  virtual ZvrPluginFamily family() const = 0;
   virtual uint32_t version() const = 0;          // ZVR_CONTEXT_PLUGIN_VERSION
   // Whether the plug-in can fill this AOV id; `why` says otherwise.
   virtual bool supportsAov(uint32_t aov, std::string* why) const = 0;

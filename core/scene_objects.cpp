@@ -1,17 +1,11 @@
 #include "core/scene_objects.h"
 
-#include <atomic>
 #include <cmath>
 
 #include "core/cryptomatte_manifest.h"
 #include "core/failure.h"
 
 namespace zvr::core {
-
-uint64_t nextDataId() {
-  static std::atomic<uint64_t> next{1};
-  return next++;
-}
 
 zvr::Matrix4 readMatrix(const float* matrix16, int transpose, const char* what) {
   if (!matrix16) fail(ZVR_ERROR_INVALID_ARGUMENT, std::string(what) + ": the matrix pointer is null");

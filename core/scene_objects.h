@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/data_id.h"
 #include "core/object.h"
 #include "core/plugin_api.h"
 
@@ -13,9 +14,6 @@ namespace zvr::core {
 
 class MaterialNode;
 class Image;
-
-// Unique for the life of the process, for the ids of the snapshot records.
-uint64_t nextDataId();
 
 // Reads 16 floats; with `transpose` the source has the translation in 3, 7, 11. Refuses NaN.
 zvr::Matrix4 readMatrix(const float* matrix16, int transpose, const char* what);

@@ -59,6 +59,15 @@ typedef intptr_t ZvrContextProperties;         /* creation property slot: key, v
 #define ZVR_ERROR_INTERNAL -12                 /* an unexpected failure inside the library */
 #define ZVR_ERROR_IO -18                       /* a file that cannot be read, parsed or written */
 
+/* ---- plug-in families ------------------------------------------------------------------------ */
+/* The program tells a family by the plug-in file's name; a plug-in names its own to the library. */
+typedef enum ZvrPluginFamily {
+  ZVR_PLUGIN_FAMILY_NONE = 0,    /* none of the three below */
+  ZVR_PLUGIN_FAMILY_VELDER = 1,  /* the reference path tracer */
+  ZVR_PLUGIN_FAMILY_QUILLON = 2, /* integrators, contour, render layers */
+  ZVR_PLUGIN_FAMILY_DORRIK = 3   /* the fast preview; its framebuffers hold final values */
+} ZvrPluginFamily;
+
 /* ---- creation flags of zvrCreateContext ---------------------------------------------------- */
 #define ZVR_CREATION_FLAGS_ENABLE_GPU0 0x1u
 #define ZVR_CREATION_FLAGS_ENABLE_GPU1 0x2u

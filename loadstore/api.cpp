@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <new>
 #include <set>
 
 #include "engine/ZvrLoadStore.h"
@@ -20,47 +19,20 @@ using namespace zvr::loadstore;
 
 namespace {
 
-// A failure found at the boundary itself: a status and its text.
-struct ApiFailure {
-  ZvrStatus status;
-  std::string text;
+using zvr::core::Failure;
+
+// A core call that failed has already stored its own last-error text, which must stay: it is
+// thrown without a text of its own.
+struct CoreFailure : Failure {
+  explicit CoreFailure(ZvrStatus status) : Failure(status, "") {}
 };
 
-// A core call that failed and has already stored its own last-error text, which must stay.
-struct CoreFailure {
-  ZvrStatus status;
-};
-
-void storeError(ZvrContext context, const std::string& text) {
-  if (context) zvrContextSetLastError(context, text.c_str());
-}
-
-template <typename Body>
+template <class Body>
 ZvrStatus guarded(ZvrContext context, Body&& body) {
-  try {
-    body();
-    return ZVR_SUCCESS;
-  } catch (const ApiFailure& f) {
-    storeError(context, f.text);
-    return f.status;
-  } catch (const CoreFailure& f) {
-    return f.status;
-  } catch (const LoadError& e) {
-    storeError(context, e.what());
-    return ZVR_ERROR_IO;
-  } catch (const CoreCallError& e) {
-    storeError(context, e.what());
-    return e.status();
-  } catch (const std::bad_alloc&) {
-    storeError(context, "out of memory");
-    return ZVR_ERROR_OUT_OF_MEMORY;
-  } catch (const std::exception& e) {
-    storeError(context, std::string("internal failure: ") + e.what());
-    return ZVR_ERROR_INTERNAL;
-  } catch (...) {
-    storeError(context, "internal failure");
-    return ZVR_ERROR_INTERNAL;
-  }
+  const zvr::core::Outcome outcome = zvr::core::runCatching(body);
+  if (outcome.status != ZVR_SUCCESS && !outcome.text.empty() && context)
+    zvrContextSetLastError(context, outcome.text.c_str());
+  return outcome.status;
 }
 
 ZvrStatus traced(ZvrContext context, const TraceLine& line, ZvrStatus status) {
@@ -71,11 +43,11 @@ ZvrStatus traced(ZvrContext context, const TraceLine& line, ZvrStatus status) {
 void expectKind(void* object, ZvrObjectType kind, const char* what) {
   uint32_t type = 0;
   if (!object || zvrObjectGetInfo(object, ZVR_OBJECT_TYPE, sizeof type, &type, nullptr) != ZVR_SUCCESS || type != kind)
-    throw ApiFailure{ZVR_ERROR_INVALID_OBJECT, std::string(what) + " is not a live object of its kind"};
+    throw Failure(ZVR_ERROR_INVALID_OBJECT, std::string(what) + " is not a live object of its kind");
 }
 
 void expectArgument(bool ok, const std::string& text) {
-  if (!ok) throw ApiFailure{ZVR_ERROR_INVALID_ARGUMENT, text};
+  if (!ok) throw Failure(ZVR_ERROR_INVALID_ARGUMENT, text);
 }
 
 struct NamedKey {
@@ -96,15 +68,15 @@ constexpr NamedKey kNamedKeys[] = {
 };
 
 const NamedKey& namedKey(const char* name, bool isFloat) {
-  if (!name) throw ApiFailure{ZVR_ERROR_INVALID_ARGUMENT, "parameter name is null"};
+  if (!name) throw Failure(ZVR_ERROR_INVALID_ARGUMENT, "parameter name is null");
   for (const NamedKey& k : kNamedKeys) {
     if (std::strcmp(k.name, name) != 0) continue;
     if (k.isFloat != isFloat)
-      throw ApiFailure{ZVR_ERROR_INVALID_ARGUMENT,
-                       std::string("parameter \"") + name + "\" takes " + (k.isFloat ? "a float" : "an unsigned integer")};
+      throw Failure(ZVR_ERROR_INVALID_ARGUMENT,
+                    std::string("parameter \"") + name + "\" takes " + (k.isFloat ? "a float" : "an unsigned integer"));
     return k;
   }
-  throw ApiFailure{ZVR_ERROR_UNKNOWN_KEY, std::string("unknown context parameter \"") + name + "\""};
+  throw Failure(ZVR_ERROR_UNKNOWN_KEY, std::string("unknown context parameter \"") + name + "\"");
 }
 
 void passOn(ZvrStatus status) {
@@ -122,7 +94,7 @@ ZvrStatus listHandles(const char* operation, const std::vector<ZvrObject>& (*pic
     status = guarded(nullptr, [&] {
       if (outCount) *outCount = uint32_t(handles.size());
       if (!buffer) return;
-      if (size < handles.size() * sizeof(ZvrObject)) throw ApiFailure{ZVR_ERROR_INVALID_SIZE, "buffer too small"};
+      if (size < handles.size() * sizeof(ZvrObject)) throw Failure(ZVR_ERROR_INVALID_SIZE, "buffer too small");
       if (!handles.empty()) std::memcpy(buffer, handles.data(), handles.size() * sizeof(ZvrObject));
     });
   }
@@ -141,12 +113,12 @@ ZvrStatus parentGroup(const char* operation, ZvrObject object, const char* objec
       bool known = false;
       for (const auto* list : {&last.shapes, &last.lights, &last.cameras})
         for (ZvrObject h : *list) known |= h == object;
-      if (!object || !known) throw ApiFailure{ZVR_ERROR_INVALID_OBJECT, std::string(objectName) + " is not an imported object"};
+      if (!object || !known) throw Failure(ZVR_ERROR_INVALID_OBJECT, std::string(objectName) + " is not an imported object");
       std::string parent;
       ImportState::instance().parentOf(object, &parent);
       if (outSize) *outSize = parent.size() + 1;
       if (!name) return;
-      if (size < parent.size() + 1) throw ApiFailure{ZVR_ERROR_INVALID_SIZE, "name buffer too small"};
+      if (size < parent.size() + 1) throw Failure(ZVR_ERROR_INVALID_SIZE, "name buffer too small");
       std::memcpy(name, parent.c_str(), parent.size() + 1);
     });
   }
@@ -223,7 +195,7 @@ ZVR_API ZvrStatus zvrsImport(const char* path, ZvrContext context, ZvrMaterialSy
     expectArgument(outScene != nullptr, "scene out-parameter is null");
     *outScene = nullptr;  // a failed import hands out no scene
     if (useExistingScene || options)
-      throw ApiFailure{ZVR_ERROR_UNSUPPORTED, "importing into an existing scene or with options is not supported"};
+      throw Failure(ZVR_ERROR_UNSUPPORTED, "importing into an existing scene or with options is not supported");
     const SceneDescription description = readSceneFile(path);
     ImportResult result;
     std::vector<CreatedObject> created;
@@ -328,10 +300,10 @@ ZVR_API ZvrStatus zvrsGetParentGroupFromGroup(const char* group, size_t size, ch
       std::string parent;
       Trs local;
       if (!group || !ImportState::instance().group(group, &parent, &local))
-        throw ApiFailure{ZVR_ERROR_INVALID_ARGUMENT, "no such transform group"};
+        throw Failure(ZVR_ERROR_INVALID_ARGUMENT, "no such transform group");
       if (outSize) *outSize = parent.size() + 1;
       if (!name) return;
-      if (size < parent.size() + 1) throw ApiFailure{ZVR_ERROR_INVALID_SIZE, "name buffer too small"};
+      if (size < parent.size() + 1) throw Failure(ZVR_ERROR_INVALID_SIZE, "name buffer too small");
       std::memcpy(name, parent.c_str(), parent.size() + 1);
     });
   }
@@ -347,9 +319,9 @@ ZVR_API ZvrStatus zvrsGetTransformGroup(const char* group, ZvrsTransformGroupBlo
     status = guarded(nullptr, [&] {
       std::string parent;
       Trs local;
-      if (!outBlock) throw ApiFailure{ZVR_ERROR_INVALID_ARGUMENT, "block is null"};
+      if (!outBlock) throw Failure(ZVR_ERROR_INVALID_ARGUMENT, "block is null");
       if (!group || !ImportState::instance().group(group, &parent, &local))
-        throw ApiFailure{ZVR_ERROR_INVALID_ARGUMENT, "no such transform group"};
+        throw Failure(ZVR_ERROR_INVALID_ARGUMENT, "no such transform group");
       std::memcpy(outBlock->translation, local.translation.data(), sizeof outBlock->translation);
       std::memcpy(outBlock->rotation, local.rotation.data(), sizeof outBlock->rotation);
       std::memcpy(outBlock->scale, local.scale.data(), sizeof outBlock->scale);

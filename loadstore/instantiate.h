@@ -1,10 +1,10 @@
 // Creates the description's objects through the render library's public interface.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "core/failure.h"
 #include "engine/ZvrCore.h"
 #include "loadstore/import_state.h"
 #include "loadstore/scene_description.h"
@@ -12,13 +12,9 @@
 namespace zvr::loadstore {
 
 // A render library call that failed during an import; carries its status.
-class CoreCallError : public std::runtime_error {
+class CoreCallError : public zvr::core::Failure {
  public:
-  CoreCallError(ZvrStatus status, const std::string& text) : std::runtime_error(text), status_(status) {}
-  ZvrStatus status() const { return status_; }
-
- private:
-  ZvrStatus status_;
+  using zvr::core::Failure::Failure;
 };
 
 // Builds a new scene holding every object and makes it the context's scene. On failure every

@@ -36,7 +36,8 @@ void applySkinning(const std::vector<uint32_t>& joints, const std::vector<float>
                    const std::vector<Matrix4>& jointMatrices, Primitive* p) {
   const size_t n = p->vertexCount();
   for (size_t v = 0; v < n; ++v) {
-    Matrix4 s{};
+    Matrix4 s;
+    for (float& e : s) e = 0.f;  // a sum of weighted joint matrices
     float total = 0.f;
     for (int k = 0; k < 4; ++k) {
       const float w = weights[v * 4 + k];

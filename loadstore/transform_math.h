@@ -1,13 +1,14 @@
-// Small matrix helpers in the library layout: 16 floats, column-major, translation in 12, 13, 14.
+// Small helpers on the libraries' matrix (core/matrix4.h: translation in 12, 13, 14).
 #pragma once
 
 #include <array>
 
+#include "core/matrix4.h"
 #include "loadstore/scene_description.h"
 
 namespace zvr::loadstore {
 
-using Matrix4 = std::array<float, 16>;
+using zvr::Matrix4;
 
 Matrix4 identityMatrix();
 Matrix4 matrixFromTrs(const Trs& trs);

@@ -1,5 +1,7 @@
 #include "program/aov_names.h"
 
+namespace zvrs {
+
 namespace {
 
 std::map<std::string, uint32_t> buildAovNameToId() {
@@ -61,3 +63,5 @@ std::set<std::string> buildColorSet() {
 
 const std::map<std::string, uint32_t> aovNameToId = buildAovNameToId();
 const std::set<std::string> colorSet = buildColorSet();
+
+}  // namespace zvrs

@@ -5,6 +5,8 @@
 
 #include <string>
 
+namespace zvrs {
+
 using ConfigDocument = picojson::value;
 
 struct CommandLine {
@@ -12,3 +14,5 @@ struct CommandLine {
   std::string configFile;
   picojson::value override;  // null when none
 };
+
+}  // namespace zvrs

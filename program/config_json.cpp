@@ -11,6 +11,8 @@
 
 #include "program/failure.h"
 
+namespace zvrs {
+
 const char defaultConfigText[] =
     "\t{\t\"plugin\":\"Quillon64.dll\",\t\"width\":1280,\t\"height\":720, \t\"gui\":1,\t\"iterations\":10,"
     "\t\"radianceclamp\":2.0,\t\"animation.time\":0.0,\t\"output\":\"test.png\",\t\"output.json\":\"output.json\","
@@ -55,8 +57,7 @@ std::string describeInfiniteNumber(const std::vector<char>& buffer) {
 
 }  // namespace
 
-ConfigDocument parseJsonText(const std::vector<char>& buffer) {
-  ConfigDocument document;
+std::string parseJsonDocument(const std::vector<char>& buffer, ConfigDocument& document) {
   std::string error;
   // picojson composes the "syntax error at line %d near: " text with the rest of the line itself.
   try {
@@ -64,6 +65,12 @@ ConfigDocument parseJsonText(const std::vector<char>& buffer) {
   } catch (const std::overflow_error&) {
     error = describeInfiniteNumber(buffer);
   }
+  return error;
+}
+
+ConfigDocument parseJsonText(const std::vector<char>& buffer) {
+  ConfigDocument document;
+  const std::string error = parseJsonDocument(buffer, document);
   if (!error.empty()) FATAL_ERROR(10005, error.c_str());
   return document;
 }
@@ -132,3 +139,5 @@ std::vector<std::string> readOutputList(const ConfigDocument& document, const st
   }
   return names;
 }
+
+}  // namespace zvrs

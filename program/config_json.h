@@ -8,9 +8,13 @@
 
 #include "program/config_document.h"
 
+namespace zvrs {
+
 // Used when no configuration file is named; one line, tabs as separators.
 extern const char defaultConfigText[];
 
+// Parses the whole buffer into `document`; answers the syntax error's text, empty on success.
+std::string parseJsonDocument(const std::vector<char>& buffer, ConfigDocument& document);
 // Parses the whole buffer; a syntax error ends the process with 10005 and the line reached.
 ConfigDocument parseJsonText(const std::vector<char>& buffer);
 ConfigDocument parseJsonString(const char* text, size_t length);
@@ -23,3 +27,5 @@ void mergeOverride(const picojson::value& override, picojson::value& target);
 std::string valueToText(const picojson::value& value);
 // A string gives one name, an array its string elements, anything else nothing.
 std::vector<std::string> readOutputList(const ConfigDocument& document, const std::string& key);
+
+}  // namespace zvrs

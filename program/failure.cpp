@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <vector>
 
+namespace zvrs {
+
 namespace {
 
 void printReport(int64_t code, const char* text, const char* file, int line) {
@@ -47,3 +49,5 @@ void fatalError(int code, const char* message, int line, const char* file) {
 }
 
 void reportError(int code, const char* message, int line, const char* file) { printReport(code, message, file, line); }
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 
 #include "engine/ZvrCore.h"
 
+namespace zvrs {
+
 enum ErrorSeverity : int32_t { Warning = 0, Critical = 1 };
 
 // Reports a non-zero library status with the context's last-error text behind `message`.
@@ -23,13 +25,15 @@ void reportError(int code, const char* message, int line, const char* file);
 
 // Call-site forms, so that the report names the failing statement's file and line.
 #define CHECK_STATUS(status, context, message, severity) \
-  checkStatus(__LINE__, __FILE__, (status), (context), (message), (severity))
-#define FATAL_ERROR(code, message) fatalError((code), (message), __LINE__, __FILE__)
-#define REPORT_FAILURE(status, context, message) reportFailure(__LINE__, __FILE__, (status), (context), (message))
-#define REPORT_ERROR(code, message) reportError((code), (message), __LINE__, __FILE__)
+  ::zvrs::checkStatus(__LINE__, __FILE__, (status), (context), (message), (severity))
+#define FATAL_ERROR(code, message) ::zvrs::fatalError((code), (message), __LINE__, __FILE__)
+#define REPORT_FAILURE(status, context, message) ::zvrs::reportFailure(__LINE__, __FILE__, (status), (context), (message))
+#define REPORT_ERROR(code, message) ::zvrs::reportError((code), (message), __LINE__, __FILE__)
 // Reports a failed call and returns its status from the enclosing function.
 #define RETURN_ON_FAILURE(call, context, message)                             \
   do {                                                                       \
     const ZvrStatus failedStatus = (call);                                   \
     if (REPORT_FAILURE(failedStatus, (context), (message))) return failedStatus; \
   } while (0)
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 
+namespace zvrs {
+
 struct FramebufferFormat {
   uint32_t numComponents = 4;
   uint32_t componentType = 3;
@@ -84,3 +86,5 @@ struct RenderSettings {
   std::string postOcioDisplay;
   std::string postOcioView;
 };
+
+}  // namespace zvrs

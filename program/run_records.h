@@ -7,6 +7,8 @@
 
 #include "engine/ZvrCore.h"
 
+namespace zvrs {
+
 struct RenderSettings;
 
 // Handed to the library's progress callback; only the batch loop writes offset and scale.
@@ -40,3 +42,5 @@ struct PostEffectEntry {
 // Reads the monotonic high-resolution counter and its ticks per second.
 int64_t readHighResolutionCounter();
 int64_t highResolutionCounterFrequency();
+
+}  // namespace zvrs

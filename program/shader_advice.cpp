@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+namespace zvrs {
+
 void printShaderCompilationAdvice() {
   std::printf("\n\n============= ZVR_ERROR_SHADER_COMPILATION =============\n");
   std::printf("ERROR: render can't run because precompiled kernels are not found.\n");
@@ -17,3 +19,5 @@ void printShaderCompilationAdvice() {
   std::printf("\n\n");
   std::fflush(stdout);
 }
+
+}  // namespace zvrs

@@ -1,17 +1,19 @@
 #include "render/batch_render.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <map>
 #include <string>
 
+#include "engine/ZvrCore.h"
 #include "program/aov_names.h"
 #include "program/failure.h"
-#include "program/plugin_kind.h"
+#include "program/lower_case.h"
 #include "program/shader_advice.h"
 #include "render/output_elements.h"
 #include "render/save_image.h"
+
+namespace zvrs {
 
 namespace {
 
@@ -45,7 +47,7 @@ ZvrStatus renderIterations(ZvrContext context, const RenderSettings& settings, P
 }
 
 bool isDorrik(const std::vector<int32_t>& pluginKinds) {
-  return !pluginKinds.empty() && pluginKinds[0] == PluginKindDorrik;
+  return !pluginKinds.empty() && pluginKinds[0] == ZVR_PLUGIN_FAMILY_DORRIK;
 }
 
 uint32_t resolveFlag(const std::string& name) { return colorSet.count(name) != 0 ? 0u : 1u; }
@@ -67,7 +69,7 @@ ZvrStatus saveSingleFiles(const std::vector<int32_t>& pluginKinds, ZvrContext co
       }
       // The preview family's framebuffers already hold final values, so the raw one is saved.
       ZvrFrameBuffer source = isDorrik(pluginKinds) ? element.framebuffer : shared;
-      RETURN_ON_FAILURE(SaveOutputImage(context, settings, source, file.c_str(), isColor), context, "ZVR framebuffer saving failed.");
+      RETURN_ON_FAILURE(saveOutputImage(context, settings, source, file.c_str(), isColor), context, "ZVR framebuffer saving failed.");
     }
   }
   RETURN_ON_FAILURE(zvrObjectDelete(shared), context, "ZVR framebuffer deletion failed.");
@@ -84,9 +86,7 @@ const std::map<uint32_t, std::string>& cryptoLayerNames() {
 
 bool hasExrExtension(const std::string& file) {
   if (file.size() < 4) return false;
-  std::string extension = file.substr(file.size() - 4);
-  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return extension == ".exr";
+  return lowerCase(file.substr(file.size() - 4)) == ".exr";
 }
 
 ZvrStatus saveMultilayer(const std::vector<int32_t>& pluginKinds, ZvrContext context, const RenderSettings& settings,
@@ -178,3 +178,5 @@ ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDoc
   if (rendered != ZVR_SUCCESS) return rendered;
   return saveRenderedElements(pluginKinds, document, context, settings, elements);
 }
+
+}  // namespace zvrs

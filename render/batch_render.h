@@ -10,6 +10,8 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 // A critical failure is reported and returned at once; the caller stops the run.
 // The two halves of renderBatches, also used on their own by the farm's shards (render only) and
 // merges (save only, from summed shards).
@@ -21,3 +23,5 @@ ZvrStatus saveRenderedElements(const std::vector<int32_t>& pluginKinds, const Co
 ZvrStatus renderBatches(const std::vector<int32_t>& pluginKinds, const ConfigDocument& document, ZvrContext context,
                         const RenderSettings& settings, std::vector<OutputElement>& elements, ProgressRecord& progress,
                         TimingRecord& timing);
+
+}  // namespace zvrs

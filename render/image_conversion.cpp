@@ -2,6 +2,8 @@
 
 #include "program/render_settings.h"
 
+namespace zvrs {
+
 std::vector<uint8_t> convertPixels(const float* rgba, uint32_t pixelCount, const PlainPipeline& plain,
                                    const OCIO_NAMESPACE::ConstCPUProcessorRcPtr& processor) {
   std::vector<uint8_t> bytes(static_cast<size_t>(pixelCount) * 3, 0);
@@ -23,3 +25,5 @@ std::vector<uint8_t> convertPixelsForSettings(const float* rgba, uint32_t pixelC
   if (settings.postOcioEnable == 1) processor = buildOcioProcessor(ocioConfigPath, settings, gamma);
   return convertPixels(rgba, pixelCount, makePlainPipeline(settings, gamma), processor);
 }
+
+}  // namespace zvrs

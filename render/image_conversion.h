@@ -8,6 +8,8 @@
 #include "render/ocio_display.h"
 #include "render/pixel_pipeline.h"
 
+namespace zvrs {
+
 // `rgba` holds `pixelCount` pixels of 4 floats; alpha is ignored. With a processor the plain
 // pipeline does not run, since exposure and gamma are inside the processor.
 std::vector<uint8_t> convertPixels(const float* rgba, uint32_t pixelCount, const PlainPipeline& plain,
@@ -17,3 +19,5 @@ std::vector<uint8_t> convertPixels(const float* rgba, uint32_t pixelCount, const
 // `gamma` is the already parsed postGammaCorrection.
 std::vector<uint8_t> convertPixelsForSettings(const float* rgba, uint32_t pixelCount, const RenderSettings& settings,
                                               float gamma, const std::string& ocioConfigPath);
+
+}  // namespace zvrs

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace zvrs {
+
 void indexColorHash(uint32_t index, uint32_t& first, uint32_t& second) {
   const uint32_t delta = 0x9E3779B9u;
   const uint32_t key[4] = {0xA341316Cu, 0xC8013EA4u, 0xAD90777Du, 0x7E95761Eu};
@@ -33,3 +35,5 @@ std::vector<float> makeIndexColorTable() {
   }
   return table;
 }
+
+}  // namespace zvrs

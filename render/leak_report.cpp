@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <vector>
 
+namespace zvrs {
+
 namespace {
 
 const char* kindWord(ZvrContextInfo key) {
@@ -43,3 +45,5 @@ void reportContextLeaks(ZvrContext context) {
   }
   if (!survivors.empty()) std::printf("Warning : this context has some leak\n");
 }
+
+}  // namespace zvrs

@@ -3,4 +3,8 @@
 
 #include "engine/ZvrCore.h"
 
+namespace zvrs {
+
 void reportContextLeaks(ZvrContext context);
+
+}  // namespace zvrs

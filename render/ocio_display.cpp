@@ -4,6 +4,8 @@
 
 #include "program/render_settings.h"
 
+namespace zvrs {
+
 namespace OCIO = OCIO_NAMESPACE;
 
 OCIO::ConstCPUProcessorRcPtr buildOcioProcessor(const std::string& configPath, const RenderSettings& settings,
@@ -48,3 +50,5 @@ OCIO::ConstCPUProcessorRcPtr buildOcioProcessor(const std::string& configPath, c
     return OCIO::ConstCPUProcessorRcPtr();
   }
 }
+
+}  // namespace zvrs

@@ -5,9 +5,13 @@
 
 #include <string>
 
+namespace zvrs {
+
 struct RenderSettings;
 
 // Display view of `settings` with exposure as linear grade and, for a non-zero gamma, an exponent
 // as display grade. Any OpenColorIO failure yields an empty pointer, never an exception.
 OCIO_NAMESPACE::ConstCPUProcessorRcPtr buildOcioProcessor(const std::string& configPath,
                                                           const RenderSettings& settings, float gamma);
+
+}  // namespace zvrs

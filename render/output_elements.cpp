@@ -6,6 +6,8 @@
 #include "program/failure.h"
 #include "render/index_colors.h"
 
+namespace zvrs {
+
 namespace {
 
 const uint32_t kDeepColorId = 64;
@@ -99,3 +101,5 @@ void setIndicesLookup(ZvrContext context) {
   const std::vector<float> table = makeIndexColorTable();
   zvrContextSetAOVindicesLookup(context, 0, 65536, table.data());
 }
+
+}  // namespace zvrs

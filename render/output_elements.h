@@ -8,6 +8,8 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 // Creates and clears a framebuffer. Like every step here, a failure is reported and returned, and
 // the caller stops the run.
 ZvrStatus createFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc,
@@ -17,3 +19,5 @@ ZvrStatus createOutputElements(const ConfigDocument& document, ZvrContext contex
                                std::vector<OutputElement>& elements);
 // Installs the colour table of the id AOVs.
 void setIndicesLookup(ZvrContext context);
+
+}  // namespace zvrs

@@ -10,6 +10,8 @@
 
 #include "program/render_settings.h"
 
+namespace zvrs {
+
 namespace {
 
 float clamp01(float x) { return 0.0f > x ? 0.0f : (1.0f < x ? 1.0f : x); }
@@ -71,3 +73,5 @@ uint8_t quantiseChannel(float x) {
   if (0.0f > asFloat) return 0;
   return static_cast<uint8_t>(std::min(255.0f, asFloat));
 }
+
+}  // namespace zvrs

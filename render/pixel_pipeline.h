@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+namespace zvrs {
+
 struct RenderSettings;
 
 // True when any post-processing setting differs from neutral; only then may an image take the
@@ -31,3 +33,5 @@ void applyPlainPipeline(const PlainPipeline& pipeline, float rgb[3]);
 
 // Truncation to 8 bits; values whose x*255 does not fit a 32-bit integer (inf, NaN) become 0.
 uint8_t quantiseChannel(float x);
+
+}  // namespace zvrs

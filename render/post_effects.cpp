@@ -5,6 +5,8 @@
 
 #include "program/failure.h"
 
+namespace zvrs {
+
 uint32_t readPostEffectType(ZvrPostEffect effect, ZvrStatus& status) {
   size_t size = 0;
   status = zvrPostEffectGetInfo(effect, ZVR_POST_EFFECT_TYPE, 0, nullptr, &size);
@@ -67,3 +69,5 @@ ZvrStatus setupPostEffects(const ConfigDocument& /*document*/, ZvrContext contex
   if (toneOrGamma || !settings.gammaGiven) return ZVR_SUCCESS;
   return addOwnedEffect(context, ZVR_POST_EFFECT_GAMMA_CORRECTION, effects);
 }
+
+}  // namespace zvrs

@@ -9,6 +9,8 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 // Lists the attached effects into `effects` and adds the missing ones; a failure is reported and
 // returned, and the caller stops the run.
 ZvrStatus setupPostEffects(const ConfigDocument& document, ZvrContext context, const RenderSettings& settings,
@@ -18,3 +20,5 @@ ZvrStatus setupPostEffects(const ConfigDocument& document, ZvrContext context, c
 uint32_t readPostEffectType(ZvrPostEffect effect, ZvrStatus& status);
 // The name a post effect type is listed under, or null for a type without one.
 const char* postEffectTypeName(uint32_t type);
+
+}  // namespace zvrs

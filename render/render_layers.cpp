@@ -2,6 +2,8 @@
 
 #include "program/failure.h"
 
+namespace zvrs {
+
 ZvrStatus applyRenderLayers(const ConfigDocument& document, ZvrContext context) {
   const picojson::value& layers = document.get("layers");
   if (layers.is<picojson::null>()) return ZVR_SUCCESS;
@@ -18,3 +20,5 @@ ZvrStatus applyRenderLayers(const ConfigDocument& document, ZvrContext context) 
   }
   return ZVR_SUCCESS;
 }
+
+}  // namespace zvrs

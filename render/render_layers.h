@@ -4,5 +4,9 @@
 #include "engine/ZvrCore.h"
 #include "program/config_document.h"
 
+namespace zvrs {
+
 // A refused layer is reported and returned; the caller stops the run.
 ZvrStatus applyRenderLayers(const ConfigDocument& document, ZvrContext context);
+
+}  // namespace zvrs

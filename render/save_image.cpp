@@ -6,6 +6,8 @@
 #include "render/image_conversion.h"
 #include "render/png_writer.h"
 
+namespace zvrs {
+
 namespace {
 
 // The context's OpenColorIO configuration when the settings name none; the status is kept so the
@@ -24,7 +26,7 @@ std::string ocioConfigPath(ZvrContext context, const RenderSettings& settings, Z
 
 }  // namespace
 
-ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
+ZvrStatus saveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
                           const char* path, bool isColor) {
   if (!isColor || !wantsPostProcessing(settings)) return zvrFrameBufferSaveToFile(framebuffer, path);
 
@@ -46,3 +48,5 @@ ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, Zv
   writePngRgb8(path, size[0], size[1], bytes.data());
   return status;
 }
+
+}  // namespace zvrs

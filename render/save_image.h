@@ -5,5 +5,9 @@
 #include "engine/ZvrCore.h"
 #include "program/render_settings.h"
 
-ZvrStatus SaveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
+namespace zvrs {
+
+ZvrStatus saveOutputImage(ZvrContext context, const RenderSettings& settings, ZvrFrameBuffer framebuffer,
                           const char* path, bool isColor);
+
+}  // namespace zvrs

@@ -5,6 +5,8 @@
 
 #include "render/post_effects.h"
 
+namespace zvrs {
+
 namespace {
 
 std::string nameList(const std::vector<std::string>& names) {
@@ -113,3 +115,5 @@ void writeStatistics(const std::string& sceneFile, const ConfigDocument& documen
   std::fprintf(file, "}\n");
   std::fclose(file);
 }
+
+}  // namespace zvrs

@@ -9,7 +9,11 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 void writeStatistics(const std::string& sceneFile, const ConfigDocument& document, ZvrContext context,
                      const RenderSettings& settings, const std::vector<std::string>& outputs,
                      const std::vector<OutputElement>& elements, const std::vector<PostEffectEntry>& postEffects,
                      const TimingRecord& timing, float firstIteration);
+
+}  // namespace zvrs

@@ -10,6 +10,7 @@ packages=(
   libopencolorio-dev picojson-dev libstb-dev
   libglfw3-dev libglew-dev libimgui-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
+  clang libclang-rt-14-dev
   xvfb xauth libgl1-mesa-dri libx11-dev libxtst-dev
   slurm-wlm munge
 )

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything twice, normally in build/ and with address and undefined-behaviour sanitizers
 # in build-asan/, and runs the whole test suite in each; then builds only the render concurrency
-# test with the thread sanitizer in build-tsan/ and runs it. Exits non-zero when a build or a test
-# fails.
+# test with the thread sanitizer in build-tsan/ and runs it, and last the fuzz targets for a short
+# time in build-fuzz/. Exits non-zero when a build, a test or a fuzz target fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -46,8 +46,15 @@ if ! (cd build-tsan && ctest -j1 --output-on-failure --no-tests=error -R '^(Fami
   failed=1
 fi
 
+# Every fuzz target replays its regression inputs and then fuzzes for a short fixed time; long runs
+# are `bash scripts/fuzz.sh SECONDS` by hand.
+echo "== building the fuzz targets with clang in build-fuzz/ and running each for 30 s"
+if ! bash scripts/fuzz.sh 30; then
+  failed=1
+fi
+
 if [ "$failed" -ne 0 ]; then
   echo "== some tests failed (see the summaries above)"
   exit 1
 fi
-echo "== all tests passed in build/ and build-asan/, and the concurrency test in build-tsan/"
+echo "== all tests passed in build/ and build-asan/, the concurrency test in build-tsan/, no fuzz target crashed"

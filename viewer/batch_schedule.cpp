@@ -1,5 +1,7 @@
 #include "viewer/batch_schedule.h"
 
+namespace zvrs {
+
 uint32_t firstFramesValue(int32_t stopAtIterations) { return stopAtIterations < 1 ? 2u : 0u; }
 
 bool reachesStop(const BatchCounters& counters, int32_t stopAtIterations) {
@@ -16,3 +18,5 @@ void countBatch(BatchCounters& counters, const BatchCounters& atHead, uint32_t b
   counters.totalIterations = atHead.totalIterations + static_cast<int32_t>(batchIterations);
   counters.frameCount = atHead.frameCount + 1;
 }
+
+}  // namespace zvrs

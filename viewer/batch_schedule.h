@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+namespace zvrs {
+
 struct BatchCounters {
   int32_t frameCount = 0;       // batches since the last restart
   int32_t totalIterations = 0;  // iterations asked since the window opened; restarts keep it
@@ -22,3 +24,5 @@ bool reachesStop(const BatchCounters& counters, int32_t stopAtIterations);
 BatchChoice chooseBatch(bool cameraMoved, int32_t frameCount, uint32_t batchSize, uint32_t firstFrames);
 // Counts a finished batch from the values remembered at its head; nothing counts once finished.
 void countBatch(BatchCounters& counters, const BatchCounters& atHead, uint32_t batchIterations);
+
+}  // namespace zvrs

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace zvrs {
+
 namespace {
 
 ViewerState* navigationTarget = nullptr;
@@ -155,3 +157,5 @@ Vector4 rotateVector(const Vector4& vector, const Quaternion& q) {
   const Quaternion rotated = hamilton(hamilton(q, {vector[0], vector[1], vector[2], 0.0f}), inverse);
   return {rotated[0], rotated[1], rotated[2], 0.0f};
 }
+
+}  // namespace zvrs

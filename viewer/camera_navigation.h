@@ -8,6 +8,8 @@
 
 struct GLFWwindow;
 
+namespace zvrs {
+
 using Quaternion = std::array<float, 4>;
 using Vector4 = std::array<float, 4>;
 
@@ -30,3 +32,5 @@ bool turnCameraByDrag(ViewerState& state, const DragInput& drag);
 
 Quaternion rotationQuaternion(const Vector4& axis, float angle);
 Vector4 rotateVector(const Vector4& vector, const Quaternion& q);
+
+}  // namespace zvrs

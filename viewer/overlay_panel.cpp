@@ -6,6 +6,8 @@
 
 #include "engine/ZvrLoadStore.h"
 
+namespace zvrs {
+
 namespace {
 
 constexpr size_t kTextSize = 256;
@@ -90,3 +92,5 @@ bool drawPanel(PanelState& panel, const PanelFigures& figures, ViewerState& view
   ImGui::End();
   return cameraMoved;
 }
+
+}  // namespace zvrs

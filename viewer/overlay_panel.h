@@ -11,6 +11,8 @@
 #include "viewer/camera_navigation.h"
 #include "viewer/viewer_state.h"
 
+namespace zvrs {
+
 // What the panel edits; the depth fields start at 0 and are not read from the engine.
 struct PanelState {
   std::vector<ZvrShape> shapes;
@@ -40,3 +42,5 @@ void listShapes(PanelState& panel);
 // changed in this frame.
 bool drawPanel(PanelState& panel, const PanelFigures& figures, ViewerState& viewer, RenderExchange& exchange,
                ZvrContext context);
+
+}  // namespace zvrs

@@ -2,6 +2,8 @@
 
 #include "program/shader_advice.h"
 
+namespace zvrs {
+
 void renderJobBody(const RenderJob& job) {
   if (!job.skipRender) {
     if (zvrContextRender(job.context) == ZVR_ERROR_SHADER_COMPILATION) printShaderCompilationAdvice();
@@ -18,3 +20,5 @@ void renderUpdateCallback(float progress, void* data) {
   exchange->progress = progress;
   exchange->updated = 1;
 }
+
+}  // namespace zvrs

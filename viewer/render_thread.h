@@ -6,6 +6,8 @@
 #include "engine/ZvrCore.h"
 #include "viewer/viewer_state.h"
 
+namespace zvrs {
+
 struct RenderJob {
   bool skipRender = false;
   RenderExchange* exchange = nullptr;
@@ -21,3 +23,5 @@ std::thread startRenderThread(const RenderJob& job);
 
 // The library's progress callback while the viewer runs: stores the value and flags new pixels.
 void renderUpdateCallback(float progress, void* exchange);
+
+}  // namespace zvrs

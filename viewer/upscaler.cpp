@@ -6,6 +6,8 @@
 #include "upscale_shader_source.h"  // generated from shaders/upscale.comp
 #include "viewer/upscaler_constants.h"
 
+namespace zvrs {
+
 namespace {
 
 constexpr char kDefinesMarker[] = "#______DEFINES______";
@@ -180,3 +182,5 @@ void upscalerRelease(UpscalerState& state) {
   deleteIfSet(state.tovuConstants, [](GLuint& name) { glDeleteBuffers(1, &name); });
   deleteIfSet(state.naltConstants, [](GLuint& name) { glDeleteBuffers(1, &name); });
 }
+
+}  // namespace zvrs

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <string>
 
+namespace zvrs {
+
 struct UpscalerState {
   GLuint tovuProgram = 0;       // edge-adaptive scaling
   GLuint naltProgram = 0;       // sharpening
@@ -46,3 +48,5 @@ void upscalerRender(UpscalerState& state, int width, int height, int outputWidth
 
 // Deletes every name that is not 0 and zeroes it; safe on a record never initialised.
 void upscalerRelease(UpscalerState& state);
+
+}  // namespace zvrs

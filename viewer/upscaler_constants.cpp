@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstring>
 
+namespace zvrs {
+
 namespace {
 
 uint32_t floatBits(float value) {
@@ -93,3 +95,5 @@ UpscalerConstantBlock naltConstantBlock(float sharpness) {
 }
 
 int upscalerGroupCount(int outputSide) { return (outputSide + kUpscalerTileSide - 1) / kUpscalerTileSide; }
+
+}  // namespace zvrs

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdint>
 
+namespace zvrs {
+
 // One block of std140 constants as the shader reads it: four uvec4, each word a float's bits.
 using UpscalerConstantBlock = std::array<uint32_t, 16>;
 
@@ -26,3 +28,5 @@ uint16_t floatToHalfTruncating(float value);
 
 // Work groups needed to cover an output side with whole tiles.
 int upscalerGroupCount(int outputSide);
+
+}  // namespace zvrs

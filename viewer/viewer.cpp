@@ -10,12 +10,14 @@
 #include <cstdio>
 #include <thread>
 
+#include "engine/ZvrCore.h"
 #include "viewer/batch_schedule.h"
 #include "viewer/camera_navigation.h"
 #include "viewer/overlay_panel.h"
-#include "program/plugin_kind.h"
 #include "viewer/render_thread.h"
 #include "viewer/upscaler.h"
+
+namespace zvrs {
 
 namespace {
 
@@ -118,8 +120,8 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
     upscalerInit(upscaler, static_cast<int>(settings.width), static_cast<int>(settings.height), windowWidth,
                  windowHeight, settings.vskNaltEnable != 0, settings.vskNaltAttenuation);
 
-  const int32_t pluginKind = pluginKinds.empty() ? PluginKindNone : pluginKinds[0];
-  const bool needsResolve = pluginKind == PluginKindVelder || pluginKind == PluginKindQuillon;
+  const int32_t pluginKind = pluginKinds.empty() ? ZVR_PLUGIN_FAMILY_NONE : pluginKinds[0];
+  const bool needsResolve = pluginKind == ZVR_PLUGIN_FAMILY_VELDER || pluginKind == ZVR_PLUGIN_FAMILY_QUILLON;
   const uint32_t firstFrames = firstFramesValue(settings.guiStopAtIterations);
   ZvrCamera camera = nullptr;
   zvrSceneGetCamera(scene, &camera);
@@ -155,7 +157,7 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
     // Velder and Dorrik wait out every batch; Quillon keeps drawing during it, except right after a
     // camera move, so that a moving camera gets one picture per frame.
     bool joined = false;
-    if (pluginKind != PluginKindQuillon || cameraMoved) {
+    if (pluginKind != ZVR_PLUGIN_FAMILY_QUILLON || cameraMoved) {
       renderThread.join();
       joined = true;
     }
@@ -164,7 +166,7 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
 
     do {
       glClear(GL_COLOR_BUFFER_BIT);
-      if (exchange.updated == 0 && exchange.renderDone == 0 && pluginKind == PluginKindQuillon) {
+      if (exchange.updated == 0 && exchange.renderDone == 0 && pluginKind == ZVR_PLUGIN_FAMILY_QUILLON) {
         std::this_thread::sleep_for(kIdleSleep);
       } else {
         readBack(context, viewer, needsResolve, pixels);
@@ -213,3 +215,5 @@ ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginK
   setNavigationTarget(nullptr);
   return {};
 }
+
+}  // namespace zvrs

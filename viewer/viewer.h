@@ -12,6 +12,8 @@
 #include "program/run_records.h"
 #include "viewer/viewer_state.h"
 
+namespace zvrs {
+
 struct ViewerResult {
   int32_t status = 0;  // 0 when the window was closed, -1 when none could be opened
   std::string reason;  // why no window could be opened
@@ -24,3 +26,5 @@ void viewerInit(ViewerState& viewer);
 ViewerResult viewerMain(ViewerState& viewer, const std::vector<int32_t>& pluginKinds, const ConfigDocument& document,
                         ZvrContext context, ZvrScene scene, const RenderSettings& settings,
                         std::vector<OutputElement>& elements, TimingRecord& timing);
+
+}  // namespace zvrs

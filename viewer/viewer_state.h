@@ -7,6 +7,8 @@
 
 #include "engine/ZvrCore.h"
 
+namespace zvrs {
+
 struct ViewerState {
   ZvrFrameBuffer resolvedFramebuffer = nullptr;  // the viewer's own; the driver deletes it
   ZvrFrameBuffer colorFramebuffer = nullptr;     // borrowed from the "color" output element
@@ -28,3 +30,5 @@ struct RenderExchange {
   std::atomic<uint32_t> cameraChanged{0};
   std::atomic<float> progress{0.0f};
 };
+
+}  // namespace zvrs

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <sstream>
 
+namespace zvrs {
+
 bool writeFileAtomically(const std::string& path, const std::string& text) {
   const std::string temporary = path + ".tmp" + std::to_string(::getpid());
   {
@@ -106,3 +108,5 @@ CommandResult runCommand(const std::vector<std::string>& arguments) {
   if (result.exitCode == 127) result.exitCode = -1;
   return result;
 }
+
+}  // namespace zvrs

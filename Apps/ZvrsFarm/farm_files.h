@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace zvrs {
+
 // Writes to a temporary name in the same folder and renames; false when that failed.
 bool writeFileAtomically(const std::string& path, const std::string& text);
 bool readTextFile(const std::string& path, std::string& text);
@@ -23,3 +25,5 @@ struct CommandResult {
 };
 // Runs a program found on PATH with these arguments (no shell), standard error passed through.
 CommandResult runCommand(const std::vector<std::string>& arguments);
+
+}  // namespace zvrs

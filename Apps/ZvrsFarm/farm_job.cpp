@@ -9,6 +9,8 @@
 #include "Apps/ZvrsFarm/farm_files.h"
 #include "program/config_json.h"
 
+namespace zvrs {
+
 namespace {
 
 bool parseInt(const std::string& text, int32_t& value) {
@@ -136,3 +138,5 @@ ConfigDocument frameDocument(const FarmJob& job, int32_t frame) {
   mergeOverride(picojson::value(farm), document);
   return document;
 }
+
+}  // namespace zvrs

@@ -10,6 +10,8 @@
 
 #include "program/config_document.h"
 
+namespace zvrs {
+
 struct FarmJob {
   std::string folder;          // absolute
   std::string sceneFile;       // absolute
@@ -57,3 +59,5 @@ bool loadJob(const std::string& jobFolder, FarmJob& job, std::string& error);
 // The configuration a frame renders with: the file, the user's override, the frame's time and
 // "gui":0, merged as zvrsRender64 merges an override (printing each changed key).
 ConfigDocument frameDocument(const FarmJob& job, int32_t frame);
+
+}  // namespace zvrs

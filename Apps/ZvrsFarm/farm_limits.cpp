@@ -3,10 +3,12 @@
 #include "Apps/ZvrsRender/plugin_context.h"
 #include "program/config_json.h"
 
+namespace zvrs {
+
 std::string farmRefusal(const ConfigDocument& document) {
   if (document.contains("plugin")) {
     const std::string name = valueToText(document.get("plugin"));
-    if (pluginKindOf(pluginFileFor(name)) == PluginKindDorrik)
+    if (pluginKindOf(pluginFileFor(name)) == ZVR_PLUGIN_FAMILY_DORRIK)
       return "the plug-in \"" + name +
              "\" keeps running averages, which shards cannot be summed into exactly; use Velder64.dll or Quillon64.dll";
   }
@@ -19,3 +21,5 @@ std::string farmRefusal(const ConfigDocument& document) {
   }
   return std::string();
 }
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 
 #include "Apps/ZvrsFarm/farm_files.h"
 
+namespace zvrs {
+
 namespace {
 
 // The running marker of a local task names its process; a process that is gone was killed.
@@ -78,3 +80,5 @@ int printStatus(const FarmJob& job) {
   else std::printf("not merged yet\n");
   return 0;
 }
+
+}  // namespace zvrs

@@ -8,6 +8,8 @@
 
 #include "Apps/ZvrsFarm/farm_job.h"
 
+namespace zvrs {
+
 struct TaskCounts {
   uint32_t pending = 0, running = 0, done = 0, failed = 0;
 };
@@ -16,3 +18,5 @@ struct TaskCounts {
 TaskCounts countTasks(const FarmJob& job, const std::map<uint32_t, std::string>& queued, bool submittedToSlurm);
 // The process's exit code: 0 when the job could be read.
 int printStatus(const FarmJob& job);
+
+}  // namespace zvrs

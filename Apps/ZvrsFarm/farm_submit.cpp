@@ -11,6 +11,8 @@
 #include "Apps/ZvrsFarm/local_runner.h"
 #include "program/config_json.h"
 
+namespace zvrs {
+
 namespace {
 
 bool parseCount(const std::string& text, uint32_t minimum, uint32_t& value) {
@@ -196,3 +198,5 @@ int submitJob(SubmitOptions& options) {
   std::printf("zvrsFarm submit: Slurm job array %s, merge job %s\n", arrayId.c_str(), mergeId.c_str());
   return 0;
 }
+
+}  // namespace zvrs

@@ -9,6 +9,8 @@
 
 #include "Apps/ZvrsFarm/farm_job.h"
 
+namespace zvrs {
+
 struct SubmitOptions {
   FarmJob job;
   bool local = false;
@@ -21,3 +23,5 @@ bool parseSubmitArguments(const std::vector<std::string>& arguments, SubmitOptio
 std::string jobScript(const FarmJob& job, const std::string& farmProgram);
 // The process's exit code.
 int submitJob(SubmitOptions& options);
+
+}  // namespace zvrs

@@ -10,6 +10,8 @@
 #include "Apps/ZvrsFarm/farm_files.h"
 #include "Apps/ZvrsFarm/shard_merge.h"
 
+namespace zvrs {
+
 namespace {
 
 // Runs one task as a child process with its output appended to `log`; answers its exit code.
@@ -59,3 +61,4 @@ int runLocally(const FarmJob& job) {
   return runMerge(job);
 }
 
+}  // namespace zvrs

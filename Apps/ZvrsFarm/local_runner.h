@@ -4,5 +4,9 @@
 
 #include "Apps/ZvrsFarm/farm_job.h"
 
+namespace zvrs {
+
 // The process's exit code: 0 when every task and the merge succeeded.
 int runLocally(const FarmJob& job);
+
+}  // namespace zvrs

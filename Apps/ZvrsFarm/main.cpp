@@ -12,6 +12,8 @@
 #include "Apps/ZvrsFarm/shard_merge.h"
 #include "Apps/ZvrsFarm/shard_task.h"
 
+namespace zvrs {
+
 namespace {
 
 const char kUsage[] =
@@ -47,7 +49,10 @@ int usageError(const std::string& message) {
 
 }  // namespace
 
+}  // namespace zvrs
+
 int main(int argc, char** argv) {
+  using namespace zvrs;
   if (argc < 2 || std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
     std::printf("%s", kUsage);
     return argc < 2 ? 2 : 0;

@@ -13,6 +13,8 @@
 #include "render/batch_render.h"
 #include "render/statistics.h"
 
+namespace zvrs {
+
 namespace {
 
 struct ShardManifest {
@@ -147,3 +149,5 @@ int runMerge(const FarmJob& job) {
   writeFileAtomically(job.folder + "/merged", std::to_string(job.frames.size()) + " frames\n");
   return 0;
 }
+
+}  // namespace zvrs

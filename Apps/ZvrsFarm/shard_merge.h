@@ -6,5 +6,9 @@
 
 #include "Apps/ZvrsFarm/farm_job.h"
 
+namespace zvrs {
+
 // The process's exit code: 0 merged, 1 refused or failed (reported on standard error).
 int runMerge(const FarmJob& job);
+
+}  // namespace zvrs

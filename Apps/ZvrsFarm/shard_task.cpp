@@ -12,6 +12,8 @@
 #include "program/failure.h"
 #include "render/batch_render.h"
 
+namespace zvrs {
+
 namespace {
 
 std::string hostName() {
@@ -107,3 +109,5 @@ int runShardTask(const FarmJob& job, uint32_t task) {
   std::printf("zvrsFarm task %u: done in %.0f ms of rendering\n", task, milliseconds(timing));
   return 0;
 }
+
+}  // namespace zvrs

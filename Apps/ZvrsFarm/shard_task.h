@@ -7,5 +7,9 @@
 
 #include "Apps/ZvrsFarm/farm_job.h"
 
+namespace zvrs {
+
 // The process's exit code: 0 done, 1 failed (reported on standard error).
 int runShardTask(const FarmJob& job, uint32_t task);
+
+}  // namespace zvrs

@@ -5,6 +5,8 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 void progressCallback(float progress, void* data) {
   const ProgressRecord* record = static_cast<const ProgressRecord*>(data);
   // Before the settings exist there is nothing that allows printing.
@@ -18,3 +20,5 @@ void storeTimeCallback(float value, void* data) {
 }
 
 void ignoreTimeCallback(float, void*) {}
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 #include "program/config_json.h"
 #include "program/failure.h"
 
+namespace zvrs {
+
 bool namesConfigFile(const std::string& argument) {
   // Both sides are unsigned 64-bit: for a four-character text, length minus 5 wraps to the
   // not-found value itself and the comparison succeeds. Scripts rely on that.
@@ -33,3 +35,5 @@ bool parseCommandLine(int argc, const char* const* argv, CommandLine& commandLin
   commandLine.override = parseJsonString(overrideText.data(), overrideText.size());
   return true;
 }
+
+}  // namespace zvrs

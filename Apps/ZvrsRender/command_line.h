@@ -5,9 +5,13 @@
 
 #include "program/config_document.h"
 
+namespace zvrs {
+
 // True when the second argument names a configuration file rather than an override; a text of
 // exactly four characters always does, whatever its letters.
 bool namesConfigFile(const std::string& argument);
 
 // Fills `commandLine` from argv; answers true or ends the process.
 bool parseCommandLine(int argc, const char* const* argv, CommandLine& commandLine);
+
+}  // namespace zvrs

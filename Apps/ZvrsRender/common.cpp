@@ -6,11 +6,13 @@
 #include "engine/ZvrLoadStore.h"
 #include "program/failure.h"
 
+namespace zvrs {
+
 namespace {
 
-constexpr int32_t kQuillonFamily = 2;
-
-bool isQuillon(const std::vector<int32_t>& pluginKinds) { return !pluginKinds.empty() && pluginKinds[0] == kQuillonFamily; }
+bool isQuillon(const std::vector<int32_t>& pluginKinds) {
+  return !pluginKinds.empty() && pluginKinds[0] == ZVR_PLUGIN_FAMILY_QUILLON;
+}
 
 struct EngineRead {
   ZvrContextInfo key;
@@ -193,3 +195,5 @@ void applySettingsToEngine(const RenderSettings& settings, ZvrContext context, c
                                              static_cast<float>(settings.tileHeight), 0.0f, 0.0f),
                context, "ZVR context setting \"tilesize\" failed.", Warning);
 }
+
+}  // namespace zvrs

@@ -8,5 +8,9 @@
 #include "engine/ZvrCore.h"
 #include "program/render_settings.h"
 
+namespace zvrs {
+
 void readSettingsFromEngine(RenderSettings& settings, ZvrContext context, const std::vector<int32_t>& pluginKinds);
 void applySettingsToEngine(const RenderSettings& settings, ZvrContext context, const std::vector<int32_t>& pluginKinds);
+
+}  // namespace zvrs

@@ -6,6 +6,8 @@
 #include "engine/ZvrLoadStore.h"
 #include "program/failure.h"
 
+namespace zvrs {
+
 namespace {
 
 // The keys are top-level names with a dot in them, not nested blocks.
@@ -95,3 +97,5 @@ void exportSceneXml(const std::string& sceneFile, const ConfigDocument& document
   given.rotation = env.rotation;
   zvrsExportToXMLWithEnvironment(sceneFile.c_str(), outPath, &given);
 }
+
+}  // namespace zvrs

@@ -7,6 +7,8 @@
 #include "engine/ZvrCore.h"
 #include "program/config_document.h"
 
+namespace zvrs {
+
 // Without the "environment" key the scene keeps its own lights. A file that cannot be read, or a
 // key of the wrong shape, stops the run before anything renders.
 void setUpEnvironment(const ConfigDocument& document, ZvrContext context, ZvrScene scene);
@@ -15,3 +17,5 @@ void setUpEnvironment(const ConfigDocument& document, ZvrContext context, ZvrSce
 // carries that sky instead of the scene's own. An image file that cannot be opened stops the run;
 // otherwise the export's answer is not checked, as for an export without a sky.
 void exportSceneXml(const std::string& sceneFile, const ConfigDocument& document, const char* outPath);
+
+}  // namespace zvrs

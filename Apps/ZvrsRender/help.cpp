@@ -5,6 +5,8 @@
 #include "engine/ZvrCore.h"
 #include "program/aov_names.h"
 
+namespace zvrs {
+
 namespace {
 
 // The highest device key and the device count named in the text.
@@ -86,3 +88,5 @@ void printHelp() {
   std::printf("\t\"lpe0\":{\"output\":\"lpe0.png\",\"lpe\":\"CRL\"}");
   std::printf("%s", kContourSketch);
 }
+
+}  // namespace zvrs

@@ -20,6 +20,7 @@
 #include "program/run_records.h"
 #include "viewer/viewer.h"
 
+namespace zvrs {
 namespace {
 
 // Callbacks may run until the context is gone, so the record lives as long as the process.
@@ -48,8 +49,10 @@ void stopOnFailure(ZvrStatus status) {
 }
 
 }  // namespace
+}  // namespace zvrs
 
 int main(int argc, char** argv) {
+  using namespace zvrs;
   if (argc < 2 || std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
     printHelp();
     return 0;

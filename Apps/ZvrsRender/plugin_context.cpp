@@ -1,20 +1,15 @@
 #include "Apps/ZvrsRender/plugin_context.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 
 #include "program/failure.h"
+#include "program/lower_case.h"
 #include "Apps/ZvrsRender/settings_reader.h"
 
-namespace {
+namespace zvrs {
 
-std::string toLower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-  return text;
-}
+namespace {
 
 struct PluginAlias {
   const char* alias;
@@ -35,15 +30,15 @@ constexpr size_t kPropertySlots = 16;
 
 int32_t pluginKindOf(const std::string& fileName) {
   const size_t separator = fileName.find_last_of("\\/");
-  const std::string baseName = toLower(separator == std::string::npos ? fileName : fileName.substr(separator + 1));
-  if (baseName.find("velder") != std::string::npos) return PluginKindVelder;
-  if (baseName.find("quillon") != std::string::npos) return PluginKindQuillon;
-  if (baseName.find("dorrik") != std::string::npos) return PluginKindDorrik;
-  return PluginKindNone;
+  const std::string baseName = lowerCase(separator == std::string::npos ? fileName : fileName.substr(separator + 1));
+  if (baseName.find("velder") != std::string::npos) return ZVR_PLUGIN_FAMILY_VELDER;
+  if (baseName.find("quillon") != std::string::npos) return ZVR_PLUGIN_FAMILY_QUILLON;
+  if (baseName.find("dorrik") != std::string::npos) return ZVR_PLUGIN_FAMILY_DORRIK;
+  return ZVR_PLUGIN_FAMILY_NONE;
 }
 
 std::string pluginFileFor(const std::string& name) {
-  const std::string lowered = toLower(name);
+  const std::string lowered = lowerCase(name);
   for (const PluginAlias& entry : kPluginAliases)
     if (lowered == entry.alias) return entry.file;
   return name.empty() ? std::string("Velder64.dll") : name;
@@ -96,14 +91,14 @@ ContextRequest readContextRequest(const ConfigDocument& document) {
 std::vector<ZvrContextProperties> buildCreationProperties(const ContextRequest& request,
                                                           const std::vector<int32_t>& pluginKinds) {
   std::vector<ZvrContextProperties> properties(kPropertySlots, 0);
-  const int32_t kind = pluginKinds.empty() ? PluginKindNone : pluginKinds[0];
-  if (kind != PluginKindVelder && kind != PluginKindQuillon) return properties;
+  const int32_t kind = pluginKinds.empty() ? ZVR_PLUGIN_FAMILY_NONE : pluginKinds[0];
+  if (kind != ZVR_PLUGIN_FAMILY_VELDER && kind != ZVR_PLUGIN_FAMILY_QUILLON) return properties;
   size_t slot = 0;
   properties[slot++] = ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT;
   properties[slot++] = static_cast<ZvrContextProperties>(static_cast<int32_t>(request.threads));
   properties[slot++] = ZVR_CONTEXT_CREATEPROP_KEY_338;
   properties[slot++] = 3;
-  if (kind == PluginKindQuillon && !request.precompiledPath.empty()) {
+  if (kind == ZVR_PLUGIN_FAMILY_QUILLON && !request.precompiledPath.empty()) {
     properties[slot++] = ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH;
     properties[slot++] = reinterpret_cast<ZvrContextProperties>(request.precompiledPath.c_str());
   }
@@ -139,3 +134,5 @@ void selectIntegrators(const ConfigDocument& document, ZvrContext context) {
     CHECK_STATUS(zvrContextSetParameterByKeyString(context, ZVR_CONTEXT_GPU_INTEGRATOR, "gpucontour"), context,
                  "Setting gpucontour failed.", Critical);
 }
+
+}  // namespace zvrs

@@ -7,8 +7,8 @@
 
 #include "engine/ZvrCore.h"
 #include "program/config_document.h"
-#include "program/plugin_kind.h"
 
+namespace zvrs {
 
 // The family, from the lower-cased base name of a plug-in file.
 int32_t pluginKindOf(const std::string& fileName);
@@ -35,3 +35,5 @@ ZvrContext createContext(const std::vector<int32_t>& pluginIds, const std::vecto
 
 // Chooses the named integrators of the Quillon family, contour last so that it wins.
 void selectIntegrators(const ConfigDocument& document, ZvrContext context);
+
+}  // namespace zvrs

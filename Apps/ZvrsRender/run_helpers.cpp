@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <map>
 
+namespace zvrs {
+
 std::string makeTempOcioName(const std::string& sceneFile) {
   const size_t dot = sceneFile.rfind('.');
   const std::string stem = dot == std::string::npos ? std::string() : sceneFile.substr(0, dot);
@@ -30,3 +32,5 @@ void printTimeSummary(const TimingRecord& timing, float firstIteration, float up
               firstIteration / divisor, unit, updateTimeMs / divisor, unit, renderTimeMs / divisor, unit);
   std::printf("  - %.3f %s for other iterations\n", (total - firstIteration) / divisor, unit);
 }
+
+}  // namespace zvrs

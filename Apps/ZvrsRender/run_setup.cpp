@@ -19,6 +19,8 @@
 #include "render/post_effects.h"
 #include "render/render_layers.h"
 
+namespace zvrs {
+
 namespace {
 
 constexpr size_t kPluginNameSize = 128;
@@ -108,7 +110,7 @@ void setUpRun(const std::string& sceneFile, const ConfigDocument& document, cons
                "Importing OCIO failed.", Critical);
   CHECK_STATUS(zvrsImport(sceneFile.c_str(), context, run.materialSystem, &run.scene, false, nullptr), context,
                "Importing ZVR file failed.", Critical);
-  if (run.pluginKinds[0] == PluginKindQuillon) selectIntegrators(document, context);
+  if (run.pluginKinds[0] == ZVR_PLUGIN_FAMILY_QUILLON) selectIntegrators(document, context);
 
   // The importer's groups and animation records are gone after the release.
   captureImportedObjects(run.animation);
@@ -124,7 +126,7 @@ void setUpRun(const std::string& sceneFile, const ConfigDocument& document, cons
   setUpCamera(run.scene, run.settings);
   setUpEnvironment(document, context, run.scene);
 
-  if (run.pluginKinds[0] == PluginKindQuillon) stopOnFailure(applyRenderLayers(document, context));
+  if (run.pluginKinds[0] == ZVR_PLUGIN_FAMILY_QUILLON) stopOnFailure(applyRenderLayers(document, context));
   stopOnFailure(createOutputElements(document, context, run.settings, run.elements));
   stopOnFailure(bindColorElement(context, run.settings, outputs, run.elements));
   stopOnFailure(setupPostEffects(document, context, run.settings, run.postEffects));
@@ -143,3 +145,5 @@ void tearDownRun(RunSetup& run) {
   reportContextLeaks(context);
   CHECK_STATUS(zvrObjectDelete(context), context, "Deleting context failed.", Critical);
 }
+
+}  // namespace zvrs

@@ -14,6 +14,8 @@
 #include "program/render_settings.h"
 #include "program/run_records.h"
 
+namespace zvrs {
+
 // Filled in place: the library's callbacks keep pointers to the time fields, so it never moves.
 struct RunSetup {
   std::vector<int32_t> pluginIds;
@@ -39,3 +41,5 @@ void setUpRun(const std::string& sceneFile, const ConfigDocument& document, cons
               ProgressRecord* progress, RunSetup& run);
 // Deletes what setUpRun created, reports leaks, deletes the context.
 void tearDownRun(RunSetup& run);
+
+}  // namespace zvrs

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <map>
 
+namespace zvrs {
+
 namespace {
 
 // Absent keys and keys of another type both leave the field alone at the root level.
@@ -213,3 +215,5 @@ void readSettingsFromConfig(RenderSettings& settings, const ConfigDocument& docu
 
   if (!pluginKinds.empty() && pluginKinds[0] == 2) readContourBlock(settings, document);
 }
+
+}  // namespace zvrs

@@ -9,6 +9,8 @@
 #include "program/config_document.h"
 #include "program/render_settings.h"
 
+namespace zvrs {
+
 // Number conversions shared with the context block reader.
 uint32_t toUnsigned(double number);
 int32_t toInt(double number);
@@ -25,3 +27,5 @@ void readBlockFloat(const picojson::value& block, const std::string& key, float*
 
 void readSettingsFromConfig(RenderSettings& settings, const ConfigDocument& document,
                             const std::vector<int32_t>& pluginKinds);
+
+}  // namespace zvrs

@@ -11,7 +11,7 @@ constexpr uint32_t kDorrikVersion = 0x00030200;
 class DorrikPlugin final : public kernel::KernelPlugin {
  public:
   const char* name() const override { return "Dorrik"; }
-  uint32_t family() const override { return 3; }
+  ZvrPluginFamily family() const override { return ZVR_PLUGIN_FAMILY_DORRIK; }
   uint32_t version() const override { return kDorrikVersion; }
   bool supportsAov(uint32_t aov, std::string* why) const override;
   bool setIntegrator(bool gpuKey, const std::string& name, std::string* error) override;

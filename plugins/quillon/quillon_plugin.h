@@ -11,7 +11,7 @@ constexpr uint32_t kQuillonVersion = 0x00020300;
 class QuillonPlugin final : public kernel::KernelPlugin {
  public:
   const char* name() const override { return "Quillon"; }
-  uint32_t family() const override { return 2; }
+  ZvrPluginFamily family() const override { return ZVR_PLUGIN_FAMILY_QUILLON; }
   uint32_t version() const override { return kQuillonVersion; }
   bool supportsAov(uint32_t aov, std::string* why) const override;
   bool setIntegrator(bool gpuKey, const std::string& name, std::string* error) override;

@@ -10,7 +10,7 @@ constexpr uint32_t kVelderVersion = 0x00010400;
 class VelderPlugin final : public kernel::KernelPlugin {
  public:
   const char* name() const override { return "Velder"; }
-  uint32_t family() const override { return 1; }
+  ZvrPluginFamily family() const override { return ZVR_PLUGIN_FAMILY_VELDER; }
   uint32_t version() const override { return kVelderVersion; }
   bool supportsAov(uint32_t aov, std::string* why) const override;
   bool setIntegrator(bool gpuKey, const std::string& name, std::string* error) override;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tests/animation/gltf_animation_reference.h"
-#include "tests/render/program_run.h"
+#include "tests/support/program_run.h"
 
 namespace {
 

@@ -8,6 +8,8 @@
 #include "animation/matrix4.h"
 #include "tests/animation/reference_matrices.h"
 
+using namespace zvrs;
+
 namespace {
 
 const double kPi = 3.14159265358979323846;

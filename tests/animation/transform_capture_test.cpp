@@ -7,6 +7,8 @@
 #include "animation/keyframe_evaluation.h"
 #include "animation/transform_capture.h"
 
+using namespace zvrs;
+
 namespace {
 
 class ImportedScene : public ::testing::Test {

@@ -9,6 +9,8 @@
 #include "Apps/ZvrsRender/command_line.h"
 #include "program/config_json.h"
 
+using namespace zvrs;
+
 namespace {
 
 ConfigDocument parse(const std::string& text) { return parseJsonString(text.data(), text.size()); }

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/app/process_runner.h"
+#include "tests/support/process_runner.h"
 
 namespace {
 

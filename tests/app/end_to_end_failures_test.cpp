@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/app/expected_help.h"
-#include "tests/app/process_runner.h"
+#include "tests/support/process_runner.h"
 
 namespace {
 

@@ -5,6 +5,8 @@
 #include "program/failure.h"
 #include "Apps/ZvrsRender/help.h"
 
+using namespace zvrs;
+
 namespace {
 
 TEST(Help, PrintsTheWholeTextByteForByte) {

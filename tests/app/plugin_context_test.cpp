@@ -9,15 +9,24 @@
 #include "Apps/ZvrsRender/plugin_context.h"
 #include "Apps/ZvrsRender/run_helpers.h"
 
+using namespace zvrs;
+
 namespace {
 
 ConfigDocument parse(const std::string& text) { return parseJsonString(text.data(), text.size()); }
 
+constexpr int32_t kNone = ZVR_PLUGIN_FAMILY_NONE, kVelder = ZVR_PLUGIN_FAMILY_VELDER,
+                  kQuillon = ZVR_PLUGIN_FAMILY_QUILLON, kDorrik = ZVR_PLUGIN_FAMILY_DORRIK;
+constexpr uint32_t kGpu0 = ZVR_CREATION_FLAGS_ENABLE_GPU0, kDebug = ZVR_CREATION_FLAGS_ENABLE_DEBUG,
+                   kKel = ZVR_CREATION_FLAGS_ENABLE_KEL;
+constexpr intptr_t kThreads = ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, k338 = ZVR_CONTEXT_CREATEPROP_KEY_338,
+                   kPrecompiled = ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH;
+
 TEST(PluginKind, FromLowerCasedBaseName) {
   const std::pair<const char*, int32_t> cases[] = {
-      {"Velder64.dll", 1},       {"Quillon64.dll", 2},       {"Dorrik.dll", 3},
-      {"C:/x/quillon_dev.dll", 2}, {"C:\\VELDER\\other.dll", 0}, {"/opt/velder/libDorrik.so", 3},
-      {"QUILLONvelder.dll", 1},  {"", 0},                     {"mine.dll", 0},
+      {"Velder64.dll", kVelder},          {"Quillon64.dll", kQuillon},      {"Dorrik.dll", kDorrik},
+      {"C:/x/quillon_dev.dll", kQuillon}, {"C:\\VELDER\\other.dll", kNone}, {"/opt/velder/libDorrik.so", kDorrik},
+      {"QUILLONvelder.dll", kVelder},     {"", kNone},                       {"mine.dll", kNone},
   };
   for (const auto& c : cases) EXPECT_EQ(pluginKindOf(c.first), c.second) << c.first;
 }
@@ -39,18 +48,20 @@ struct FlagsCase {
 
 TEST(ContextRequest, CreationFlagsFromTheContextBlock) {
   const FlagsCase cases[] = {
-      {"{\"context\":{}}", 0x1, 32, false},
-      {"{\"context\":{\"gpu0\":0,\"gpu1\":0}}", 0x1, 32, false},
-      {"{\"context\":{\"gpu4\":1}}", 0x40, 32, false},
-      {"{\"context\":{\"cpu\":1}}", 0x10, 32, false},
-      {"{\"context\":{\"gpu0\":1,\"gpu3\":2,\"gpu7\":1,\"gpu8\":1,\"gpu11\":-1}}", 0x1 | 0x8 | 0x200 | 0x800 | 0x4000, 32,
-       false},
-      {"{\"context\":{\"gpu12\":1}}", 0x1, 32, false},
-      {"{\"context\":{\"debug\":1,\"threads\":4}}", 0x80000001u, 4, false},
-      {"{\"context\":{\"backend\":\"kel\"}}", 0x80000, 32, true},
-      {"{\"context\":{\"backend\":\"kel\",\"debug\":1}}", 0x80080000u, 32, true},
-      {"{\"context\":{\"backend\":\"ocl\",\"gpu1\":1}}", 0x2, 32, false},
-      {"{\"context\":{\"threads\":16.9,\"gpu0\":0.5}}", 0x1, 16, false},
+      {"{\"context\":{}}", kGpu0, 32, false},
+      {"{\"context\":{\"gpu0\":0,\"gpu1\":0}}", kGpu0, 32, false},
+      {"{\"context\":{\"gpu4\":1}}", ZVR_CREATION_FLAGS_ENABLE_GPU4, 32, false},
+      {"{\"context\":{\"cpu\":1}}", ZVR_CREATION_FLAGS_ENABLE_CPU, 32, false},
+      {"{\"context\":{\"gpu0\":1,\"gpu3\":2,\"gpu7\":1,\"gpu8\":1,\"gpu11\":-1}}",
+       kGpu0 | ZVR_CREATION_FLAGS_ENABLE_GPU3 | ZVR_CREATION_FLAGS_ENABLE_GPU7 | ZVR_CREATION_FLAGS_ENABLE_GPU8 |
+           ZVR_CREATION_FLAGS_ENABLE_GPU11,
+       32, false},
+      {"{\"context\":{\"gpu12\":1}}", kGpu0, 32, false},
+      {"{\"context\":{\"debug\":1,\"threads\":4}}", kDebug | kGpu0, 4, false},
+      {"{\"context\":{\"backend\":\"kel\"}}", kKel, 32, true},
+      {"{\"context\":{\"backend\":\"kel\",\"debug\":1}}", kDebug | kKel, 32, true},
+      {"{\"context\":{\"backend\":\"ocl\",\"gpu1\":1}}", ZVR_CREATION_FLAGS_ENABLE_GPU1, 32, false},
+      {"{\"context\":{\"threads\":16.9,\"gpu0\":0.5}}", kGpu0, 16, false},
   };
   for (const FlagsCase& c : cases) {
     const ContextRequest request = readContextRequest(parse(c.json));
@@ -74,13 +85,13 @@ TEST(ContextRequest, PropertiesByFamily) {
     bool hasPath;
   };
   const Case cases[] = {
-      {"{\"context\":{\"threads\":8}}", 1, {310, 8, 338, 3}, false},
-      {"{\"context\":{\"threads\":8},\"precompiled.binary\":\"bin\"}", 1, {310, 8, 338, 3}, false},
-      {"{\"context\":{\"threads\":-1}}", 2, {310, -1, 338, 3, 414}, true},
-      {"{\"context\":{},\"precompiled.binary\":\"\"}", 2, {310, 32, 338, 3}, false},
-      {"{\"context\":{},\"precompiled.binary\":5}", 2, {310, 32, 338, 3, 414}, true},
-      {"{\"context\":{}}", 3, {}, false},
-      {"{\"context\":{}}", 0, {}, false},
+      {"{\"context\":{\"threads\":8}}", kVelder, {kThreads, 8, k338, 3}, false},
+      {"{\"context\":{\"threads\":8},\"precompiled.binary\":\"bin\"}", kVelder, {kThreads, 8, k338, 3}, false},
+      {"{\"context\":{\"threads\":-1}}", kQuillon, {kThreads, -1, k338, 3, kPrecompiled}, true},
+      {"{\"context\":{},\"precompiled.binary\":\"\"}", kQuillon, {kThreads, 32, k338, 3}, false},
+      {"{\"context\":{},\"precompiled.binary\":5}", kQuillon, {kThreads, 32, k338, 3, kPrecompiled}, true},
+      {"{\"context\":{}}", kDorrik, {}, false},
+      {"{\"context\":{}}", kNone, {}, false},
   };
   for (const Case& c : cases) {
     const ContextRequest request = readContextRequest(parse(c.json));
@@ -139,6 +150,7 @@ TEST(RunHelpers, TimeSummaryInSecondsAndMilliseconds) {
             "  - 2200.000 ms for other iterations\n");
 }
 
+// The ids are the engine's AOV keys: a wrong one binds another element, which no run notices.
 TEST(AovNames, TablesHoldTheirEntries) {
   EXPECT_EQ(aovNameToId.size(), 65u);
   EXPECT_EQ(colorSet.size(), 36u);

@@ -9,6 +9,8 @@
 #include "program/config_json.h"
 #include "Apps/ZvrsRender/settings_reader.h"
 
+using namespace zvrs;
+
 namespace {
 
 const std::vector<int32_t> kVelder = {1};

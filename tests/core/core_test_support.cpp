@@ -18,15 +18,6 @@ ScopedContext::~ScopedContext() {
   if (context_) zvrObjectDelete(context_);
 }
 
-std::string lastError(ZvrContext context) {
-  size_t size = 0;
-  zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, 0, nullptr, &size);
-  std::string text(size + 512, '\0');
-  zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, size, text.data(), nullptr);
-  text.resize(text.find('\0'));
-  return text;
-}
-
 namespace {
 
 std::mutex gFoldersMutex;

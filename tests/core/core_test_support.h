@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine/ZvrCore.h"
+#include "tests/support/last_error.h"
 
 namespace core_test {
 
@@ -30,8 +31,6 @@ class ScopedContext {
   ZvrStatus status_;
 };
 
-// The last-error text, read in two steps as the program does: size, then text.
-std::string lastError(ZvrContext context);
 // A fresh folder under the system's temporary folder, removed with its contents at exit.
 std::string makeTempFolder();
 std::vector<std::string> folderEntries(const std::string& folder);

@@ -13,7 +13,6 @@
 
 #include "tests/core/core_test_support.h"
 
-using core_test::lastError;
 using core_test::ScopedContext;
 
 namespace {

@@ -62,7 +62,7 @@ class Stage {
   std::vector<float> batch(uint32_t iterations) {
     EXPECT_EQ(zvrFrameBufferClear(color), ZVR_SUCCESS);
     set(ZVR_CONTEXT_ITERATIONS, iterations);
-    EXPECT_EQ(zvrContextRender(context_), ZVR_SUCCESS) << core_test::lastError(context_);
+    EXPECT_EQ(zvrContextRender(context_), ZVR_SUCCESS) << lastError(context_);
     return resolve();
   }
   std::vector<float> resolve() {
@@ -157,7 +157,7 @@ TEST_P(HidingDuringARender, TheShapeItsShadowAndItsLightAreGoneInTheNextBatch) {
   EXPECT_EQ(zvrFrameBufferClear(stage.color), ZVR_SUCCESS);
   RenderThread render(stage);
   render.waitForIterations(2);
-  EXPECT_EQ(zvrShapeSetVisibility(stage.card, 0), ZVR_SUCCESS) << core_test::lastError(stage.context());
+  EXPECT_EQ(zvrShapeSetVisibility(stage.card, 0), ZVR_SUCCESS) << lastError(stage.context());
   EXPECT_EQ(zvrContextAbortRender(stage.context()), ZVR_SUCCESS);
   ASSERT_EQ(render.join(), ZVR_SUCCESS);
   const std::vector<float> aborted = stage.resolve();

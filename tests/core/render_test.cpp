@@ -13,7 +13,6 @@
 #include "tests/core/core_test_support.h"
 #include "core/plugin_api.h"
 
-using core_test::lastError;
 using core_test::ScopedContext;
 
 extern "C" ZvrStatus zvrTestLayerSetIterations(ZvrContext context, uint32_t count);

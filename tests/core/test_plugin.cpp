@@ -27,7 +27,7 @@ struct LastRequest {
 class TestPlugin : public zvr::RenderPlugin {
  public:
   const char* name() const override { return "CoreTest"; }
-  uint32_t family() const override { return 1; }
+  ZvrPluginFamily family() const override { return ZVR_PLUGIN_FAMILY_VELDER; }
   uint32_t version() const override { return 0x10203; }
   bool supportsAov(uint32_t aov, std::string* why) const override {
     if (aov <= 1 || aov == kDeepColorAov) return true;

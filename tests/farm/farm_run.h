@@ -16,7 +16,14 @@
 
 #include <cstring>
 
-#include "tests/render/program_run.h"
+#include "tests/support/program_run.h"
+
+// Single-quoted for the shell, quotes inside closed and reopened.
+inline std::string shellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
 
 struct CommandRun {
   int exitCode = -1;

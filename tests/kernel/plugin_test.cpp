@@ -32,7 +32,7 @@ SceneSnapshot simpleScene() {
 struct LoadCase {
   const char* file;
   const char* name;
-  uint32_t family;
+  ZvrPluginFamily family;
 };
 
 class PluginLoadTest : public ::testing::TestWithParam<LoadCase> {};
@@ -64,8 +64,9 @@ TEST_P(PluginLoadTest, SharedLibraryExportsOnlyTheVersionedEntry) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, PluginLoadTest,
-                         ::testing::Values(LoadCase{"libVelder64.so", "Velder", 1}, LoadCase{"libQuillon64.so", "Quillon", 2},
-                                           LoadCase{"libDorrik.so", "Dorrik", 3}),
+                         ::testing::Values(LoadCase{"libVelder64.so", "Velder", ZVR_PLUGIN_FAMILY_VELDER},
+                                           LoadCase{"libQuillon64.so", "Quillon", ZVR_PLUGIN_FAMILY_QUILLON},
+                                           LoadCase{"libDorrik.so", "Dorrik", ZVR_PLUGIN_FAMILY_DORRIK}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 struct IntegratorCase {

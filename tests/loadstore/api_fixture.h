@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/ZvrLoadStore.h"
+#include "tests/support/last_error.h"
 
 namespace zvr::testing {
 
@@ -37,13 +38,7 @@ class LoadStoreApi : public ::testing::Test {
     }
   }
 
-  std::string lastError() const {
-    size_t size = 0;
-    zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, 0, nullptr, &size);
-    std::string text(size, '\0');
-    if (size) zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, size, text.data(), nullptr);
-    return text.c_str();
-  }
+  std::string lastError() const { return ::lastError(context); }
 
   std::vector<ZvrObject> liveObjects(ZvrContextInfo key) const {
     size_t size = 0;

@@ -137,9 +137,7 @@ TEST(OcioFiles, GltfLeavesThePathAndMissingFilesFail) {
   EXPECT_EQ(std::string(path), "/keep/this.ocio");
   EXPECT_FALSE(fs::exists(temp + ".ocio"));
   EXPECT_EQ(zvrsBuildOCIOFiles("/nonexistent/scene.xml", context, temp.c_str(), 0), ZVR_ERROR_IO);
-  char error[1024] = {};
-  zvrContextGetInfo(context, ZVR_CONTEXT_LAST_ERROR_MESSAGE, sizeof error, error, nullptr);
-  EXPECT_NE(std::string(error).find("scene.xml: does not exist"), std::string::npos) << error;
+  EXPECT_NE(::lastError(context).find("scene.xml: does not exist"), std::string::npos) << ::lastError(context);
   EXPECT_EQ(zvrObjectDelete(context), 0);
 }
 

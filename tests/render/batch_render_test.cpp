@@ -9,6 +9,8 @@
 #include "tests/render/engine_fixture.h"
 #include "render/output_elements.h"
 
+using namespace zvrs;
+
 namespace {
 
 ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {

@@ -19,7 +19,7 @@
 #include <set>
 
 #include "kernel/cryptomatte_hash.h"
-#include "tests/render/program_run.h"
+#include "tests/support/program_run.h"
 
 namespace {
 

@@ -9,6 +9,8 @@
 #include "render/post_effects.h"
 #include "render/render_layers.h"
 
+using namespace zvrs;
+
 namespace {
 
 using RenderLayers = EngineTest;

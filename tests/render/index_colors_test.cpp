@@ -3,6 +3,8 @@
 
 #include "render/index_colors.h"
 
+using namespace zvrs;
+
 namespace {
 
 TEST(IndexColors, RecordsMatchIndependentHash) {

@@ -19,6 +19,8 @@
 #include "render/png_writer.h"
 #include "program/render_settings.h"
 
+using namespace zvrs;
+
 namespace {
 
 // A scene-linear space and a display space that takes the square root, under one view.

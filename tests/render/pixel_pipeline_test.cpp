@@ -9,6 +9,8 @@
 #include "render/pixel_pipeline.h"
 #include "program/render_settings.h"
 
+using namespace zvrs;
+
 namespace {
 
 const float kInf = std::numeric_limits<float>::infinity();

@@ -15,6 +15,8 @@
 #include "render/output_elements.h"
 #include "render/save_image.h"
 
+using namespace zvrs;
+
 namespace {
 
 ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {
@@ -89,7 +91,7 @@ TEST_F(SaveImage, RoadChoiceAndFileFormat) {
     settings.postExposure = c.exposure;
     settings.postGammaCorrection = c.gamma;
     const std::string path = tempFile(c.file);
-    EXPECT_EQ(SaveOutputImage(context_, settings, resolved_, path.c_str(), c.isColor), 0) << c.label;
+    EXPECT_EQ(saveOutputImage(context_, settings, resolved_, path.c_str(), c.isColor), 0) << c.label;
     EXPECT_EQ(magicOf(path), c.magic) << c.label;
     EXPECT_EQ(traceOf("zvrFrameBufferSaveToFile").size(), c.ownRoad ? 0u : 1u) << c.label;
     EXPECT_EQ(traceOf("zvrFrameBufferGetInfo").size(), c.ownRoad ? 2u : 0u) << c.label;
@@ -126,7 +128,7 @@ TEST_F(SaveImage, BytesOfTheProgramsOwnRoad) {
     settings.postOcioDisplay = "sRGB";
     settings.postOcioView = "Root";
     const std::string path = tempFile("own.png");
-    ASSERT_EQ(SaveOutputImage(context_, settings, resolved_, path.c_str(), true), 0) << c.label;
+    ASSERT_EQ(saveOutputImage(context_, settings, resolved_, path.c_str(), true), 0) << c.label;
     int components = 0;
     const std::vector<uint8_t> bytes = pngPixels(path, components);
     EXPECT_EQ(components, 3) << c.label;  // alpha never reaches the file
@@ -142,7 +144,7 @@ TEST_F(SaveImage, LibraryFailureIsReturnedAndNothingWritten) {
   ZvrFrameBuffer gone = newFramebuffer(context_, FramebufferFormat(), FramebufferDesc{4, 2});
   ASSERT_EQ(zvrObjectDelete(gone), 0);
   const std::string path = tempFile("never.png");
-  EXPECT_NE(SaveOutputImage(context_, settings, gone, path.c_str(), true), 0);
+  EXPECT_NE(saveOutputImage(context_, settings, gone, path.c_str(), true), 0);
   EXPECT_EQ(magicOf(path), "missing");
 }
 

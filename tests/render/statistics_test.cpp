@@ -13,6 +13,8 @@
 #include "tests/render/engine_fixture.h"
 #include "render/statistics.h"
 
+using namespace zvrs;
+
 namespace {
 
 using Statistics = EngineTest;

@@ -8,6 +8,8 @@
 
 #include "viewer/upscaler.h"
 
+using namespace zvrs;
+
 namespace {
 
 uint32_t bitsOf(float value) {

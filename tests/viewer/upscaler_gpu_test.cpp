@@ -15,6 +15,8 @@
 #include "viewer/upscaler.h"
 #include "tests/viewer/upscaler_reference.h"
 
+using namespace zvrs;
+
 namespace {
 
 constexpr int kWindowWidth = 640;

@@ -8,6 +8,8 @@
 #include "viewer/camera_navigation.h"
 #include "viewer/overlay_panel.h"
 
+using namespace zvrs;
+
 namespace {
 
 constexpr int kKeyW = 87;

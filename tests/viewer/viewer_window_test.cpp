@@ -13,11 +13,13 @@
 #include <thread>
 #include <vector>
 
-#include "tests/app/process_runner.h"
+#include "tests/support/process_runner.h"
 #include "viewer/upscaler_constants.h"
 #include "tests/viewer/upscaler_reference.h"
-#include "tests/render/program_run.h"
+#include "tests/support/program_run.h"
 #include "tests/viewer/x11_session.h"
+
+using namespace zvrs;
 
 namespace {
 

@@ -1,10 +1,9 @@
-#include "core/png_check.h"
+#include "core/png_decode.h"
 
 #include <png.h>
 
 #include <csetjmp>
 #include <cstring>
-#include <vector>
 
 namespace zvr::core {
 namespace {
@@ -13,7 +12,7 @@ struct Source {
   const unsigned char* bytes;
   size_t size;
   size_t at;
-  PngCheck* result;
+  PngImage* result;
 };
 
 // Called from inside libpng, which is C: nothing may be thrown from here.
@@ -38,21 +37,29 @@ void readBytes(png_structp png, png_bytep out, size_t count) {
   source->at += count;
 }
 
-// libpng leaves by longjmp on an error, so nothing in this frame may need a destructor.
-bool decodeRows(png_structp png, png_infop info, PngCheck* result, uint64_t largestPixels,
-                std::vector<unsigned char>* row) {
+// The rows arrive as 8- or 16-bit samples (big-endian); libpng leaves by longjmp on an error, so
+// everything this frame touches lives in the caller's.
+bool decodeRows(png_structp png, png_infop info, PngImage* result, uint64_t largestPixels,
+                std::vector<unsigned char>* rows) {
   if (setjmp(png_jmpbuf(png))) return false;
   png_read_info(png, info);
   result->width = png_get_image_width(png, info);
   result->height = png_get_image_height(png, info);
   if (uint64_t(result->width) * result->height > largestPixels) return false;
-  png_set_expand(png);
+  png_set_expand(png);  // palettes to RGB, grey below 8 bits to 8, tRNS to an alpha channel
   const int passes = png_set_interlace_handling(png);
   png_read_update_info(png, info);
-  row->resize(png_get_rowbytes(png, info));
+  result->channels = png_get_channels(png, info);
+  const size_t rowBytes = png_get_rowbytes(png, info);
+  rows->resize(rowBytes * result->height);
   for (int pass = 0; pass < passes; ++pass)
-    for (uint32_t y = 0; y < result->height; ++y) png_read_row(png, row->data(), nullptr);
+    for (uint32_t y = 0; y < result->height; ++y) png_read_row(png, rows->data() + rowBytes * y, nullptr);
   png_read_end(png, nullptr);
+  const bool sixteenBits = png_get_bit_depth(png, info) == 16;
+  const size_t count = size_t(result->width) * result->height * result->channels;
+  result->pixels.resize(count);
+  for (size_t i = 0; i < count; ++i)
+    result->pixels[i] = sixteenBits ? float((*rows)[2 * i] << 8 | (*rows)[2 * i + 1]) / 65535.0f : (*rows)[i] / 255.0f;
   return true;
 }
 
@@ -64,8 +71,8 @@ struct ReadStruct {
 
 }  // namespace
 
-PngCheck checkPng(const unsigned char* bytes, size_t size, uint64_t largestPixels) {
-  PngCheck result;
+PngImage decodePng(const unsigned char* bytes, size_t size, uint64_t largestPixels) {
+  PngImage result;
   Source source{bytes, size, 0, &result};
   ReadStruct read;
   read.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &source, onError, keepMessage);
@@ -75,8 +82,9 @@ PngCheck checkPng(const unsigned char* bytes, size_t size, uint64_t largestPixel
     return result;
   }
   png_set_read_fn(read.png, &source, readBytes);
-  std::vector<unsigned char> row;
-  result.decoded = decodeRows(read.png, read.info, &result, largestPixels, &row);
+  std::vector<unsigned char> rows;
+  result.decoded = decodeRows(read.png, read.info, &result, largestPixels, &rows);
+  if (!result.decoded) result.pixels.clear();
   return result;
 }
 
