@@ -95,14 +95,22 @@ TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactl
   ASSERT_GT(pid, 0);
   ASSERT_EQ(::kill(pid_t(pid), SIGKILL), 0) << "task 0 ended before it could be killed";
 
-  // Slurm holds a requeued task for two minutes before it may start again; the test does not wait.
+  // Slurm holds a requeued task for two minutes before it may start again; the test lifts the hold,
+  // but only once the task is back in the queue: lifted earlier, it can start again before its
+  // killed attempt is wound up. Polled twice a second so the polling does not load the node.
+  const std::string task0 = arrayId + "_0";
   const bool merged = waitFor(
       [&] {
-        slurm(folder, "scontrol", {"update", "JobId=" + arrayId + "_0", "StartTime=now"});
+        if (fileExists(folder / "job/merged")) return true;
+        if (slurm(folder, "squeue", {"--noheader", "--jobs=" + task0, "--states=PENDING", "--format=%r"}).out ==
+            "BeginTime\n")
+          slurm(folder, "scontrol", {"update", "JobId=" + task0, "StartTime=now"});
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
         return fileExists(folder / "job/merged");
       },
-      240);
-  ASSERT_TRUE(merged) << readWholeFile(log) << slurm(folder, "squeue", {}).out;
+      90);
+  ASSERT_TRUE(merged) << readWholeFile(log) << slurm(folder, "squeue", {"--format=%i %T %r"}).out
+                      << readWholeFile(clusterFolder_ + "/slurmctld.log");
   EXPECT_NE(readWholeFile(log).find("zvrsFarm: task 0 ended with status 137 on attempt 1; requeued"), std::string::npos)
       << readWholeFile(log);
   const CommandRun status = slurm(folder, farmProgram(), {"status", "--job", "job"});
