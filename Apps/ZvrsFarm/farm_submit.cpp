@@ -130,7 +130,14 @@ std::string jobScript(const FarmJob& job, const std::string& farmProgram) {
       "[ \"$status\" -eq 0 ] && exit 0\n"
       "if [ \"$attempt\" -lt \"$retries\" ]; then\n"
       "  echo \"zvrsFarm: task $task ended with status $status on attempt $((attempt + 1)); requeued\"\n"
-      "  scontrol requeue \"${SLURM_ARRAY_JOB_ID}_${task}\" && exit \"$status\"\n"
+      "  if scontrol requeue \"${SLURM_ARRAY_JOB_ID}_${task}\"; then\n"
+      "    # The requeue ends this attempt itself. Ending it first with the failure status races that\n"
+      "    # end, and when the failure wins Slurm records the task FAILED and does not run it again.\n"
+      "    # So wait to be stopped; give up only if that never comes.\n"
+      "    sleep 300\n"
+      "    echo \"zvrsFarm: task $task was requeued, but Slurm did not stop this attempt\" >&2\n"
+      "    exit \"$status\"\n"
+      "  fi\n"
       "fi\n"
       "echo \"task $task failed with status $status after $((attempt + 1)) attempts\" > \"$job/shards/$task/failed\"\n"
       "echo \"zvrsFarm: task $task failed with status $status after $((attempt + 1)) attempts\" >&2\n"
@@ -183,8 +190,10 @@ int submitJob(SubmitOptions& options) {
     std::fprintf(stderr, "zvrsFarm submit: sbatch did not accept the job array (see its message above)\n");
     return 1;
   }
+  // afterany, not afterok: once every task has ended, done or failed for good, the merge runs and
+  // either merges or names the missing shards, instead of waiting for ever behind a failed task.
   std::vector<std::string> merge = {"sbatch", "--parsable", "--job-name=zvrsFarm-merge",
-                                    "--dependency=afterok:" + arrayId, "--output=" + job.folder + "/logs/merge_%j.out",
+                                    "--dependency=afterany:" + arrayId, "--output=" + job.folder + "/logs/merge_%j.out",
                                     "--chdir=" + job.workingDirectory};
   merge.insert(merge.end(), options.sbatchArguments.begin(), options.sbatchArguments.end());
   merge.insert(merge.end(), {scriptPath, "merge"});

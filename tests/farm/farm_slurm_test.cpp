@@ -1,6 +1,7 @@
 // zvrsFarm on a real one-node Slurm cluster that the test starts in a folder of its own (munge,
 // slurmctld, slurmd on 127.0.0.1): a 2-frame x 2-shard job array with its merge job, one task killed
-// in the middle of rendering and requeued, and the merged files equal to one long run per frame.
+// in the middle of rendering and requeued, and the merged files equal to one long run per frame; and
+// without retries, the merge job that names the shard that failed for good.
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -14,6 +15,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "tests/farm/farm_run.h"
 
@@ -50,7 +52,7 @@ bool waitFor(Condition condition, double seconds) {
 }
 
 class SlurmCluster : public ::testing::Test {
- protected:
+ public:
   void SetUp() override {
     if (!slurmInstalled())
       GTEST_SKIP() << "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
@@ -75,34 +77,51 @@ class SlurmCluster : public ::testing::Test {
   bool started_ = false;
 };
 
+// Submits 2 frames x 2 shards with `retries` and kills task 0 once it has printed its first
+// percentage: in the middle of rendering. Returns the array's and the merge job's ids.
+std::pair<std::string, std::string> submitAndKillTask0(SlurmCluster& cluster, const RunFolder& folder,
+                                                       const std::string& config, const std::string& retries) {
+  const CommandRun submit = cluster.slurm(folder, farmProgram(),
+                                          {"submit", kAnimated, config, "--shards", "2", "--frames", "1:2", "--fps",
+                                           "24", "--job", "job", "--retries", retries});
+  EXPECT_EQ(submit.exitCode, 0) << submit.out << submit.err;
+  std::istringstream ids(readWholeFile(folder / "job/slurm"));
+  std::string arrayId, mergeId;
+  ids >> arrayId >> mergeId;
+  const std::string log = folder / ("job/logs/task_" + arrayId + "_0.out");
+  EXPECT_TRUE(waitFor([&] { return readWholeFile(log).find("%\n") != std::string::npos; }, 60)) << readWholeFile(log);
+  std::string host;
+  long pid = 0;
+  std::istringstream(readWholeFile(folder / "job/shards/0/running")) >> host >> pid;
+  EXPECT_GT(pid, 0);
+  EXPECT_EQ(pid > 0 ? ::kill(pid_t(pid), SIGKILL) : -1, 0) << "task 0 ended before it could be killed";
+  return {arrayId, mergeId};
+}
+
 TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactly) {
   const RunFolder folder("slurm");
   const std::string config =
       writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1,"output":["out.png","out.exr"],"aovs":{"normal":"n.exr"})");
-  const CommandRun submit = slurm(folder, farmProgram(),
-                                  {"submit", kAnimated, config, "--shards", "2", "--frames", "1:2", "--fps", "24",
-                                   "--job", "job", "--retries", "1"});
-  ASSERT_EQ(submit.exitCode, 0) << submit.out << submit.err;
-  const std::string ids = readWholeFile(folder / "job/slurm");
-  const std::string arrayId = ids.substr(0, ids.find(' '));
-
-  // Kill task 0 once it has printed its first percentage: in the middle of rendering.
+  const std::string arrayId = submitAndKillTask0(*this, folder, config, "1").first;
+  ASSERT_FALSE(HasFailure());
   const std::string log = folder / ("job/logs/task_" + arrayId + "_0.out");
-  ASSERT_TRUE(waitFor([&] { return readWholeFile(log).find("%\n") != std::string::npos; }, 60)) << readWholeFile(log);
-  std::string host;
-  long pid = 0;
-  std::istringstream(readWholeFile(folder / "job/shards/0/running")) >> host >> pid;
-  ASSERT_GT(pid, 0);
-  ASSERT_EQ(::kill(pid_t(pid), SIGKILL), 0) << "task 0 ended before it could be killed";
 
-  // Slurm holds a requeued task for two minutes before it may start again; the test does not wait.
+  // Slurm holds a requeued task for two minutes before it may start again; the test lifts the hold,
+  // but only once the task is back in the queue: lifted earlier, it can start again before its
+  // killed attempt is wound up. Polled twice a second so the polling does not load the node.
+  const std::string task0 = arrayId + "_0";
   const bool merged = waitFor(
       [&] {
-        slurm(folder, "scontrol", {"update", "JobId=" + arrayId + "_0", "StartTime=now"});
+        if (fileExists(folder / "job/merged")) return true;
+        if (slurm(folder, "squeue", {"--noheader", "--jobs=" + task0, "--states=PENDING", "--format=%r"}).out ==
+            "BeginTime\n")
+          slurm(folder, "scontrol", {"update", "JobId=" + task0, "StartTime=now"});
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
         return fileExists(folder / "job/merged");
       },
-      240);
-  ASSERT_TRUE(merged) << readWholeFile(log) << slurm(folder, "squeue", {}).out;
+      90);
+  ASSERT_TRUE(merged) << readWholeFile(log) << slurm(folder, "squeue", {"--format=%i %T %r"}).out
+                      << readWholeFile(clusterFolder_ + "/slurmctld.log");
   EXPECT_NE(readWholeFile(log).find("zvrsFarm: task 0 ended with status 137 on attempt 1; requeued"), std::string::npos)
       << readWholeFile(log);
   const CommandRun status = slurm(folder, farmProgram(), {"status", "--job", "job"});
@@ -118,6 +137,24 @@ TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactl
     expectSameFiles("frame " + std::to_string(frame), longRun, folder / ("job/output/frame_000" + std::to_string(frame)),
                     {"out.png", "out.exr", "n.exr", "stats.json"});
   }
+}
+
+// Without retries a killed task fails for good; the merge job still runs, names what is missing
+// and writes nothing, instead of waiting for ever behind the failed task.
+TEST_F(SlurmCluster, MergeJobOfATaskThatFailedForGoodNamesTheMissingShard) {
+  const RunFolder folder("slurm_failed");
+  const std::string config = writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1)");
+  const auto [arrayId, mergeId] = submitAndKillTask0(*this, folder, config, "0");
+  ASSERT_FALSE(HasFailure());
+  const std::string mergeLog = folder / ("job/logs/merge_" + mergeId + ".out");
+  ASSERT_TRUE(waitFor([&] { return readWholeFile(mergeLog).find("Missing:\n  frame 1: shards 0\n") != std::string::npos; },
+                      60))
+      << readWholeFile(mergeLog) << slurm(folder, "squeue", {"--format=%i %T %r"}).out;
+  EXPECT_NE(readWholeFile(folder / ("job/logs/task_" + arrayId + "_0.out"))
+                .find("zvrsFarm: task 0 failed with status 137 after 1 attempts"),
+            std::string::npos);
+  EXPECT_FALSE(fileExists(folder / "job/merged"));
+  EXPECT_FALSE(fileExists(folder / "job/output"));
 }
 
 }  // namespace
