@@ -39,7 +39,7 @@ start() {
   dd if=/dev/urandom of="$folder/munge.key" bs=1024 count=1 status=none
   chmod 400 "$folder/munge.key"
   munged --force --socket="$folder/munge.socket" --key-file="$folder/munge.key" --pid-file="$folder/munged.pid" \
-    --log-file="$folder/munged.log" --seed-file="$folder/munged.seed"
+    --log-file="$folder/munged.log" --seed-file="$folder/munged.seed" </dev/null >>"$folder/daemons.out" 2>&1
   cat > "$folder/slurm.conf" <<CONF
 ClusterName=zvrstest
 SlurmctldHost=$host(127.0.0.1)
@@ -71,8 +71,9 @@ NodeName=$host NodeAddr=127.0.0.1 CPUs=$(nproc) State=UNKNOWN
 PartitionName=test Nodes=$host Default=YES MaxTime=INFINITE State=UP
 CONF
   export SLURM_CONF="$folder/slurm.conf"
-  slurmctld -f "$SLURM_CONF"
-  slurmd -f "$SLURM_CONF"
+  # Their own logs say what went wrong; the caller's output streams must not stay open in them.
+  slurmctld -f "$SLURM_CONF" </dev/null >>"$folder/daemons.out" 2>&1
+  slurmd -f "$SLURM_CONF" </dev/null >>"$folder/daemons.out" 2>&1
   for _ in $(seq 100); do
     if sinfo --noheader --format=%T 2>/dev/null | grep -q idle; then
       echo "$SLURM_CONF"

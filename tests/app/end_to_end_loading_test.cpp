@@ -32,9 +32,7 @@ TEST(EndToEndLoading, TheImageLibraryLoadsOnlyForFormatsThatNeedIt) {
   for (const Case& c : cases) {
     ProcessOptions options;
     options.workingDirectory = folder.string();
-    // The leak checker's tracer cannot attach beside the image library's live thread pool; this
-    // test is about loading, and other runs check for leaks.
-    options.environment = {{"LD_DEBUG", "files"}, {"ASAN_OPTIONS", "detect_leaks=0"}};
+    options.environment = {{"LD_DEBUG", "files"}};
     const ProcessResult result = runProcess(
         renderProgramPath(),
         {kScene, R"({"gui":0,"width":32,"height":32,"iterations":1,"plugin":"Velder64.dll","context":{"cpu":1,"threads":1},"output":")" +

@@ -16,6 +16,7 @@
 
 #include <cstring>
 
+#include "tests/support/process_runner.h"
 #include "tests/support/program_run.h"
 
 // Single-quoted for the shell, quotes inside closed and reopened.
@@ -45,18 +46,14 @@ inline std::vector<std::string> lines(const std::string& text) {
   return result;
 }
 
-// Runs a program in `folder` with its outputs kept in files there; `environment` is a shell prefix.
+// Runs a program in `folder` to its end; `environment` is added to the test's own.
 inline CommandRun runIn(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments,
-                        const std::string& environment = "") {
-  std::string command = "cd " + shellQuoted(folder) + " && " + environment + " " + shellQuoted(program);
-  for (const std::string& argument : arguments) command += " " + shellQuoted(argument);
-  command += " > command.out 2> command.err";
-  const int status = std::system(command.c_str());
-  CommandRun run;
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.out = readWholeFile(folder + "/command.out");
-  run.err = readWholeFile(folder + "/command.err");
-  return run;
+                        const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+  ProcessOptions options;
+  options.workingDirectory = folder;
+  options.environment = environment;
+  const ProcessResult result = runProcess(program, arguments, options);
+  return {result.exited ? result.exitCode : -1, result.out, result.err};
 }
 
 // A small, quick configuration: 64 samples of a 40 x 30 picture on two threads, plus `settings`.

@@ -62,7 +62,7 @@ class SlurmCluster : public ::testing::Test {
     const CommandRun start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
                                                  std::to_string(freePort())});
     ASSERT_EQ(start.exitCode, 0) << start.err;
-    environment_ = "SLURM_CONF=" + shellQuoted(clusterFolder_ + "/slurm.conf");
+    environment_ = {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}};
   }
   void TearDown() override {
     if (!started_) return;
@@ -73,7 +73,8 @@ class SlurmCluster : public ::testing::Test {
     return runIn(folder, program, arguments, environment_);
   }
 
-  std::string clusterFolder_, environment_;
+  std::string clusterFolder_;
+  std::vector<std::pair<std::string, std::string>> environment_;
   bool started_ = false;
 };
 

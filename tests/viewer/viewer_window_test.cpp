@@ -30,11 +30,6 @@ constexpr int kHeight = 150;
 // The panel opens at (60, 60) and is about 215 pixels wide; the picture around it is never covered.
 bool outsidePanel(int x, int y) { return x < 60 || y < 60 || x > 290; }
 
-// In a sanitizer build the leak checker's own tracer crashes at the exit of a process whose thread
-// pool is still alive, and Mesa's software rasteriser keeps allocations until exit; the viewer's
-// runs are checked for memory errors, and the library's leaks by the library's own tests.
-const std::pair<std::string, std::string> kNoLeakCheck = {"ASAN_OPTIONS", "detect_leaks=0"};
-
 void pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
 std::string settingsFor(const std::string& plugin, const std::string& extra, int width = kWidth,
@@ -100,7 +95,6 @@ class ViewerWindow : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!x11_.available()) GTEST_SKIP() << "no X display; ctest runs this test under xvfb-run";
-    setenv(kNoLeakCheck.first.c_str(), kNoLeakCheck.second.c_str(), 1);  // for the batch runs too
   }
 
   // Starts the viewer on `scene` and waits for its window.
