@@ -13,6 +13,16 @@ struct Ray {
   float tMin = 0, tMax = 1e30f;
 };
 
+// A ray leaving surface point p: its origin is offset along the geometric normal towards the side
+// it leaves by, so that it cannot hit the surface it starts on.
+inline Ray spawnRay(Vec3 p, Vec3 ng, Vec3 dir, float epsilon, float distance = 1e30f) {
+  Ray r;
+  r.origin = p + ng * (dot(dir, ng) >= 0 ? epsilon : -epsilon);
+  r.direction = dir;
+  r.tMax = distance;
+  return r;
+}
+
 class Camera {
  public:
   Camera(const CameraData& data, uint32_t width, uint32_t height);

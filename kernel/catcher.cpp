@@ -4,15 +4,6 @@
 
 namespace zvr::kernel {
 
-Ray CatcherShading::spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance) const {
-  Ray r;
-  r.origin = p + ng * (dot(dir, ng) >= 0 ? epsilon_ : -epsilon_);
-  r.direction = dir;
-  r.tMin = 0;
-  r.tMax = distance;
-  return r;
-}
-
 CatcherResult CatcherShading::shade(uint32_t flags, const SurfaceHit& hit, const ShadedPoint& sp, Vec3 wo,
                                     Sampler& sampler) const {
   CatcherResult out;
@@ -45,7 +36,7 @@ void CatcherShading::shadow(const SurfaceHit& hit, Vec3 n, Sampler& sampler, Cat
     if (first && value > 0) {
       const Vec3 ng = dot(hit.ng, n) >= 0 ? hit.ng : -hit.ng;
       const float shorten = ls.distance < 1e29f ? 2 * epsilon_ : 0;
-      shadowRay = spawn(hit.p, ng, ls.wi, std::max(0.0f, ls.distance - shorten));
+      shadowRay = spawnRay(hit.p, ng, ls.wi, epsilon_, std::max(0.0f, ls.distance - shorten));
       out.lit = out.unoccluded = value;
     }
     first = false;
@@ -67,7 +58,7 @@ void CatcherShading::reflection(const SurfaceHit& hit, const ShadedPoint& sp, Ve
   if (!bsdf.sample(uLobe, u.first, u.second, bs) || bs.transmitted || !isFinite(bs.weight) || isBlack(bs.weight)) return;
   SurfaceHit seen;
   ++out.rays;
-  if (!scene_.intersect(spawn(hit.p, hit.ng, bs.wi, 1e30f), seen)) return;  // the sky is not an object
+  if (!scene_.intersect(spawnRay(hit.p, hit.ng, bs.wi, epsilon_), seen)) return;  // the sky is not an object
   if (scene_.shapes()[seen.shape].catcher != 0) return;
   out.reflection = bs.weight * directLight(seen, -bs.wi, sampler, out.rays);
 }
@@ -89,7 +80,7 @@ Vec3 CatcherShading::directLight(SurfaceHit& hit, Vec3 wo, Sampler& sampler, uin
   if (isBlack(f)) return result;
   const float shorten = ls.distance < 1e29f ? 2 * epsilon_ : 0;
   ++rays;
-  if (scene_.occluded(spawn(hit.p, hit.ng, ls.wi, std::max(0.0f, ls.distance - shorten)))) return result;
+  if (scene_.occluded(spawnRay(hit.p, hit.ng, ls.wi, epsilon_, std::max(0.0f, ls.distance - shorten)))) return result;
   const Vec3 light = f * ls.radiance * (1 / ls.pdf);
   return isFinite(light) ? result + light : result;
 }

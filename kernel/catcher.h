@@ -34,7 +34,6 @@ class CatcherShading {
   void reflection(const SurfaceHit& hit, const ShadedPoint& sp, Vec3 wo, Sampler& sampler, CatcherResult& out) const;
   // Emission and one light sample at a surface seen in the catcher.
   Vec3 directLight(SurfaceHit& hit, Vec3 wo, Sampler& sampler, uint32_t& rays) const;
-  Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance) const;
 
   const Scene& scene_;
   const LightSet& lights_;

@@ -27,9 +27,7 @@ bool firstSolidHit(const Scene& scene, const RenderParams& params, Ray ray, Surf
       return true;
     }
     distance += hit.t;
-    const float eps = scene.rayEpsilon();
-    ray.origin = hit.p + hit.ng * (dot(ray.direction, hit.ng) >= 0 ? eps : -eps);
-    ray.tMin = 0;
+    ray = spawnRay(hit.p, hit.ng, ray.direction, scene.rayEpsilon());
   }
   return false;
 }

@@ -64,16 +64,6 @@ PathIntegrator::PathIntegrator(const Scene& scene, const LightSet& lights, const
   if (settings.lightPaths && settings.lightPaths->wanted()) paths_ = settings.lightPaths;
 }
 
-Ray PathIntegrator::spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance) const {
-  Ray r;
-  // Offset along the geometric normal towards the side the ray leaves by.
-  r.origin = p + ng * (dot(dir, ng) >= 0 ? epsilon_ : -epsilon_);
-  r.direction = dir;
-  r.tMin = 0;
-  r.tMax = distance;
-  return r;
-}
-
 // The factor the radiance clamp applies to a contribution: 0 for one that is not finite.
 float PathIntegrator::clampScale(Vec3 c) const {
   if (!isFinite(c)) return 0;
@@ -116,7 +106,7 @@ void PathIntegrator::creditLightSample(Path& path, int category, Vec3 value) con
 Ray PathIntegrator::shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const {
   // Stop short of a light's surface so it does not shadow itself.
   float shorten = distance < 1e29f ? 2 * epsilon_ : 0;
-  return spawn(from, ng, dir, std::max(0.0f, distance - shorten));
+  return spawnRay(from, ng, dir, epsilon_, std::max(0.0f, distance - shorten));
 }
 
 // Visibility along a shadow ray through alpha-blended surfaces: each is crossed with a single
@@ -133,7 +123,7 @@ Vec3 PathIntegrator::transmittance(Ray ray, uint32_t& rays) const {
     visibility *= 1 - opacity;
     if (visibility <= 0) return Vec3(0);
     float remaining = ray.tMax - hit.t;
-    ray = spawn(hit.p, hit.ng, dir, remaining);
+    ray = spawnRay(hit.p, hit.ng, dir, epsilon_, remaining);
     ++rays;
   }
 }
@@ -299,7 +289,7 @@ void PathIntegrator::passCatcher(Path& path, const SurfaceHit& hit, const Shaded
   }
   if (path.alphaPasses++ >= kMaxAlphaPasses) return;
   path.distanceSoFar += hit.t;
-  path.ray = spawn(hit.p, hit.ng, path.ray.direction);
+  path.ray = spawnRay(hit.p, hit.ng, path.ray.direction, epsilon_);
   path.alive = true;
 }
 
@@ -333,7 +323,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     if (u >= mat.opacity && path.alphaPasses < kMaxAlphaPasses) {
       ++path.alphaPasses;
       if (depth == 0) path.distanceSoFar += hit.t;
-      path.ray = spawn(hit.p, hit.ng, ray.direction);
+      path.ray = spawnRay(hit.p, hit.ng, ray.direction, epsilon_);
       path.alive = true;
       return;
     }
@@ -368,7 +358,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
       Sampler aoSampler = sampler.fork(1);
       auto u = aoSampler.get2D();
       Vec3 dir = Frame(n).toWorld(squareToCosineHemisphere(u.first, u.second));
-      path.aoRay = spawn(hit.p, ng, dir, aoRadius_);
+      path.aoRay = spawnRay(hit.p, ng, dir, epsilon_, aoRadius_);
       path.aoPending = true;
     }
     if (settings_.mode == IntegratorMode::AmbientOcclusion) return;
@@ -496,7 +486,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     beta *= 1 / (1 - q);
     path.lightBeta *= 1 / (1 - q);
   }
-  path.ray = spawn(hit.p, hit.ng, bs.wi);
+  path.ray = spawnRay(hit.p, hit.ng, bs.wi, epsilon_);
   path.alive = true;
 }
 

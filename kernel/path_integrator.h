@@ -68,7 +68,6 @@ class PathIntegrator {
   void addLight(Path& path, Vec3 value, bool direct) const;
   Ray shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const;
   Vec3 transmittance(Ray ray, uint32_t& rays) const;
-  Ray spawn(Vec3 p, Vec3 ng, Vec3 dir, float distance = 1e30f) const;
   Vec3 clampContribution(Vec3 c) const;
   void passCatcher(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const;
   float clampScale(Vec3 c) const;

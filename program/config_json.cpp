@@ -106,14 +106,14 @@ std::string valueToText(const picojson::value& value) { return value.to_str(); }
 
 void mergeOverride(const picojson::value& override, picojson::value& target) {
   if (valueToText(override) != "object") return;
-  // A block the document lacks merges into this null, which refuses any entry with picojson's
-  // own assertion: the override may change blocks but not create them.
-  static picojson::value missingBlock;
   for (const auto& [key, value] : override.get<picojson::object>()) {
     picojson::object& targetObject = target.get<picojson::object>();
     auto existing = targetObject.find(key);
     // The test goes by text, so a string "object" is taken for a block as well.
     if (valueToText(value) == "object") {
+      // A block the document lacks merges into a null, which refuses any entry with picojson's own
+      // assertion: the override may change blocks but not create them.
+      picojson::value missingBlock;
       mergeOverride(value, existing != targetObject.end() ? existing->second : missingBlock);
       continue;
     }
