@@ -7,7 +7,6 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
-#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
@@ -19,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/bench_harness.h"
 #include "bench/cornell_scene.h"
 #include "bench/image_compare.h"
 #include "bench/library_scene.h"
@@ -35,13 +35,6 @@ const std::string kScene = std::string(ZVR_SHARED_DIR) + "/reference/cornell-lam
 const std::string kReference = std::string(ZVR_SHARED_DIR) + "/reference/cornell-cycles-1024spp.exr";
 
 using zvr::bench::Image;
-
-// Processor time of the whole process: on a shared machine wall time also counts other people's work.
-double cpuSeconds() {
-  rusage u{};
-  getrusage(RUSAGE_SELF, &u);
-  return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
-}
 
 double rmse(const Image& a, const Image& b) { return zvr::bench::rmse(a, b); }
 Image blockAverage(const Image& a, uint32_t block) { return zvr::bench::blockAverage(a, kSize, block); }
@@ -69,15 +62,6 @@ class SumTarget : public zvr::FrameBufferTarget {
   uint32_t count = 0;
 };
 
-class QuietHost : public zvr::RenderHost {
- public:
-  void reportProgress(float) override {}
-  void reportUpdateTime(float ms) override { updateMs = ms; }
-  void reportFirstIterationTime(float) override {}
-  bool abortRequested() const override { return false; }
-  float updateMs = 0;
-};
-
 zvr::RenderParams benchParams(uint32_t threads) {
   zvr::RenderParams p;
   p.maxDepth = p.maxDepthDiffuse = p.maxDepthGlossy = p.maxDepthRefraction = p.maxDepthRefractionGlossy = 8;
@@ -98,7 +82,7 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
   }
   zvr::velder::VelderPlugin plugin;
   zvr::RenderParams params = benchParams(threads);
-  QuietHost host;
+  zvr::bench::QuietHost host;
   SumTarget half, full;
   zvr::RenderRequest r;
   r.scene = &scene;
@@ -112,13 +96,13 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
     return false;
   }
   auto start = std::chrono::steady_clock::now();
-  double cpuStart = cpuSeconds();
+  double cpuStart = zvr::bench::processorSeconds();
   r.firstSampleIndex = samples / 2;
   r.iterations = samples - samples / 2;
   r.targets = {{0, &full}};
   if (plugin.render(r, &error) != 0) return false;
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  double cpu = cpuSeconds() - cpuStart;
+  double cpu = zvr::bench::processorSeconds() - cpuStart;
   uint64_t rays = plugin.raysTraced();
   Image a = normalize(half.data), b = normalize(full.data);
   std::vector<float> total(half.data.size());
@@ -184,7 +168,7 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
     auto measure = [&](bool shadow, bool packets, uint64_t& hits) {
       std::atomic<uint64_t> count{0};
       auto t0 = std::chrono::steady_clock::now();
-      double c0 = cpuSeconds();
+      double c0 = zvr::bench::processorSeconds();
       arena.execute([&] {
         tbb::parallel_for(tbb::blocked_range<size_t>(0, kRays * kPasses / 16), [&](const tbb::blocked_range<size_t>& range) {
           uint64_t local = 0;
@@ -226,7 +210,7 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
         });
       });
       double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-      double cs = cpuSeconds() - c0;
+      double cs = zvr::bench::processorSeconds() - c0;
       hits = count;
       return std::make_pair(kRays * kPasses / s / 1e6, kRays * kPasses / cs / 1e6);
     };
@@ -249,46 +233,32 @@ bool kernelBench(uint32_t samples, uint32_t threads, const Image& reference, con
   return true;
 }
 
-#define CHECK(call)                                                                        \
-  do {                                                                                     \
-    ZvrStatus status_ = (call);                                                            \
-    if (status_ != 0) {                                                                    \
-      std::fprintf(stderr, "%s\n", zvr::bench::libraryFailure(library, #call, status_).c_str()); \
-      return false;                                                                        \
-    }                                                                                      \
-  } while (0)
 
 // The same comparison through the public libraries, as the program renders.
 bool apiBench(uint32_t samples, uint32_t threads, const Image& reference) {
   zvr::bench::LibraryScene library;
   std::string error;
-  if (!zvr::bench::openLibraryScene(kScene, threads, library, &error)) {
+  ZvrFrameBuffer fb = nullptr;
+  if (!zvr::bench::openLibraryScene(kScene, threads, library, &error) ||
+      !zvr::bench::prepareReferenceRender(library, kSize, &fb, &error)) {
     std::fprintf(stderr, "%s\n", error.c_str());
-    zvr::bench::closeLibraryScene(library);
     return false;
   }
   ZvrContext context = library.context;
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_MAX_DEPTH, 8));
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_IMAGE_FILTER_TYPE, 3));
-  CHECK(zvrContextSetParameterByKey1f(context, ZVR_CONTEXT_IMAGE_FILTER_RADIUS, 1.125f));
-  ZvrFramebufferDesc desc{kSize, kSize};
-  ZvrFrameBuffer fb = nullptr;
-  CHECK(zvrContextCreateFrameBuffer(context, ZvrFramebufferFormat{4, ZVR_COMPONENT_TYPE_FLOAT32}, &desc, &fb));
-  CHECK(zvrContextSetAOV(context, 0, fb));
   auto read = [&](std::vector<float>& data) {
     data.resize(size_t(kSize) * kSize * 4);
     return zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_DATA, data.size() * sizeof(float), data.data(), nullptr);
   };
   // Two halves into one framebuffer: the second half is the difference of the sums.
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, samples / 2));
+  ZVR_BENCH_CHECK(library, zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, samples / 2));
   auto t0 = std::chrono::steady_clock::now();
-  CHECK(zvrContextRender(context));
+  ZVR_BENCH_CHECK(library, zvrContextRender(context));
   std::vector<float> halfSums, fullSums;
-  CHECK(read(halfSums));
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, samples - samples / 2));
-  CHECK(zvrContextRender(context));
+  ZVR_BENCH_CHECK(library, read(halfSums));
+  ZVR_BENCH_CHECK(library, zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, samples - samples / 2));
+  ZVR_BENCH_CHECK(library, zvrContextRender(context));
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-  CHECK(read(fullSums));
+  ZVR_BENCH_CHECK(library, read(fullSums));
   std::vector<float> secondSums(fullSums.size());
   for (size_t i = 0; i < fullSums.size(); ++i) secondSums[i] = fullSums[i] - halfSums[i];
   std::printf("library: %u samples, %u threads: %.2f M samples/s including scene updates\n", samples, threads,
@@ -297,19 +267,18 @@ bool apiBench(uint32_t samples, uint32_t threads, const Image& reference) {
 
   // The first picture after a camera move: one iteration from a cleared framebuffer, accumulated
   // (hint 0) or provisional (hint 2, blocks of key 287). Best of five, the scene already built.
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 1));
+  ZVR_BENCH_CHECK(library, zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 1));
   for (uint32_t hint : {uint32_t(ZVR_FRAMECOUNT_ACCUMULATE), uint32_t(ZVR_FRAMECOUNT_PROVISIONAL)}) {
-    CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_FRAMECOUNT, hint));
+    ZVR_BENCH_CHECK(library, zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_FRAMECOUNT, hint));
     double best = 1e30;
     for (int run = 0; run < 5; ++run) {
-      CHECK(zvrFrameBufferClear(fb));
+      ZVR_BENCH_CHECK(library, zvrFrameBufferClear(fb));
       auto start = std::chrono::steady_clock::now();
-      CHECK(zvrContextRender(context));
+      ZVR_BENCH_CHECK(library, zvrContextRender(context));
       best = std::min(best, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     }
     std::printf("library: first picture after a restart, frame hint %u: %.1f ms\n", hint, best);
   }
-  zvr::bench::closeLibraryScene(library);
   return true;
 }
 

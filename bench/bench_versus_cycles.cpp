@@ -7,7 +7,6 @@
 //
 // Runs alternate between the renderers and the fastest of each counts. Error is taken to fall
 // as 1/sqrt(samples), so reaching an error e from e64 at 64 samples takes (e64/e)^2 times as long.
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_harness.h"
 #include "bench/image_compare.h"
 #include "bench/library_scene.h"
 
@@ -38,12 +38,6 @@ struct Measurement {
   double blockError = 0, fullError = 0;
   bool ran = false;
 };
-
-double cpuSeconds() {
-  rusage u{};
-  getrusage(RUSAGE_SELF, &u);
-  return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
-}
 
 std::string findOnPath(const std::string& program) {
   const char* path = std::getenv("PATH");
@@ -98,44 +92,27 @@ bool runCycles(const std::string& blender, const std::string& folder, uint32_t s
   return true;
 }
 
-#define CHECK(call)                                                                        \
-  do {                                                                                     \
-    ZvrStatus status_ = (call);                                                            \
-    if (status_ != 0) {                                                                    \
-      std::fprintf(stderr, "%s\n", zvr::bench::libraryFailure(scene, #call, status_).c_str()); \
-      zvr::bench::closeLibraryScene(scene);                                                \
-      return false;                                                                        \
-    }                                                                                      \
-  } while (0)
 
 // A fresh import each run, outside the clock as Cycles' import is: the render call then pays for
 // the scene build as Cycles' does.
 bool runVelder(uint32_t samples, uint32_t threads, const Image& reference, Measurement& m) {
   zvr::bench::LibraryScene scene;
   std::string error;
-  if (!zvr::bench::openLibraryScene(kScene, threads, scene, &error)) {
+  ZvrFrameBuffer fb = nullptr;
+  if (!zvr::bench::openLibraryScene(kScene, threads, scene, &error) ||
+      !zvr::bench::prepareReferenceRender(scene, kSize, &fb, &error)) {
     std::fprintf(stderr, "velder: %s\n", error.c_str());
-    zvr::bench::closeLibraryScene(scene);
     return false;
   }
   ZvrContext context = scene.context;
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_MAX_DEPTH, 8));
-  // The reference's Gaussian has a standard deviation of 0.375 px; ours is a third of the radius.
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_IMAGE_FILTER_TYPE, 3));
-  CHECK(zvrContextSetParameterByKey1f(context, ZVR_CONTEXT_IMAGE_FILTER_RADIUS, 1.125f));
-  CHECK(zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, samples));
-  ZvrFramebufferDesc desc{kSize, kSize};
-  ZvrFrameBuffer fb = nullptr;
-  CHECK(zvrContextCreateFrameBuffer(context, ZvrFramebufferFormat{4, ZVR_COMPONENT_TYPE_FLOAT32}, &desc, &fb));
-  CHECK(zvrContextSetAOV(context, 0, fb));
+  ZVR_BENCH_CHECK(scene, zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, samples));
   auto start = std::chrono::steady_clock::now();
-  double cpuStart = cpuSeconds();
-  CHECK(zvrContextRender(context));
+  double cpuStart = zvr::bench::processorSeconds();
+  ZVR_BENCH_CHECK(scene, zvrContextRender(context));
   double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  double cpu = cpuSeconds() - cpuStart;
+  double cpu = zvr::bench::processorSeconds() - cpuStart;
   std::vector<float> sums(size_t(kSize) * kSize * 4);
-  CHECK(zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_DATA, sums.size() * sizeof(float), sums.data(), nullptr));
-  zvr::bench::closeLibraryScene(scene);
+  ZVR_BENCH_CHECK(scene, zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_DATA, sums.size() * sizeof(float), sums.data(), nullptr));
   std::printf("velder: run %.2f s, %.2f processor s\n", wall, cpu);
   m.wall = std::min(m.wall, wall);
   m.cpu = std::min(m.cpu, cpu);

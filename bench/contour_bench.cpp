@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_harness.h"
 #include "bench/cornell_scene.h"
 #include "kernel/aov.h"
 #include "plugins/quillon/quillon_plugin.h"
@@ -29,20 +30,6 @@ class SumTarget : public zvr::FrameBufferTarget {
   uint32_t count = 0;
 };
 
-class QuietHost : public zvr::RenderHost {
- public:
-  void reportProgress(float) override {}
-  void reportUpdateTime(float) override {}
-  void reportFirstIterationTime(float) override {}
-  bool abortRequested() const override { return false; }
-};
-
-double processorMilliseconds() {
-  timespec t{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return double(t.tv_sec) * 1e3 + double(t.tv_nsec) * 1e-6;
-}
-
 struct Timing {
   double wallMs = 0, cpuMs = 0;
 };
@@ -58,7 +45,7 @@ bool timeIntegrator(const char* integrator, const zvr::SceneSnapshot& scene, uin
   }
   zvr::RenderParams params;
   params.threadCount = threads;
-  QuietHost host;
+  zvr::bench::QuietHost host;
   SumTarget color;
   zvr::RenderRequest r;
   r.scene = &scene;
@@ -74,10 +61,10 @@ bool timeIntegrator(const char* integrator, const zvr::SceneSnapshot& scene, uin
   r.iterations = iterations;
   r.firstSampleIndex = 1;
   const auto start = std::chrono::steady_clock::now();
-  const double cpuStart = processorMilliseconds();
+  const double cpuStart = 1e3 * zvr::bench::processorSeconds();
   if (plugin.render(r, &error) != 0) return false;
   out.wallMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() / iterations;
-  out.cpuMs = (processorMilliseconds() - cpuStart) / iterations;
+  out.cpuMs = (1e3 * zvr::bench::processorSeconds() - cpuStart) / iterations;
   return true;
 }
 

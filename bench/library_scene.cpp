@@ -108,11 +108,20 @@ bool openLibraryScene(const std::string& path, uint32_t threads, LibraryScene& o
   return true;
 }
 
-void closeLibraryScene(LibraryScene& scene) {
-  if (!scene.context) return;
-  zvrsDeleteListImportedObjects(scene.context);
-  zvrObjectDelete(scene.context);
-  scene = {};
+LibraryScene::~LibraryScene() {
+  if (!context) return;
+  zvrsDeleteListImportedObjects(context);
+  zvrObjectDelete(context);
+}
+
+bool prepareReferenceRender(LibraryScene& out, uint32_t size, ZvrFrameBuffer* colour, std::string* error) {
+  BENCH_CHECK(zvrContextSetParameterByKey1u(out.context, ZVR_CONTEXT_MAX_DEPTH, 8));
+  BENCH_CHECK(zvrContextSetParameterByKey1u(out.context, ZVR_CONTEXT_IMAGE_FILTER_TYPE, 3));
+  BENCH_CHECK(zvrContextSetParameterByKey1f(out.context, ZVR_CONTEXT_IMAGE_FILTER_RADIUS, 1.125f));
+  ZvrFramebufferDesc desc{size, size};
+  BENCH_CHECK(zvrContextCreateFrameBuffer(out.context, ZvrFramebufferFormat{4, ZVR_COMPONENT_TYPE_FLOAT32}, &desc, colour));
+  BENCH_CHECK(zvrContextSetAOV(out.context, 0, *colour));
+  return true;
 }
 
 }  // namespace zvr::bench

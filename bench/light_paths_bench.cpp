@@ -3,7 +3,6 @@
 //   light_paths_bench [samples=16] [rounds=3] [threads=2]
 // Rounds interleave the configurations; the best round of each is printed, in wall and processor
 // time, since the machine may be shared.
-#include <sys/resource.h>
 
 #include <chrono>
 #include <cstdio>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_harness.h"
 #include "bench/cornell_scene.h"
 #include "kernel/aov.h"
 #include "kernel/light_paths.h"
@@ -40,20 +40,6 @@ class Target : public zvr::FrameBufferTarget {
   std::string expression_;
   uint32_t count_ = 0;
 };
-
-class QuietHost : public zvr::RenderHost {
- public:
-  void reportProgress(float) override {}
-  void reportUpdateTime(float) override {}
-  void reportFirstIterationTime(float) override {}
-  bool abortRequested() const override { return false; }
-};
-
-double cpuSeconds() {
-  rusage u{};
-  getrusage(RUSAGE_SELF, &u);
-  return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + 1e-6 * double(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
-}
 
 struct Config {
   const char* name;
@@ -95,7 +81,7 @@ int main(int argc, char** argv) {
   zvr::velder::VelderPlugin plugin;
   zvr::RenderParams params;
   params.threadCount = threads;
-  QuietHost host;
+  zvr::bench::QuietHost host;
   for (int round = 0; round < rounds; ++round)
     for (Config& c : configs) {
       std::vector<std::unique_ptr<Target>> targets;
@@ -110,13 +96,13 @@ int main(int argc, char** argv) {
         r.targets.push_back({aov, targets.back().get()});
       }
       auto start = std::chrono::steady_clock::now();
-      double cpuStart = cpuSeconds();
+      double cpuStart = zvr::bench::processorSeconds();
       if (plugin.render(r, &error) != 0) {
         std::fprintf(stderr, "%s: render failed: %s\n", c.name, error.c_str());
         return 1;
       }
       c.bestWall = std::min(c.bestWall, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-      c.bestCpu = std::min(c.bestCpu, cpuSeconds() - cpuStart);
+      c.bestCpu = std::min(c.bestCpu, zvr::bench::processorSeconds() - cpuStart);
     }
   std::printf("Cornell box %ux%u, %u samples per pixel, %u threads, best of %d rounds\n", kSize, kSize, samples, threads, rounds);
   for (const Config& c : configs)
