@@ -18,9 +18,10 @@
 
 namespace zvr {
 
-constexpr int kPluginInterfaceVersion = 1;
-#define ZVR_PLUGIN_ENTRY zvrPluginCreate_v1
-#define ZVR_PLUGIN_ENTRY_NAME "zvrPluginCreate_v1"
+// Raised with every change to the types below; kernel/plugin.map names the entry too.
+constexpr int kPluginInterfaceVersion = 2;  // 2: light groups, catchers, deep and light-path targets
+#define ZVR_PLUGIN_ENTRY zvrPluginCreate_v2
+#define ZVR_PLUGIN_ENTRY_NAME "zvrPluginCreate_v2"
 
 enum class ColorSpace : uint32_t { Linear = 0, SRGB = 1 };
 
