@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 
 namespace zvr::kernel {
 
@@ -29,6 +30,7 @@ struct Nfa {
   };
   std::vector<State> states;
   std::vector<const LpeEventSet*> predicates;
+  uint32_t accept = 0;  // the whole expression's accepting state
 
   uint32_t add() {
     states.emplace_back();
@@ -64,21 +66,43 @@ struct Nfa {
     return {s, a};
   }
 
-  void close(std::vector<uint32_t>& set) const {
-    std::vector<uint8_t> seen(states.size(), 0);
-    std::vector<uint32_t> stack = set;
-    for (uint32_t s : set) seen[s] = 1;
+  // Adds every state reachable by empty edges and sorts the set. `mark` is scratch space of one
+  // entry per state, reused across calls so a closure costs what it visits.
+  void close(std::vector<uint32_t>& set, std::vector<uint32_t>& mark, uint32_t& stamp) const {
+    if (set.empty()) return;
+    mark.resize(states.size(), 0);
+    ++stamp;
+    std::vector<uint32_t> stack;
+    for (uint32_t s : set)
+      if (mark[s] != stamp) {
+        mark[s] = stamp;
+        stack.push_back(s);
+      }
+    set = stack;
     while (!stack.empty()) {
       uint32_t s = stack.back();
       stack.pop_back();
       for (uint32_t t : states[s].empty)
-        if (!seen[t]) {
-          seen[t] = 1;
+        if (mark[t] != stamp) {
+          mark[t] = stamp;
           set.push_back(t);
           stack.push_back(t);
         }
     }
+    // Only states with an event edge, and the accepting one, tell two sets apart: the rest are
+    // dropped so sets stay short to compare and store.
+    set.erase(std::remove_if(set.begin(), set.end(), [&](uint32_t s) { return states[s].predicate < 0 && s != accept; }),
+              set.end());
     std::sort(set.begin(), set.end());
+  }
+};
+
+// FNV-1a over a sorted set of states: the subset construction looks every successor set up.
+struct StateSetHash {
+  size_t operator()(const std::vector<uint32_t>& set) const {
+    uint64_t h = 1469598103934665603ull;
+    for (uint32_t s : set) h = (h ^ s) * 1099511628211ull;
+    return size_t(h);
   }
 };
 
@@ -87,6 +111,7 @@ struct Nfa {
 bool LpeAutomaton::build(const LpeExpression& expression, std::string* error, uint32_t maxStates) {
   Nfa nfa;
   Nfa::Fragment whole = nfa.build(expression, expression.root);
+  nfa.accept = whole.accept;
   labels_ = expression.labels;
   labelCount_ = uint32_t(labels_.size()) + 1;
 
@@ -106,12 +131,25 @@ bool LpeAutomaton::build(const LpeExpression& expression, std::string* error, ui
   }
   classCount_ = uint32_t(classMembers.size());
 
+  // The classes each predicate admits, so a state's successors are gathered in one pass over it.
+  std::vector<std::vector<uint16_t>> classesOf(nfa.predicates.size());
+  for (uint32_t c = 0; c < classCount_; ++c)
+    for (size_t p = 0; p < nfa.predicates.size(); ++p)
+      if (classMembers[c][p]) classesOf[p].push_back(uint16_t(c));
+
   // Subset construction; state 0 is the empty set, which no event leaves.
-  std::map<std::vector<uint32_t>, uint16_t> ids;
+  std::unordered_map<std::vector<uint32_t>, uint16_t, StateSetHash> ids;
   std::vector<std::vector<uint32_t>> sets(1);
   ids[{}] = kDead;
-  std::vector<uint32_t> first = {whole.start};
-  nfa.close(first);
+  // Every state's closure once: a successor set is then the union of its members' closures.
+  std::vector<uint32_t> mark;
+  uint32_t stamp = 0;
+  std::vector<std::vector<uint32_t>> closures(nfa.states.size());
+  for (uint32_t s = 0; s < closures.size(); ++s) {
+    closures[s] = {s};
+    nfa.close(closures[s], mark, stamp);
+  }
+  std::vector<uint32_t> first = closures[whole.start];
   table_.clear();
   accepting_.clear();
   auto idOf = [&](std::vector<uint32_t>& set) -> int32_t {
@@ -124,24 +162,29 @@ bool LpeAutomaton::build(const LpeExpression& expression, std::string* error, ui
     return id;
   };
   int32_t startId = idOf(first);
-  for (size_t d = 0; d < sets.size(); ++d) {
+  std::vector<std::vector<uint32_t>> successors(classCount_);
+  for (size_t d = 0; d < sets.size() && startId >= 0; ++d) {
     const std::vector<uint32_t> current = sets[d];
     accepting_.push_back(std::binary_search(current.begin(), current.end(), whole.accept) ? 1 : 0);
-    for (uint32_t c = 0; c < classCount_; ++c) {
-      std::vector<uint32_t> next;
-      for (uint32_t s : current) {
-        const Nfa::State& st = nfa.states[s];
-        if (st.predicate >= 0 && classMembers[c][size_t(st.predicate)]) next.push_back(st.next);
-      }
-      nfa.close(next);
+    for (std::vector<uint32_t>& next : successors) next.clear();
+    for (uint32_t s : current) {
+      const Nfa::State& st = nfa.states[s];
+      if (st.predicate >= 0)
+        for (uint16_t c : classesOf[size_t(st.predicate)])
+          successors[c].insert(successors[c].end(), closures[st.next].begin(), closures[st.next].end());
+    }
+    for (std::vector<uint32_t>& next : successors) {
+      std::sort(next.begin(), next.end());
       next.erase(std::unique(next.begin(), next.end()), next.end());
       int32_t id = idOf(next);
-      if (id < 0 || startId < 0) {
-        if (error) *error = "the expression needs more than " + std::to_string(maxStates) + " automaton states";
-        return false;
-      }
+      if (id < 0) break;
       table_.push_back(uint16_t(id));
     }
+    if (table_.size() != (d + 1) * classCount_) startId = -1;
+  }
+  if (startId < 0) {
+    if (error) *error = "the expression needs more than " + std::to_string(maxStates) + " automaton states";
+    return false;
   }
   start_ = uint16_t(startId);
   return true;
