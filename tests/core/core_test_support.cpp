@@ -1,8 +1,6 @@
 #include "tests/core/core_test_support.h"
 
-#include <dirent.h>
 #include <ftw.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -16,6 +14,13 @@ ScopedContext::ScopedContext(uint32_t flags, std::vector<int32_t> plugins, const
 
 ScopedContext::~ScopedContext() {
   if (context_) zvrObjectDelete(context_);
+}
+
+::testing::AssertionResult fails(ZvrStatus got, ZvrStatus want, ZvrContext context, const std::string& words) {
+  const std::string text = lastError(context);
+  if (got == want && text.find(words) != std::string::npos) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "status " << got << " (wanted " << want << "), last error \"" << text
+                                       << "\" (wanted \"" << words << "\" in it)";
 }
 
 namespace {
@@ -42,20 +47,6 @@ std::string makeTempFolder() {
   return pattern;
 }
 
-std::vector<std::string> folderEntries(const std::string& folder) {
-  std::vector<std::string> names;
-  if (DIR* dir = opendir(folder.c_str())) {
-    while (dirent* entry = readdir(dir)) {
-      std::string name = entry->d_name;
-      if (name != "." && name != "..") names.push_back(name);
-    }
-    closedir(dir);
-  }
-  return names;
-}
-
-std::string binFolder() { return ZVR_BIN_DIR; }
-
 int32_t testPluginId() {
   static const int32_t id = zvrRegisterPlugin("ZvrCoreTestPlugin.dll");
   return id;
@@ -67,6 +58,13 @@ std::vector<float> readPixels(ZvrFrameBuffer frameBuffer) {
   std::vector<float> pixels(size / sizeof(float));
   EXPECT_EQ(zvrFrameBufferGetInfo(frameBuffer, ZVR_FRAMEBUFFER_DATA, size, pixels.data(), nullptr), ZVR_SUCCESS);
   return pixels;
+}
+
+ZvrFrameBuffer makeFrameBuffer(ZvrContext context, uint32_t width, uint32_t height, uint32_t componentType) {
+  const ZvrFramebufferDesc desc{width, height};
+  ZvrFrameBuffer frameBuffer = nullptr;
+  EXPECT_EQ(zvrContextCreateFrameBuffer(context, {4, componentType}, &desc, &frameBuffer), ZVR_SUCCESS);
+  return frameBuffer;
 }
 
 ZvrShape makeTriangle(ZvrContext context) {

@@ -1,15 +1,12 @@
 // What an interactive viewer relies on, with the real plug-ins: a window thread that resolves and
 // reads back, aborts, hides shapes, changes depth limits and moves the camera while a render call
 // runs on another thread; and the provisional pictures of frame hint 2.
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cmath>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "engine/ZvrCore.h"
 #include "tests/core/core_test_support.h"
 
 namespace {
@@ -38,10 +35,8 @@ class Stage {
     EXPECT_EQ(zvrSceneAttachLight(scene_.scene, light), ZVR_SUCCESS);
     lookFrom(0, 0.8f, 5);
 
-    const ZvrFramebufferFormat format{4, ZVR_COMPONENT_TYPE_FLOAT32};
-    const ZvrFramebufferDesc desc{kWidth, kHeight};
-    EXPECT_EQ(zvrContextCreateFrameBuffer(context_, format, &desc, &color), ZVR_SUCCESS);
-    EXPECT_EQ(zvrContextCreateFrameBuffer(context_, format, &desc, &resolved), ZVR_SUCCESS);
+    color = core_test::makeFrameBuffer(context_, kWidth, kHeight);
+    resolved = core_test::makeFrameBuffer(context_, kWidth, kHeight);
     EXPECT_EQ(zvrContextSetAOV(context_, 0, color), ZVR_SUCCESS);
     ZvrPostEffect normalize = nullptr;
     EXPECT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_NORMALIZATION, &normalize), ZVR_SUCCESS);
@@ -55,7 +50,7 @@ class Stage {
   ZvrContext context() const { return context_; }
   void lookFrom(float x, float y, float z) { EXPECT_EQ(zvrCameraLookAt(scene_.camera, x, y, z, 0, 0.8f, 0, 0, 1, 0), ZVR_SUCCESS); }
   void setDepth(uint32_t depth) {
-    for (uint32_t key : kDepthKeys) EXPECT_EQ(zvrContextSetParameterByKey1u(context_, key, depth), ZVR_SUCCESS);
+    for (uint32_t key : kDepthKeys) set(key, depth);
   }
   void set(uint32_t key, uint32_t value) { EXPECT_EQ(zvrContextSetParameterByKey1u(context_, key, value), ZVR_SUCCESS); }
   // A batch from a cleared picture, resolved as the viewer shows it.
@@ -69,11 +64,7 @@ class Stage {
     EXPECT_EQ(zvrContextResolveFrameBuffer(context_, color, resolved, 0), ZVR_SUCCESS);
     return core_test::readPixels(resolved);
   }
-  uint32_t iterations() const {
-    uint32_t value = 0;
-    EXPECT_EQ(zvrFrameBufferGetInfo(color, ZVR_FRAMEBUFFER_ITERATIONS, sizeof value, &value, nullptr), ZVR_SUCCESS);
-    return value;
-  }
+  uint32_t iterations() const { return core_test::info<uint32_t>(zvrFrameBufferGetInfo, color, ZVR_FRAMEBUFFER_ITERATIONS); }
   void detachCard() { EXPECT_EQ(zvrSceneDetachShape(scene_.scene, card), ZVR_SUCCESS); }
   void attachCard() { EXPECT_EQ(zvrSceneAttachShape(scene_.scene, card), ZVR_SUCCESS); }
 
@@ -144,7 +135,10 @@ class RenderThread {
   ZvrStatus status_ = ZVR_ERROR_INTERNAL;
 };
 
-class HidingDuringARender : public ::testing::TestWithParam<const char*> {};
+// The folder's fixture, run once for each plug-in family.
+class HidingDuringARender : public core_test::CoreTest, public ::testing::WithParamInterface<const char*> {};
+using QuillonDuringARender = core_test::CoreTest;
+using ProvisionalPictures = core_test::CoreTest;
 
 TEST_P(HidingDuringARender, TheShapeItsShadowAndItsLightAreGoneInTheNextBatch) {
   Stage stage(GetParam());
@@ -167,7 +161,7 @@ TEST_P(HidingDuringARender, TheShapeItsShadowAndItsLightAreGoneInTheNextBatch) {
 
 INSTANTIATE_TEST_SUITE_P(Families, HidingDuringARender, ::testing::Values("Velder64.dll", "Quillon64.dll", "Dorrik.dll"));
 
-TEST(QuillonDuringARender, ReadsAreWholeIterationsAndAbortDepthAndCameraWork) {
+TEST_F(QuillonDuringARender, ReadsAreWholeIterationsAndAbortDepthAndCameraWork) {
   Stage stage("Quillon64.dll");
   stage.setDepth(1);
   const std::vector<float> shallow = stage.batch(4);
@@ -194,6 +188,9 @@ TEST(QuillonDuringARender, ReadsAreWholeIterationsAndAbortDepthAndCameraWork) {
     for (float value : stage.resolve())
       if (!std::isfinite(value)) notFinite = true;
     if (read == 10) stage.setDepth(1);
+    if (read == 15) {
+      EXPECT_EQ(zvrObjectDelete(stage.color), ZVR_ERROR_BUSY) << "a bound framebuffer outlives the render";
+    }
     if (read == 20 || read == 30) {
       EXPECT_EQ(zvrShapeSetVisibility(stage.card, read == 30), ZVR_SUCCESS);
     }
@@ -215,7 +212,7 @@ TEST(QuillonDuringARender, ReadsAreWholeIterationsAndAbortDepthAndCameraWork) {
   EXPECT_LT(difference(shallow, stage.batch(4)), 1e-4f);
 }
 
-TEST(ProvisionalPictures, AreCheapBlocksAndNeverReachTheAccumulation) {
+TEST_F(ProvisionalPictures, AreCheapBlocksAndNeverReachTheAccumulation) {
   Stage stage("Velder64.dll");
   EXPECT_EQ(zvrContextSetParameterByKey1u(stage.context(), ZVR_CONTEXT_FRAMECOUNT, 1), ZVR_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(zvrContextSetParameterByKey1u(stage.context(), ZVR_CONTEXT_KEY_287, ZVR_PREVIEW_BLOCK_MAX + 1), ZVR_ERROR_INVALID_ARGUMENT);
