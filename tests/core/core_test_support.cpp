@@ -1,10 +1,8 @@
 #include "tests/core/core_test_support.h"
 
-#include <ftw.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
 
 namespace core_test {
 
@@ -23,27 +21,9 @@ ScopedContext::~ScopedContext() {
                                        << "\" (wanted \"" << words << "\" in it)";
 }
 
-namespace {
-
-std::mutex gFoldersMutex;
-std::vector<std::string> gFolders;
-
-void removeTempFolders() {
-  std::lock_guard<std::mutex> lock(gFoldersMutex);
-  for (const std::string& folder : gFolders)
-    nftw(folder.c_str(), [](const char* path, const struct stat*, int, FTW*) { return remove(path); }, 16,
-         FTW_DEPTH | FTW_PHYS);
-}
-
-}  // namespace
-
-std::string makeTempFolder() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base ? base : "/tmp") + "/zvr_core_test_XXXXXX";
+std::string makeFolder() {
+  std::string pattern = ::testing::TempDir() + "zvr_core_test_XXXXXX";
   if (!mkdtemp(pattern.data())) ADD_FAILURE() << "cannot make a temporary folder";
-  std::lock_guard<std::mutex> lock(gFoldersMutex);
-  if (gFolders.empty()) std::atexit(removeTempFolders);
-  gFolders.push_back(pattern);
   return pattern;
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -31,10 +32,15 @@ class ScopedContext {
   ZvrStatus status_;
 };
 
-// The folder's one fixture: a fresh context on the tests' plug-in for every test.
+std::string makeFolder();
+
+// The folder's one fixture: a fresh context on the tests' plug-in and a fresh folder, removed
+// with its contents, for every test.
 class CoreTest : public ::testing::Test {
  protected:
+  ~CoreTest() override { std::filesystem::remove_all(folder); }
   ScopedContext context;
+  const std::string folder = makeFolder();
 };
 
 // A fixed-size value read through any of the library's get-info calls.
@@ -50,8 +56,6 @@ using Text = std::array<char, 256>;
 // The call returned `want` and the context's last error holds `words`.
 ::testing::AssertionResult fails(ZvrStatus got, ZvrStatus want, ZvrContext context, const std::string& words);
 
-// A fresh folder under the system's temporary folder, removed with its contents at exit.
-std::string makeTempFolder();
 std::vector<float> readPixels(ZvrFrameBuffer frameBuffer);
 ZvrFrameBuffer makeFrameBuffer(ZvrContext context, uint32_t width, uint32_t height,
                                uint32_t componentType = ZVR_COMPONENT_TYPE_FLOAT32);

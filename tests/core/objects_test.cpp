@@ -266,7 +266,7 @@ std::vector<unsigned char> pngClaiming(uint32_t width, uint32_t height) {
 }
 
 TEST_F(CoreTest, ImagesFromPixelsFilesAndMemory) {
-  const std::string png = core_test::makeTempFolder() + "/checker.png";
+  const std::string png = folder + "/checker.png";
   const uint8_t pixels[3 * 2 * 3] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 10, 20, 30, 40, 50, 60, 70, 80, 90};
   auto out = OIIO::ImageOutput::create(png);
   ASSERT_TRUE(out && out->open(png, OIIO::ImageSpec(3, 2, 3, OIIO::TypeDesc::UINT8)));
@@ -372,7 +372,7 @@ TEST_F(CoreTest, RealSceneTexturesDecodeFromFileAndMemoryAlike) {
 }
 
 TEST_F(CoreTest, NamesRenderLayersAndOwnedFiles) {
-  const std::string owned = core_test::makeTempFolder() + "/scene.ocio";
+  const std::string owned = folder + "/scene.ocio";
   std::ofstream(owned) << "ocio_profile_version: 2\n";
   struct stat st;
   {
@@ -394,7 +394,7 @@ TEST_F(CoreTest, NamesRenderLayersAndOwnedFiles) {
   EXPECT_EQ(zvrContextAttachRenderLayer(context, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
 }
 
-TEST(CorePlugins, NamesResolveBesideTheLibraryAndOnThePluginPath) {
+TEST_F(CoreTest, PluginNamesResolveBesideTheLibraryAndOnThePluginPath) {
   const int32_t id = core_test::testPluginId();
   ASSERT_GE(id, 0);
   EXPECT_EQ(zvrRegisterPlugin("libZvrCoreTestPlugin.so"), id);
@@ -402,7 +402,6 @@ TEST(CorePlugins, NamesResolveBesideTheLibraryAndOnThePluginPath) {
   EXPECT_EQ(zvrRegisterPlugin("NoSuchPlugin64.dll"), -1);
   EXPECT_EQ(zvrRegisterPlugin(nullptr), -1);
   EXPECT_EQ(zvrRegisterPlugin("ZvrCoreTestPluginOld.dll"), -1) << "an entry point of another version is refused";
-  const std::string folder = core_test::makeTempFolder();
   std::ofstream(folder + "/libPathOnly64.so", std::ios::binary) << std::ifstream(ZVR_BIN_DIR "/libZvrCoreTestPlugin.so").rdbuf();
   EXPECT_EQ(zvrRegisterPlugin("PathOnly64.dll"), -1);
   setenv("ZVR_PLUGIN_PATH", ("/nonexistent:" + folder).c_str(), 1);

@@ -233,7 +233,6 @@ TEST_F(CoreTest, CreationChecksVersionPluginsFlagsAndProperties) {
 
 TEST_F(CoreTest, DebugFlagTracesToVelderLogInTheWorkingFolder) {
   if (std::getenv("ZVR_TRACE")) GTEST_SKIP() << "ZVR_TRACE overrides the debug trace file";
-  const std::string folder = core_test::makeTempFolder();
   char previous[PATH_MAX], path[PATH_MAX] = {};
   ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
   ASSERT_EQ(chdir(folder.c_str()), 0);

@@ -7,8 +7,8 @@
 #include <functional>
 #include <regex>
 
-#include "core/plugin_api.h"
 #include "tests/core/core_test_support.h"
+#include "tests/core/test_plugin_report.h"
 
 extern "C" ZvrStatus zvrTestLayerSetIterations(ZvrContext context, uint32_t count);
 
@@ -17,16 +17,6 @@ namespace {
 using core_test::CoreTest;
 using core_test::makeFrameBuffer;
 using core_test::ScopedContext;
-
-// What the plug-in's last render call received (test_plugin.cpp).
-struct CoreTestPluginReport {
-  const zvr::RenderParams* params;
-  size_t shapeCount, lightCount;
-  const std::vector<uint32_t>* aovs;
-  uint32_t iterations;
-  uint64_t firstSampleIndex;
-  int renders;
-};
 
 CoreTestPluginReport pluginReport() {
   void* library = dlopen(ZVR_BIN_DIR "/libZvrCoreTestPlugin.so", RTLD_NOW | RTLD_NOLOAD);
@@ -117,16 +107,16 @@ TEST_F(CoreTest, ParametersLayersAndTheSceneReachThePlugin) {
   ASSERT_EQ(zvrContextSetAOVindicesLookup(threaded, 0, 2, table), ZVR_SUCCESS);
   ASSERT_EQ(zvrContextRender(threaded), ZVR_SUCCESS) << lastError(threaded);
   const CoreTestPluginReport report = pluginReport();
-  EXPECT_EQ(report.params->threadCount, 3u);
-  EXPECT_EQ(report.params->maxDepthGlossy, 5u);
-  EXPECT_EQ(report.params->maxDepth, 8u);
-  EXPECT_FLOAT_EQ(report.params->displayGamma, 1.8f);
-  EXPECT_EQ(report.params->attachedLayers, std::vector<std::string>{"hero"});
-  EXPECT_TRUE(report.params->anyLayerAttached);
-  EXPECT_EQ(report.params->indexColors, std::vector<float>(table, table + 8));
+  EXPECT_EQ(report.params.threadCount, 3u);
+  EXPECT_EQ(report.params.maxDepthGlossy, 5u);
+  EXPECT_EQ(report.params.maxDepth, 8u);
+  EXPECT_FLOAT_EQ(report.params.displayGamma, 1.8f);
+  EXPECT_EQ(report.params.attachedLayers, std::vector<std::string>{"hero"});
+  EXPECT_TRUE(report.params.anyLayerAttached);
+  EXPECT_EQ(report.params.indexColors, std::vector<float>(table, table + 8));
   EXPECT_EQ(report.shapeCount, 3u);
   EXPECT_EQ(report.lightCount, 1u);
-  EXPECT_EQ(*report.aovs, (std::vector<uint32_t>{0, 1}));
+  EXPECT_EQ(report.aovs, (std::vector<uint32_t>{0, 1}));
   EXPECT_EQ(core_test::readPixels(opacity)[1], 2) << "two of the three shapes are visible";
 }
 
@@ -144,8 +134,8 @@ TEST_F(CoreTest, PluginRefusalsCarryThePluginsText) {
   EXPECT_EQ(zvrContextSetActivePlugin(context, active), ZVR_SUCCESS);
 }
 
-TEST(CoreTrace, EveryCallIsOneLineWithItsArgumentsAndStatus) {
-  const std::string path = core_test::makeTempFolder() + "/trace.log";
+TEST_F(CoreTest, TraceHasEveryCallIsOneLineWithItsArgumentsAndStatus) {
+  const std::string path = folder + "/trace.log";
   const int32_t plugin = core_test::testPluginId();  // registered before tracing starts
   ASSERT_GE(plugin, 0);
   setenv("ZVR_TRACE", path.c_str(), 1);
