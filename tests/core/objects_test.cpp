@@ -1,5 +1,4 @@
 // Object lifetime, handle checks, scene objects, materials, images and plug-in registration.
-#include <OpenImageIO/imageio.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -82,14 +81,6 @@ TEST_F(CoreTest, DeadForeignAndWrongKindHandlesAreRefusedAndDeletingClearsRefere
   ASSERT_EQ(zvrObjectDelete(other), ZVR_SUCCESS);
   EXPECT_EQ(zvrObjectDelete(foreign), ZVR_ERROR_INVALID_OBJECT) << "deleting a context deletes what was made in it";
 
-  ZvrMaterialSystem system = nullptr;
-  ZvrMaterialNode node = nullptr;
-  ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &system), ZVR_SUCCESS);
-  ASSERT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
-  ASSERT_EQ(zvrShapeSetMaterial(scene.shapes[0], node), ZVR_SUCCESS);
-  EXPECT_EQ(info<ZvrMaterialNode>(zvrShapeGetInfo, scene.shapes[0], ZVR_SHAPE_MATERIAL), node);
-  ASSERT_EQ(zvrObjectDelete(node), ZVR_SUCCESS);
-  EXPECT_EQ(info<ZvrMaterialNode>(zvrShapeGetInfo, scene.shapes[0], ZVR_SHAPE_MATERIAL), nullptr);
   ASSERT_EQ(zvrObjectDelete(scene.camera), ZVR_SUCCESS);
   ZvrCamera camera = scene.camera;
   ASSERT_EQ(zvrSceneGetCamera(scene.scene, &camera), ZVR_SUCCESS);
@@ -140,37 +131,28 @@ TEST_F(CoreTest, MeshCreationChecksEveryStream) {
 TEST_F(CoreTest, TransformsAndCameraSettingsAreCheckedAndReadBack) {
   using Matrix = std::array<float, 16>;
   ZvrShape shape = core_test::makeTriangle(context);
+  ZvrLight light = nullptr;
+  ZvrCamera camera = nullptr;
   const float rowMajor[16] = {1, 0, 0, 7, 0, 1, 0, 8, 0, 0, 1, 9, 0, 0, 0, 1}, nan[16] = {NAN};
   ASSERT_EQ(zvrShapeSetTransform(shape, 1, rowMajor), ZVR_SUCCESS);
   const Matrix m = info<Matrix>(zvrShapeGetInfo, shape, ZVR_SHAPE_TRANSFORM);
   EXPECT_EQ((std::array<float, 4>{m[12], m[13], m[14], m[3]}), (std::array<float, 4>{7, 8, 9, 0}));
   EXPECT_EQ(zvrShapeSetTransform(shape, 0, nan), ZVR_ERROR_INVALID_ARGUMENT);
-  EXPECT_EQ(zvrShapeSetTransform(shape, 0, nullptr), ZVR_ERROR_INVALID_ARGUMENT);
-  ZvrLight light = nullptr;
   ASSERT_EQ(zvrContextCreateLight(context, ZVR_LIGHT_SPOT, &light), ZVR_SUCCESS);
   ASSERT_EQ(zvrLightSetTransform(light, 1, rowMajor), ZVR_SUCCESS);
   EXPECT_EQ(info<Matrix>(zvrLightGetInfo, light, ZVR_LIGHT_TRANSFORM)[13], 8);
 
-  ZvrCamera camera = nullptr;
   ASSERT_EQ(zvrContextCreateCamera(context, &camera), ZVR_SUCCESS);
   ASSERT_EQ(zvrCameraLookAt(camera, 1, 2, 7, 1, 2, 3, 0, 1, 0), ZVR_SUCCESS);
-  const std::pair<uint32_t, std::array<float, 4>> expected[] = {
-      {ZVR_CAMERA_POSITION, {1, 2, 7, 1}}, {ZVR_CAMERA_LOOKAT, {1, 2, 3, 1}}, {ZVR_CAMERA_UP, {0, 1, 0, 0}}};
-  for (const auto& [key, value] : expected) {
-    const auto v = info<std::array<float, 4>>(zvrCameraGetInfo, camera, key);
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(v[i], value[i], 1e-5f) << key << " " << i;
-  }
-  const auto big = info<std::array<float, 32>>(zvrCameraGetInfo, camera, ZVR_CAMERA_TRANSFORM);
-  EXPECT_EQ(big[14], 7);
-  EXPECT_EQ(big[10], 1) << "the camera looks along its -z axis";
-  float small[8];
-  EXPECT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_TRANSFORM, sizeof small, small, nullptr), ZVR_ERROR_INVALID_SIZE);
+  using Vector = std::array<float, 4>;
+  EXPECT_EQ(info<Vector>(zvrCameraGetInfo, camera, ZVR_CAMERA_POSITION), (Vector{1, 2, 7, 1}));
+  EXPECT_EQ(info<Vector>(zvrCameraGetInfo, camera, ZVR_CAMERA_LOOKAT), (Vector{1, 2, 3, 1}));
+  EXPECT_EQ(info<Vector>(zvrCameraGetInfo, camera, ZVR_CAMERA_UP), (Vector{0, 1, 0, 0}));
+  EXPECT_EQ(info<Matrix>(zvrCameraGetInfo, camera, ZVR_CAMERA_TRANSFORM)[10], 1) << "the camera looks along its -z axis";
   EXPECT_TRUE(fails(zvrCameraLookAt(camera, 0, 0, 0, 0, 0, 0, 0, 1, 0), ZVR_ERROR_INVALID_ARGUMENT, context,
                     "zvrCameraLookAt: the position and the look-at point are the same"));
   EXPECT_TRUE(fails(zvrCameraLookAt(camera, 0, 0, 1, 0, 0, 0, 0, 0, 1), ZVR_ERROR_INVALID_ARGUMENT, context,
                     "zvrCameraLookAt: the up vector is parallel to the view direction"));
-  EXPECT_TRUE(fails(zvrCameraLookAt(camera, NAN, 0, 1, 0, 0, 0, 0, 1, 0), ZVR_ERROR_INVALID_ARGUMENT, context,
-                    "zvrCameraLookAt: the arguments must be finite numbers"));
   EXPECT_EQ(zvrCameraSetMode(camera, 5), ZVR_ERROR_INVALID_ARGUMENT);
   ASSERT_EQ(zvrCameraSetMode(camera, 4), ZVR_SUCCESS);
   EXPECT_EQ(info<uint32_t>(zvrCameraGetInfo, camera, ZVR_CAMERA_MODE), 4u);
@@ -197,28 +179,25 @@ TEST_F(CoreTest, SceneEnvironmentLightIsOwnedByTheScene) {
   EXPECT_EQ(listed(context, ZVR_CONTEXT_LIST_CREATED_LIGHTS), std::vector<ZvrObject>{point}) << "the sky goes with its scene";
 }
 
-// One name of each kind and arity: the names themselves are the glTF importer's to exercise.
+// One name of each arity: the names themselves are the glTF importer's to exercise.
 TEST_F(CoreTest, MaterialParametersAndTexturesByName) {
   ZvrMaterialSystem system = nullptr;
   ZvrMaterialNode node = nullptr;
+  ZvrImage image = nullptr;
   ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &system), ZVR_SUCCESS);
   ASSERT_EQ(zvrMaterialSystemCreateNode(system, ZVR_MATERIAL_NODE_PBR, &node), ZVR_SUCCESS);
-  for (const auto& [name, arity] : {std::pair<const char*, int>{"base_color", 4}, {"roughness", 1}, {"emissive", 3}}) {
-    SCOPED_TRACE(name);
-    EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, name, 0.25f) == ZVR_SUCCESS, arity == 1);
-    EXPECT_EQ(zvrMaterialNodeSetParameter3f(node, name, 0.25f, 0.5f, 0.75f) == ZVR_SUCCESS, arity == 3);
-    EXPECT_EQ(zvrMaterialNodeSetParameter4f(node, name, 0.25f, 0.5f, 0.75f, 1.0f) == ZVR_SUCCESS, arity == 4);
-    EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, name, 1), ZVR_ERROR_INVALID_ARGUMENT);
-    float value[4] = {};
-    size_t size = 0;
-    ASSERT_EQ(zvrMaterialNodeGetParameter(node, name, sizeof(float) * arity, value, &size), ZVR_SUCCESS);
-    EXPECT_EQ(size, sizeof(float) * arity);
-    EXPECT_EQ(value[0], 0.25f);
-    EXPECT_EQ(value[arity - 1], arity == 4 ? 1.0f : arity == 3 ? 0.75f : 0.25f);
-  }
-  EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, "double_sided", 1), ZVR_SUCCESS);
-  EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, "double_sided", 1), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, "base_color", 0.25f), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrMaterialNodeSetParameter4f(node, "emissive", 0.25f, 0.5f, 0.75f, 1), ZVR_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(zvrMaterialNodeSetParameter3f(node, "roughness", 0.25f, 0.5f, 0.75f), ZVR_ERROR_INVALID_ARGUMENT);
+  ASSERT_EQ(zvrMaterialNodeSetParameter4f(node, "base_color", 0.25f, 0.5f, 0.75f, 1), ZVR_SUCCESS);
+  ASSERT_EQ(zvrMaterialNodeSetParameter3f(node, "emissive", 0.25f, 0.5f, 0.75f), ZVR_SUCCESS);
+  ASSERT_EQ(zvrMaterialNodeSetParameter1u(node, "double_sided", 1), ZVR_SUCCESS);
+  using Color = std::array<float, 4>;
+  using Rgb = std::array<float, 3>;
+  EXPECT_EQ(info<Color>(zvrMaterialNodeGetParameter, node, "base_color"), (Color{0.25f, 0.5f, 0.75f, 1}));
+  EXPECT_EQ(info<Rgb>(zvrMaterialNodeGetParameter, node, "emissive"), (Rgb{0.25f, 0.5f, 0.75f}));
   EXPECT_EQ(info<uint32_t>(zvrMaterialNodeGetParameter, node, "double_sided"), 1u);
+  EXPECT_EQ(zvrMaterialNodeSetParameter1f(node, "double_sided", 1), ZVR_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(zvrMaterialNodeSetParameter1u(node, "alpha_mode", 3), ZVR_ERROR_INVALID_ARGUMENT);
   EXPECT_TRUE(fails(zvrMaterialNodeSetParameter1f(node, "glossiness", 1), ZVR_ERROR_UNKNOWN_KEY, context,
                     "zvrMaterialNodeSetParameter1f: material node has no parameter \"glossiness\""));
@@ -227,7 +206,6 @@ TEST_F(CoreTest, MaterialParametersAndTexturesByName) {
 
   const float pixels[2 * 2 * 3] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1};
   const ZvrImageDesc desc{2, 2, 3, ZVR_COMPONENT_TYPE_FLOAT32, ZVR_IMAGE_COLORSPACE_LINEAR};
-  ZvrImage image = nullptr;
   ASSERT_EQ(zvrContextCreateImage(context, &desc, pixels, &image), ZVR_SUCCESS);
   ZvrTextureSlot sampling{1, ZVR_WRAP_CLAMP, ZVR_WRAP_MIRROR, ZVR_FILTER_NEAREST, ZVR_FILTER_LINEAR, {0, 0}, 0, {1, 1}};
   ASSERT_EQ(zvrMaterialNodeSetTexture(node, "metallic_roughness", image, &sampling), ZVR_SUCCESS);
@@ -236,16 +214,7 @@ TEST_F(CoreTest, MaterialParametersAndTexturesByName) {
   sampling.wrapS = 9;
   EXPECT_EQ(zvrMaterialNodeSetTexture(node, "normal", image, &sampling), ZVR_ERROR_INVALID_ARGUMENT);
   ASSERT_EQ(zvrObjectDelete(image), ZVR_SUCCESS);
-  EXPECT_EQ(info<ZvrImage>(zvrMaterialNodeGetParameter, node, "metallic_roughness"), nullptr);
-}
-
-uint32_t pngCrc(const unsigned char* data, size_t size) {
-  uint32_t crc = 0xFFFFFFFFu;
-  for (size_t i = 0; i < size; ++i) {
-    crc ^= data[i];
-    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-  }
-  return ~crc;
+  EXPECT_EQ(info<ZvrImage>(zvrMaterialNodeGetParameter, node, "metallic_roughness"), nullptr) << "a deleted image leaves its slots";
 }
 
 uint32_t readBigEndian(const std::vector<unsigned char>& bytes, size_t at) {
@@ -256,119 +225,70 @@ void writeBigEndian(std::vector<unsigned char>& bytes, size_t at, uint32_t value
   for (int i = 0; i < 4; ++i) bytes[at + i] = uint8_t(value >> (24 - 8 * i));
 }
 
-// A real PNG (256 x 256) whose header claims another size, with the header's checksum made right again.
-std::vector<unsigned char> pngClaiming(uint32_t width, uint32_t height) {
-  std::vector<unsigned char> bytes = fileBytes(std::string(ZVR_SHARED_DIR) + "/scenes/gltf/TextureTransformTest/UV.png");
-  writeBigEndian(bytes, 16, width);
-  writeBigEndian(bytes, 20, height);
-  writeBigEndian(bytes, 29, pngCrc(bytes.data() + 12, 17));
-  return bytes;
-}
-
-TEST_F(CoreTest, ImagesFromPixelsFilesAndMemory) {
-  const std::string png = folder + "/checker.png";
-  const uint8_t pixels[3 * 2 * 3] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 10, 20, 30, 40, 50, 60, 70, 80, 90};
-  auto out = OIIO::ImageOutput::create(png);
-  ASSERT_TRUE(out && out->open(png, OIIO::ImageSpec(3, 2, 3, OIIO::TypeDesc::UINT8)));
-  ASSERT_TRUE(out->write_image(OIIO::TypeDesc::UINT8, pixels) && out->close());
-  ZvrImage fromFile = nullptr, fromMemory = nullptr;
-  ASSERT_EQ(zvrContextCreateImageFromFile(context, png.c_str(), ZVR_IMAGE_COLORSPACE_SRGB, &fromFile), ZVR_SUCCESS);
-  const auto desc = info<ZvrImageDesc>(zvrImageGetInfo, fromFile, ZVR_IMAGE_DESC);
-  EXPECT_EQ(std::vector<uint32_t>({desc.width, desc.height, desc.numComponents, desc.colorSpace}),
-            std::vector<uint32_t>({3, 2, 3, ZVR_IMAGE_COLORSPACE_SRGB}));
-  std::vector<unsigned char> bytes = fileBytes(png);
-  ASSERT_EQ(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size(), 0, &fromMemory), ZVR_SUCCESS);
-  EXPECT_EQ(info<ZvrImageDesc>(zvrImageGetInfo, fromMemory, ZVR_IMAGE_DESC).width, 3u);
-
-  const char garbage[] = "definitely not an image";
-  EXPECT_EQ(zvrContextCreateImageFromMemory(context, garbage, sizeof garbage, 0, &fromMemory), ZVR_ERROR_IO);
-  EXPECT_TRUE(fails(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size() / 2, 0, &fromMemory), ZVR_ERROR_IO,
-                    context, "truncated"));
-  const std::string missing = png + ".missing.png";
-  EXPECT_TRUE(fails(zvrContextCreateImageFromFile(context, missing.c_str(), 0, &fromFile), ZVR_ERROR_IO, context, missing));
-  const ZvrImageDesc bad{2, 2, 5, ZVR_COMPONENT_TYPE_UINT8, 0};
-  EXPECT_EQ(zvrContextCreateImage(context, &bad, garbage, &fromFile), ZVR_ERROR_INVALID_ARGUMENT);
-
-  // Sizes are refused before anything is allocated for them: a 60-byte header could otherwise ask
-  // for 68 GB, and 2^31 x 2^31 x 4 components wrapped to an empty pixel array.
-  const float pixel[4] = {};
-  const ZvrImageDesc wraps{0x80000000u, 0x80000000u, 4, ZVR_COMPONENT_TYPE_FLOAT32, 0}, wide{0xFFFFFFFFu, 1, 1, 1, 0};
-  const std::pair<std::function<ZvrStatus(ZvrImage*)>, ZvrStatus> tooLarge[] = {
-      {[&](ZvrImage* o) { const auto p = pngClaiming(65535, 65535); return zvrContextCreateImageFromMemory(context, p.data(), p.size(), 0, o); },
-       ZVR_ERROR_IO},
-      {[&](ZvrImage* o) { const auto p = pngClaiming(16385, 16384); return zvrContextCreateImageFromMemory(context, p.data(), p.size(), 0, o); },
-       ZVR_ERROR_IO},
-      {[&](ZvrImage* o) { return zvrContextCreateImage(context, &wraps, pixel, o); }, ZVR_ERROR_INVALID_ARGUMENT},
-      {[&](ZvrImage* o) { return zvrContextCreateImage(context, &wide, pixel, o); }, ZVR_ERROR_INVALID_ARGUMENT},
-  };
-  for (size_t i = 0; i < std::size(tooLarge); ++i) {
-    ZvrImage image = nullptr;
-    EXPECT_TRUE(fails(tooLarge[i].first(&image), tooLarge[i].second, context, "16384 x 16384")) << "case " << i;
-    EXPECT_EQ(image, nullptr);
+// The PNG with its header claiming another size, and the header's checksum made right again.
+std::vector<unsigned char> claiming(std::vector<unsigned char> png, uint32_t width, uint32_t height) {
+  writeBigEndian(png, 16, width);
+  writeBigEndian(png, 20, height);
+  uint32_t crc = 0xFFFFFFFFu;
+  for (size_t i = 12; i < 29; ++i) {
+    crc ^= png[i];
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
   }
+  writeBigEndian(png, 29, ~crc);
+  return png;
 }
 
-// A chunk length past the end made the decoder run out of bytes mid-row; libpng's jump out of
-// the read callback then leaked (the sanitizer build reports it). libpng's own complaints were
-// printed on standard error.
-TEST_F(CoreTest, CorruptPngsAreRefusedWithTheDecodersText) {
-  const std::vector<unsigned char> original = pngClaiming(256, 256);
-  std::vector<unsigned char> damagedData = original;
+// Sizes are refused before anything is allocated for them: a 60-byte header could otherwise ask
+// for 68 GB, and 2^31 x 2^31 x 4 components wrapped to an empty pixel array. A chunk length past
+// the end made the decoder run out of bytes mid-row, and libpng's jump out of the read callback
+// then leaked (the sanitizer build reports it); libpng's own complaints went to standard error.
+TEST_F(CoreTest, ImagesAreDecodedAlikeFromFileAndMemoryOrRefusedWithTheReason) {
+  const std::string uv = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/TextureTransformTest/UV.png", missing = folder + "/no.png";
+  const std::vector<unsigned char> original = fileBytes(uv);
+  ZvrImage fromFile = nullptr, fromMemory = nullptr;
+  ASSERT_EQ(zvrContextCreateImageFromFile(context, uv.c_str(), ZVR_IMAGE_COLORSPACE_SRGB, &fromFile), ZVR_SUCCESS);
+  ASSERT_EQ(zvrContextCreateImageFromMemory(context, original.data(), original.size(), ZVR_IMAGE_COLORSPACE_SRGB, &fromMemory),
+            ZVR_SUCCESS);
+  for (ZvrImage image : {fromFile, fromMemory}) {
+    const auto desc = info<ZvrImageDesc>(zvrImageGetInfo, image, ZVR_IMAGE_DESC);
+    EXPECT_EQ(std::vector<uint32_t>({desc.width, desc.height, desc.numComponents, desc.colorSpace}),
+              std::vector<uint32_t>({256, 256, 4, ZVR_IMAGE_COLORSPACE_SRGB}));
+  }
+  EXPECT_GT((info<std::array<uint64_t, 4>>(zvrContextGetInfo, context, ZVR_CONTEXT_MEMORY_INFO)[0]), 256u * 256u)
+      << "decoded images count as held memory";
+  EXPECT_TRUE(fails(zvrContextCreateImageFromFile(context, missing.c_str(), 0, &fromFile), ZVR_ERROR_IO, context, missing));
+  const float pixel[4] = {};
+  const ZvrImageDesc badPixels[] = {{0x80000000u, 0x80000000u, 4, ZVR_COMPONENT_TYPE_FLOAT32, 0},
+                                    {0xFFFFFFFFu, 1, 1, ZVR_COMPONENT_TYPE_UINT8, 0}};
+  for (const ZvrImageDesc& desc : badPixels)
+    EXPECT_TRUE(fails(zvrContextCreateImage(context, &desc, pixel, &fromFile), ZVR_ERROR_INVALID_ARGUMENT, context, "16384 x 16384"));
+  const ZvrImageDesc fiveComponents{2, 2, 5, ZVR_COMPONENT_TYPE_UINT8, 0};
+  EXPECT_EQ(zvrContextCreateImage(context, &fiveComponents, pixel, &fromFile), ZVR_ERROR_INVALID_ARGUMENT);
+
+  std::vector<unsigned char> damagedData = original, truncated(original.begin(), original.begin() + original.size() / 2);
   const auto idat = std::search(damagedData.begin(), damagedData.end(), "IDAT", "IDAT" + 4);
   ASSERT_LT(idat + 20, damagedData.end());
   idat[10] ^= 0xff;
-  struct Case {
-    const char* name;
-    std::vector<unsigned char> png;
-    const char* words;
-  };
-  std::vector<Case> cases = {{"zero width", pngClaiming(0, 256), "Image width is zero in IHDR; Invalid IHDR data"},
-                             {"width beyond libpng's limit", pngClaiming(2000000, 1), "Invalid IHDR data"},
-                             {"damaged data chunk", damagedData, "IDAT: invalid code lengths set"}};
-  // Which chunk's length grows, counted from the first: the header, the first and the last data chunk.
-  const std::pair<size_t, uint32_t> grown[] = {{0, 0x10000}, {1, 0x200000}, {2, 0xF0000000u}};
-  for (const auto& [chunk, added] : grown) {
+  std::vector<std::pair<std::vector<unsigned char>, const char*>> cases = {
+      {claiming(original, 65535, 65535), "16384 x 16384"}, {claiming(original, 16385, 16384), "16384 x 16384"},
+      {claiming(original, 0, 256), "Image width is zero in IHDR; Invalid IHDR data"},
+      {claiming(original, 2000000, 1), "Invalid IHDR data"}, {damagedData, "IDAT: invalid code lengths set"},
+      {truncated, "truncated"}, {{'n', 'o', 't', ' ', 'a', 'n', ' ', 'i', 'm', 'a', 'g', 'e'}, ""}};
+  // The header chunk, the first and the last data chunk grown past the end of the file.
+  for (const auto& [chunk, added] : {std::pair<size_t, uint32_t>{0, 0x10000}, {1, 0x200000}, {2, 0xF0000000u}}) {
     std::vector<unsigned char> png = original;
     size_t at = 8;
     for (size_t k = 0; k < chunk; ++k) at += 12 + readBigEndian(png, at);
-    ASSERT_LT(at + 8, png.size());
     writeBigEndian(png, at, readBigEndian(png, at) + added);
-    cases.push_back({"a chunk grown past the end", png, "does not fit the file"});
+    cases.push_back({png, "does not fit the file"});
   }
-  for (const Case& c : cases) {
+  for (const auto& [png, words] : cases) {
     ZvrImage image = nullptr;
     testing::internal::CaptureStderr();
-    EXPECT_TRUE(fails(zvrContextCreateImageFromMemory(context, c.png.data(), c.png.size(), 0, &image), ZVR_ERROR_IO, context,
-                      c.words)) << c.name;
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << c.name << ": the decoder's messages belong in the last error";
+    EXPECT_TRUE(fails(zvrContextCreateImageFromMemory(context, png.data(), png.size(), 0, &image), ZVR_ERROR_IO, context, words));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << words << ": the decoder's messages belong in the last error";
+    EXPECT_EQ(image, nullptr);
   }
-  ZvrImage image = nullptr;
-  EXPECT_EQ(zvrContextCreateImageFromMemory(context, original.data(), original.size(), 0, &image), ZVR_SUCCESS) << lastError(context);
-}
-
-TEST_F(CoreTest, RealSceneTexturesDecodeFromFileAndMemoryAlike) {
-  const char* files[] = {"LightsPunctualLamp/material0_basecolor.jpeg", "LightsPunctualLamp/material1_normal.png",
-                         "TextureTransformTest/UV.png", "CornellBox/checker-meter.png"};
-  for (const char* name : files) {
-    SCOPED_TRACE(name);
-    const std::string path = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/" + name;
-    auto reference = OIIO::ImageInput::open(path);
-    if (!reference) GTEST_SKIP() << path << " is not in the shared folder";
-    ZvrImage fromFile = nullptr, fromMemory = nullptr;
-    ASSERT_EQ(zvrContextCreateImageFromFile(context, path.c_str(), ZVR_IMAGE_COLORSPACE_SRGB, &fromFile), ZVR_SUCCESS);
-    const std::vector<unsigned char> bytes = fileBytes(path);
-    ASSERT_EQ(zvrContextCreateImageFromMemory(context, bytes.data(), bytes.size(), ZVR_IMAGE_COLORSPACE_SRGB, &fromMemory),
-              ZVR_SUCCESS) << lastError(context);
-    const auto a = info<ZvrImageDesc>(zvrImageGetInfo, fromFile, ZVR_IMAGE_DESC);
-    const auto b = info<ZvrImageDesc>(zvrImageGetInfo, fromMemory, ZVR_IMAGE_DESC);
-    const OIIO::ImageSpec& spec = reference->spec();
-    EXPECT_EQ(std::vector<uint32_t>({a.width, a.height, a.numComponents}),
-              std::vector<uint32_t>({uint32_t(spec.width), uint32_t(spec.height), uint32_t(std::min(spec.nchannels, 4))}));
-    EXPECT_EQ(std::vector<uint32_t>({a.width, a.height, a.numComponents, a.colorSpace}),
-              std::vector<uint32_t>({b.width, b.height, b.numComponents, b.colorSpace}));
-  }
-  EXPECT_GT((info<std::array<uint64_t, 4>>(zvrContextGetInfo, context, ZVR_CONTEXT_MEMORY_INFO)[0]), 0u)
-      << "decoded textures count as held memory";
 }
 
 TEST_F(CoreTest, NamesRenderLayersAndOwnedFiles) {
