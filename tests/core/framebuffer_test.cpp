@@ -1,9 +1,6 @@
 // Framebuffers: creation, resolve through post effects against hand-computed values, and image
-// files read back with OpenImageIO and OpenEXR.
-#include <OpenEXR/ImfChannelList.h>
-#include <OpenEXR/ImfDeepFrameBuffer.h>
-#include <OpenEXR/ImfDeepScanLineInputFile.h>
-#include <OpenEXR/ImfHeader.h>
+// files read back with OpenImageIO.
+#include <OpenImageIO/deepdata.h>
 #include <OpenImageIO/imageio.h>
 #include <dirent.h>
 #include <sys/stat.h>
@@ -241,32 +238,22 @@ TEST_F(CoreTest, DeepFramebuffersWriteDepthSortedSamples) {
   ASSERT_EQ(zvrContextRender(context), ZVR_SUCCESS) << lastError(context);
   ASSERT_EQ(zvrFrameBufferSaveToFile(deep, path.c_str()), ZVR_SUCCESS) << lastError(context);
 
-  Imf::DeepScanLineInputFile file(path.c_str());
-  EXPECT_EQ(file.header().channels().findChannel("R")->type, Imf::HALF);
-  EXPECT_EQ(file.header().channels().findChannel("Z")->type, Imf::FLOAT);
-  std::vector<unsigned int> counts(kWidth * kHeight);
-  Imf::DeepFrameBuffer slices;
-  slices.insertSampleCountSlice(Imf::Slice(Imf::UINT, reinterpret_cast<char*>(counts.data()), sizeof(unsigned), sizeof(unsigned) * kWidth));
-  const char* names[] = {"R", "G", "A", "Z"};
-  std::vector<float> storage[4];
-  std::vector<float*> pointers[4];
-  for (int c = 0; c < 4; ++c) {
-    storage[c].resize(kWidth * kHeight * 2);
-    for (size_t p = 0; p < kWidth * kHeight; ++p) pointers[c].push_back(storage[c].data() + p * 2);
-    slices.insert(names[c], Imf::DeepSlice(Imf::FLOAT, reinterpret_cast<char*>(pointers[c].data()), sizeof(float*),
-                                           sizeof(float*) * kWidth, sizeof(float)));
-  }
-  file.setFrameBuffer(slices);
-  file.readPixelSampleCounts(0, kHeight - 1);
+  auto input = OIIO::ImageInput::open(path);
+  OIIO::DeepData samples;
+  ASSERT_TRUE(input && input->read_native_deep_image(0, 0, samples));
+  const OIIO::ImageSpec& spec = input->spec();
+  const int r = spec.channelindex("R"), g = spec.channelindex("G"), a = spec.channelindex("A"), z = spec.channelindex("Z");
+  EXPECT_EQ(samples.channeltype(r), OIIO::TypeDesc::HALF);
+  EXPECT_EQ(samples.channeltype(z), OIIO::TypeDesc::FLOAT);
   // Three iterations at the same two depths fold into two samples a pixel.
-  ASSERT_EQ(counts, std::vector<unsigned int>(kWidth * kHeight, 2));
-  file.readPixels(0, kHeight - 1);
-  EXPECT_EQ(storage[3][0], 1.0f) << "nearest sample first";
-  EXPECT_EQ(storage[3][1], 2.0f);
-  EXPECT_FLOAT_EQ(storage[0][0], 0.5f) << "red sample: its share of the pixel's weight, premultiplied";
+  for (int64_t p = 0; p < int64_t(kWidth * kHeight); ++p) ASSERT_EQ(samples.samples(p), 2) << "pixel " << p;
+  EXPECT_EQ(samples.deep_value(0, z, 0), 1.0f) << "nearest sample first";
+  EXPECT_EQ(samples.deep_value(0, z, 1), 2.0f);
+  EXPECT_FLOAT_EQ(samples.deep_value(0, r, 0), 0.5f) << "red sample: its share of the pixel's weight, premultiplied";
   // The far sample gets through only what the near one leaves, so it is divided by that half.
-  EXPECT_FLOAT_EQ(storage[1][1], 1.0f);
-  EXPECT_FLOAT_EQ(storage[2][0] + (1 - storage[2][0]) * storage[2][1], 1.0f) << "over gives full coverage";
+  EXPECT_FLOAT_EQ(samples.deep_value(0, g, 1), 1.0f);
+  const float nearAlpha = samples.deep_value(0, a, 0);
+  EXPECT_FLOAT_EQ(nearAlpha + (1 - nearAlpha) * samples.deep_value(0, a, 1), 1.0f) << "over gives full coverage";
   ASSERT_EQ(zvrFrameBufferClear(deep), ZVR_SUCCESS);
   EXPECT_EQ(zvrFrameBufferSaveToFile(deep, path.c_str()), ZVR_ERROR_UNSUPPORTED) << "clearing empties the lists";
 }

@@ -1,7 +1,6 @@
-// Context keys: defaults, what is set is kept, types, sizes, ranges, texts, creation and the trace file.
+// Context keys: types, sizes, ranges and texts; context creation and the debug trace file.
 #include <unistd.h>
 
-#include <cfloat>
 #include <array>
 #include <climits>
 #include <cmath>
@@ -18,41 +17,8 @@ using core_test::fails;
 using core_test::info;
 using core_test::ScopedContext;
 
-ZvrStatus setKey(ZvrContext context, uint32_t key, bool isFloat, float value) {
-  return isFloat ? zvrContextSetParameterByKey1f(context, key, value) : zvrContextSetParameterByKey1u(context, key, uint32_t(value));
-}
-
 float getKey(ZvrContext context, uint32_t key, bool isFloat) {
   return isFloat ? info<float>(zvrContextGetInfo, context, key) : float(info<uint32_t>(zvrContextGetInfo, context, key));
-}
-
-// Every key is set before any is read back, so two keys sharing one field show.
-TEST_F(CoreTest, KeysStartAtTheirDefaultsAndEachKeepsItsOwnValue) {
-  const bool u = false, f = true;
-  const struct {
-    uint32_t key;
-    bool isFloat;
-    float defaultValue, newValue;
-  } keys[] = {
-      {ZVR_CONTEXT_ITERATIONS, u, 1, 4}, {ZVR_CONTEXT_IMAGE_FILTER_TYPE, u, 3, 6}, {ZVR_CONTEXT_MAX_DEPTH, u, 8, 5},
-      {ZVR_CONTEXT_KEY_287, u, 0, 1}, {ZVR_CONTEXT_FRAMECOUNT, u, 0, 2}, {ZVR_CONTEXT_MAX_DEPTH_DIFFUSE, u, 8, 3},
-      {ZVR_CONTEXT_MAX_DEPTH_GLOSSY, u, 8, 4}, {ZVR_CONTEXT_MAX_DEPTH_REFRACTION, u, 8, 2},
-      {ZVR_CONTEXT_MAX_DEPTH_REFRACTION_GLOSSY, u, 8, 1}, {ZVR_CONTEXT_MAX_DEPTH_SHADOW, u, 8, 0},
-      {ZVR_CONTEXT_CONTOUR_OBJECT_ID, u, 1, 0}, {ZVR_CONTEXT_CONTOUR_MATERIAL_ID, u, 1, 0}, {ZVR_CONTEXT_CONTOUR_NORMAL, u, 1, 0},
-      {ZVR_CONTEXT_CONTOUR_DEBUG, u, 0, 1}, {ZVR_CONTEXT_CONTOUR_UV, u, 1, 0}, {ZVR_CONTEXT_CONTOUR_UV_SECONDARY, u, 0, 1},
-      {ZVR_CONTEXT_FRAMEBUFFER_SAVE_FLOAT32, u, 0, 1}, {ZVR_CONTEXT_NORMALIZE_LIGHT_INTENSITY_ENABLED, u, 0, 1},
-      {ZVR_CONTEXT_RENDER_QUALITY, u, 3, 1}, {ZVR_CONTEXT_OOC_TEXTURE_CACHE, u, 0, 512}, {ZVR_CONTEXT_FIRST_SAMPLE_INDEX, u, 0, 9},
-      {ZVR_CONTEXT_RAY_CAST_EPSILON, f, 1e-4f, 1e-3f}, {ZVR_CONTEXT_RADIANCE_CLAMP, f, FLT_MAX, 10},
-      {ZVR_CONTEXT_TEXTURE_GAMMA, f, 1, 2.2f}, {ZVR_CONTEXT_DISPLAY_GAMMA, f, 2.2f, 1.8f}, {ZVR_CONTEXT_MIPMAP_LOD_OFFSET, f, 0, -0.5f},
-      {ZVR_CONTEXT_CONTOUR_THRESHOLD_NORMAL, f, 45, 30}, {ZVR_CONTEXT_CONTOUR_LINEWIDTH_OBJECT_ID, f, 1, 2},
-      {ZVR_CONTEXT_CONTOUR_LINEWIDTH_MATERIAL_ID, f, 1, 3}, {ZVR_CONTEXT_CONTOUR_LINEWIDTH_NORMAL, f, 1, 1.5f},
-      {ZVR_CONTEXT_CONTOUR_ANTIALIASING, f, 1, -1}, {ZVR_CONTEXT_CAUSTICS_REDUCTION, f, 1, 0.25f},
-      {ZVR_CONTEXT_GPU_MEMORY_LIMIT, f, 1, 0.5f}, {ZVR_CONTEXT_CONTOUR_THRESHOLD_UV, f, 1, 0.2f},
-      {ZVR_CONTEXT_CONTOUR_LINEWIDTH_UV, f, 1, 4}, {ZVR_CONTEXT_IMAGE_FILTER_RADIUS, f, 1.5f, 2},
-  };
-  for (const auto& k : keys) EXPECT_FLOAT_EQ(getKey(context, k.key, k.isFloat), k.defaultValue) << "key " << k.key;
-  for (const auto& k : keys) EXPECT_EQ(setKey(context, k.key, k.isFloat, k.newValue), ZVR_SUCCESS) << lastError(context);
-  for (const auto& k : keys) EXPECT_FLOAT_EQ(getKey(context, k.key, k.isFloat), k.newValue) << "key " << k.key;
 }
 
 TEST_F(CoreTest, WrongTypesSizesUnknownAndReadOnlyKeysAreRefusedWithTheKeyNamed) {
@@ -111,7 +77,8 @@ TEST_F(CoreTest, ValuesOutsideTheirRangeAreRefusedAndKeepTheOldValue) {
   for (const auto& c : cases) {
     SCOPED_TRACE("key " + std::to_string(c.key) + " = " + std::to_string(c.value));
     const float before = getKey(context, c.key, c.isFloat);
-    const ZvrStatus status = setKey(context, c.key, c.isFloat, c.value);
+    const ZvrStatus status = c.isFloat ? zvrContextSetParameterByKey1f(context, c.key, c.value)
+                                       : zvrContextSetParameterByKey1u(context, c.key, uint32_t(c.value));
     if (*c.range == 0) {
       EXPECT_EQ(status, ZVR_SUCCESS) << lastError(context);
       EXPECT_EQ(getKey(context, c.key, c.isFloat), c.value);
@@ -133,15 +100,11 @@ TEST_F(CoreTest, TileSizeTakesFourFloatsUpTo65536) {
   }
 }
 
-TEST_F(CoreTest, VersionsDevicesAndMemory) {
-  ScopedContext gpu(ZVR_CREATION_FLAGS_ENABLE_GPU0 | ZVR_CREATION_FLAGS_ENABLE_CPU);
+TEST_F(CoreTest, NoGpuDeviceAndMemoryCountsFramebuffersAndTheProcess) {
+  core_test::ScopedContext gpu(ZVR_CREATION_FLAGS_ENABLE_GPU0 | ZVR_CREATION_FLAGS_ENABLE_CPU);
   ASSERT_EQ(gpu.status(), ZVR_SUCCESS) << "GPU flags are accepted and fall back to the CPU";
-  EXPECT_EQ(info<uint32_t>(zvrContextGetInfo, gpu, ZVR_CONTEXT_API_VERSION), uint32_t(ZVR_API_VERSION));
-  EXPECT_EQ(info<uint64_t>(zvrContextGetInfo, gpu, ZVR_CONTEXT_API_VERSION_MINOR), ZVR_API_VERSION_MINOR);
-  char name[1024] = {};
-  for (uint32_t key : {ZVR_CONTEXT_GPU0_NAME, ZVR_CONTEXT_GPU7_NAME, ZVR_CONTEXT_GPU8_NAME, ZVR_CONTEXT_GPU11_NAME})
-    EXPECT_TRUE(fails(zvrContextGetInfo(gpu, key, sizeof name, name, nullptr), ZVR_ERROR_UNSUPPORTED, gpu, "no GPU device")) << key;
-
+  EXPECT_TRUE(fails(zvrContextGetInfo(gpu, ZVR_CONTEXT_GPU0_NAME, sizeof(core_test::Text), core_test::Text().data(), nullptr),
+                    ZVR_ERROR_UNSUPPORTED, gpu, "no GPU device"));
   using Memory = std::array<uint64_t, 4>;
   const Memory before = info<Memory>(zvrContextGetInfo, context, ZVR_CONTEXT_MEMORY_INFO);
   core_test::makeFrameBuffer(context, 64, 32);
@@ -153,7 +116,6 @@ TEST_F(CoreTest, VersionsDevicesAndMemory) {
   EXPECT_GT(after[3], 0u);
 }
 
-// Texts are read in two steps, the size and then the text.
 TEST_F(CoreTest, TextsAreReadInTwoStepsAndTheLastErrorOutlivesSuccesses) {
   const char* ocio = std::getenv("OCIO");
   EXPECT_STREQ(info<core_test::Text>(zvrContextGetInfo, context, ZVR_CONTEXT_OCIO_CONFIG_PATH).data(), ocio ? ocio : "");
