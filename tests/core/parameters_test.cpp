@@ -5,6 +5,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <tuple>
 
@@ -159,23 +160,19 @@ TEST_F(CoreTest, CreationChecksVersionPluginsFlagsAndProperties) {
 
 TEST_F(CoreTest, DebugFlagTracesToVelderLogInTheWorkingFolder) {
   if (std::getenv("ZVR_TRACE")) GTEST_SKIP() << "ZVR_TRACE overrides the debug trace file";
-  char previous[PATH_MAX], path[PATH_MAX] = {};
+  char previous[PATH_MAX];
   ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
   ASSERT_EQ(chdir(folder.c_str()), 0);
   {
     ScopedContext debug(ZVR_CREATION_FLAGS_ENABLE_CPU | ZVR_CREATION_FLAGS_ENABLE_DEBUG);
-    ASSERT_EQ(zvrContextGetInfo(debug, ZVR_CONTEXT_API_TRACE_PATH, sizeof path, path, nullptr), ZVR_SUCCESS);
-    EXPECT_EQ(std::string(path), folder + "/velder.log");
-    ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_API_TRACE_PATH, sizeof path, path, nullptr), ZVR_SUCCESS);
-    EXPECT_STREQ(path, "") << "a context without the flag traces nothing";
+    EXPECT_EQ(info<core_test::Text>(zvrContextGetInfo, debug, ZVR_CONTEXT_API_TRACE_PATH).data(), folder + "/velder.log");
+    EXPECT_STREQ(info<core_test::Text>(zvrContextGetInfo, context, ZVR_CONTEXT_API_TRACE_PATH).data(), "") << "no flag, no trace";
   }
   ASSERT_EQ(chdir(previous), 0);
-  FILE* log = std::fopen((folder + "/velder.log").c_str(), "r");
-  ASSERT_NE(log, nullptr);
-  char line[512] = {};
-  ASSERT_NE(std::fgets(line, sizeof line, log), nullptr);
-  std::fclose(log);
-  EXPECT_EQ(std::string(line).rfind("zvrCreateContext(apiVersion=0x300106, ", 0), 0u) << line;
+  std::ifstream log(folder + "/velder.log");
+  std::string line;
+  ASSERT_TRUE(std::getline(log, line));
+  EXPECT_EQ(line.rfind("zvrCreateContext(apiVersion=0x300106, ", 0), 0u) << line;
 }
 
 }  // namespace
