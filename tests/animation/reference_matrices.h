@@ -19,21 +19,8 @@ inline M4 mul(const M4& a, const M4& b) {
   return out;
 }
 
-inline M4 translation(double x, double y, double z) {
-  M4 m = identity();
-  m[3] = x;
-  m[7] = y;
-  m[11] = z;
-  return m;
-}
-
-inline M4 scale(double x, double y, double z) {
-  M4 m = identity();
-  m[0] = x;
-  m[5] = y;
-  m[10] = z;
-  return m;
-}
+inline M4 translation(double x, double y, double z) { return {1, 0, 0, x, 0, 1, 0, y, 0, 0, 1, z, 0, 0, 0, 1}; }
+inline M4 scale(double x, double y, double z) { return {x, 0, 0, 0, 0, y, 0, 0, 0, 0, z, 0, 0, 0, 0, 1}; }
 
 inline M4 rotationX(double a) { return {1, 0, 0, 0, 0, cos(a), -sin(a), 0, 0, sin(a), cos(a), 0, 0, 0, 0, 1}; }
 inline M4 rotationY(double a) { return {cos(a), 0, sin(a), 0, 0, 1, 0, 0, -sin(a), 0, cos(a), 0, 0, 0, 0, 1}; }

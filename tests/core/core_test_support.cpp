@@ -1,12 +1,8 @@
 #include "tests/core/core_test_support.h"
 
-#include <dirent.h>
-#include <ftw.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
 
 namespace core_test {
 
@@ -18,43 +14,18 @@ ScopedContext::~ScopedContext() {
   if (context_) zvrObjectDelete(context_);
 }
 
-namespace {
-
-std::mutex gFoldersMutex;
-std::vector<std::string> gFolders;
-
-void removeTempFolders() {
-  std::lock_guard<std::mutex> lock(gFoldersMutex);
-  for (const std::string& folder : gFolders)
-    nftw(folder.c_str(), [](const char* path, const struct stat*, int, FTW*) { return remove(path); }, 16,
-         FTW_DEPTH | FTW_PHYS);
+::testing::AssertionResult fails(ZvrStatus got, ZvrStatus want, ZvrContext context, const std::string& words) {
+  const std::string text = lastError(context);
+  if (got == want && text.find(words) != std::string::npos) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "status " << got << " (wanted " << want << "), last error \"" << text
+                                       << "\" (wanted \"" << words << "\" in it)";
 }
 
-}  // namespace
-
-std::string makeTempFolder() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base ? base : "/tmp") + "/zvr_core_test_XXXXXX";
+std::string makeFolder() {
+  std::string pattern = ::testing::TempDir() + "zvr_core_test_XXXXXX";
   if (!mkdtemp(pattern.data())) ADD_FAILURE() << "cannot make a temporary folder";
-  std::lock_guard<std::mutex> lock(gFoldersMutex);
-  if (gFolders.empty()) std::atexit(removeTempFolders);
-  gFolders.push_back(pattern);
   return pattern;
 }
-
-std::vector<std::string> folderEntries(const std::string& folder) {
-  std::vector<std::string> names;
-  if (DIR* dir = opendir(folder.c_str())) {
-    while (dirent* entry = readdir(dir)) {
-      std::string name = entry->d_name;
-      if (name != "." && name != "..") names.push_back(name);
-    }
-    closedir(dir);
-  }
-  return names;
-}
-
-std::string binFolder() { return ZVR_BIN_DIR; }
 
 int32_t testPluginId() {
   static const int32_t id = zvrRegisterPlugin("ZvrCoreTestPlugin.dll");
@@ -67,6 +38,13 @@ std::vector<float> readPixels(ZvrFrameBuffer frameBuffer) {
   std::vector<float> pixels(size / sizeof(float));
   EXPECT_EQ(zvrFrameBufferGetInfo(frameBuffer, ZVR_FRAMEBUFFER_DATA, size, pixels.data(), nullptr), ZVR_SUCCESS);
   return pixels;
+}
+
+ZvrFrameBuffer makeFrameBuffer(ZvrContext context, uint32_t width, uint32_t height, uint32_t componentType) {
+  const ZvrFramebufferDesc desc{width, height};
+  ZvrFrameBuffer frameBuffer = nullptr;
+  EXPECT_EQ(zvrContextCreateFrameBuffer(context, {4, componentType}, &desc, &frameBuffer), ZVR_SUCCESS);
+  return frameBuffer;
 }
 
 ZvrShape makeTriangle(ZvrContext context) {

@@ -3,26 +3,17 @@
 // the camera's field of view; A is the weight 1. Deep targets also get two samples a pixel, the
 // farther one first: depth 2 green and depth 1 red, each of weight 0.5. What it was last asked is
 // kept for inspection.
-#include <chrono>
 #include <mutex>
-#include <thread>
 #include <vector>
 
-#include "core/plugin_api.h"
+#include "tests/core/test_plugin_report.h"
 
 namespace {
 
 constexpr uint32_t kDeepColorAov = 64;
 
-struct LastRequest {
-  std::mutex mutex;
-  zvr::RenderParams params;
-  size_t shapeCount = 0, lightCount = 0;
-  std::vector<uint32_t> aovs;
-  uint32_t iterations = 0;
-  uint64_t firstSampleIndex = 0;
-  int renders = 0;
-} gLast;
+std::mutex gMutex;
+CoreTestPluginReport gLast;
 
 class TestPlugin : public zvr::RenderPlugin {
  public:
@@ -49,15 +40,9 @@ class TestPlugin : public zvr::RenderPlugin {
     size_t visible = 0;
     for (const zvr::ShapeData& shape : request.scene->shapes) visible += shape.visible ? 1 : 0;
     {
-      std::lock_guard<std::mutex> lock(gLast.mutex);
-      gLast.params = *request.params;
-      gLast.shapeCount = request.scene->shapes.size();
-      gLast.lightCount = request.scene->lights.size();
-      gLast.aovs.clear();
+      std::lock_guard<std::mutex> lock(gMutex);
+      gLast = {*request.params, request.scene->shapes.size(), request.scene->lights.size(), {}, request.firstSampleIndex};
       for (const auto& target : request.targets) gLast.aovs.push_back(target.aov);
-      gLast.iterations = request.iterations;
-      gLast.firstSampleIndex = request.firstSampleIndex;
-      ++gLast.renders;
     }
     request.host->reportUpdateTime(1.5f);
     const size_t pixels = size_t(request.width) * request.height;
@@ -70,15 +55,12 @@ class TestPlugin : public zvr::RenderPlugin {
     }
     for (uint32_t i = 0; i < request.iterations; ++i) {
       if (request.host->abortRequested()) break;
-      const float sampleIndex = float(request.firstSampleIndex + i);
       for (size_t p = 0; p < rgba.size(); p += 4) {
-        rgba[p] = sampleIndex;
+        rgba[p] = float(request.firstSampleIndex + i);
         rgba[p + 1] = float(visible);
         rgba[p + 2] = request.scene->camera.fovY;
         rgba[p + 3] = 1;
       }
-      // Long enough for another thread to abort in the middle of a call.
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
       for (const auto& target : request.targets) {
         target.target->addIteration(rgba.data());
         if (target.target->isDeep()) target.target->addDeepSamples(deepCounts.data(), deepSamples.data());
@@ -94,18 +76,7 @@ class TestPlugin : public zvr::RenderPlugin {
 
 extern "C" __attribute__((visibility("default"))) zvr::RenderPlugin* ZVR_PLUGIN_ENTRY() { return new TestPlugin(); }
 
-// What the last render call received, for the tests to compare with what they set.
-struct CoreTestPluginReport {
-  const zvr::RenderParams* params;
-  size_t shapeCount, lightCount;
-  const std::vector<uint32_t>* aovs;
-  uint32_t iterations;
-  uint64_t firstSampleIndex;
-  int renders;
-};
-
 extern "C" __attribute__((visibility("default"))) CoreTestPluginReport coreTestPluginReport() {
-  std::lock_guard<std::mutex> lock(gLast.mutex);
-  return {&gLast.params, gLast.shapeCount, gLast.lightCount, &gLast.aovs, gLast.iterations, gLast.firstSampleIndex,
-          gLast.renders};
+  std::lock_guard<std::mutex> lock(gMutex);
+  return gLast;
 }
