@@ -1,57 +1,45 @@
-// The user's sky through the configuration keys "environment", "environment.intensity" and
-// "environment.rotation", run as a user runs the program, pictures read back as linear EXR.
+// Pictures the program renders as a user runs it, read back as linear EXR: the user's sky through
+// the keys "environment", "environment.intensity" and "environment.rotation", and a sample scene.
 #include <gtest/gtest.h>
 #include <OpenImageIO/imageio.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "tests/support/process_runner.h"
+#include "tests/support/program_run.h"
 
 namespace {
 
-// A closed white diffuse cube of side 2 about the origin, flat-shaded, as a glTF with its buffer.
-void writeWhiteCube(const std::filesystem::path& folder) {
-  std::vector<float> positions, normals;
+// A closed white diffuse cube of side 2 about the origin, four corners per face so that the
+// generated normals are the faces', as a glTF with its buffer.
+void writeWhiteCube(const std::string& folder) {
+  std::vector<float> positions;
   std::vector<uint16_t> indices;
   for (int axis = 0; axis < 3; ++axis)
     for (int sign : {-1, 1}) {
-      float n[3] = {0, 0, 0};
-      n[axis] = float(sign);
-      int u = (axis + 1) % 3, v = (axis + 2) % 3;
-      uint16_t base = uint16_t(positions.size() / 3);
+      const uint16_t base = uint16_t(positions.size() / 3);
       for (auto [a, b] : {std::pair{-1, -1}, {1, -1}, {1, 1}, {-1, 1}}) {
         float p[3];
-        p[axis] = float(sign);
-        p[u] = float(a);
-        p[v] = float(b);
+        p[axis] = float(sign), p[(axis + 1) % 3] = float(a), p[(axis + 2) % 3] = float(b);
         positions.insert(positions.end(), p, p + 3);
-        normals.insert(normals.end(), n, n + 3);
       }
       // Counter-clockwise seen from outside.
-      if (sign > 0) indices.insert(indices.end(), {base, uint16_t(base + 1), uint16_t(base + 2), base, uint16_t(base + 2), uint16_t(base + 3)});
-      else indices.insert(indices.end(), {base, uint16_t(base + 2), uint16_t(base + 1), base, uint16_t(base + 3), uint16_t(base + 2)});
+      const uint16_t second = uint16_t(base + (sign > 0 ? 1 : 3)), fourth = uint16_t(base + (sign > 0 ? 3 : 1));
+      indices.insert(indices.end(), {base, second, uint16_t(base + 2), base, uint16_t(base + 2), fourth});
     }
-  std::string bin;
-  bin.append(reinterpret_cast<const char*>(positions.data()), positions.size() * 4);
-  bin.append(reinterpret_cast<const char*>(normals.data()), normals.size() * 4);
+  std::string bin(reinterpret_cast<const char*>(positions.data()), positions.size() * 4);
   bin.append(reinterpret_cast<const char*>(indices.data()), indices.size() * 2);
-  std::ofstream(folder / "cube.bin", std::ios::binary) << bin;
-  const size_t p = positions.size() * 4, i = indices.size() * 2;
-  std::ofstream(folder / "cube.gltf") << R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"mesh":0}],
-"meshes":[{"primitives":[{"attributes":{"POSITION":0,"NORMAL":1},"indices":2,"material":0}]}],
+  std::ofstream(folder + "/cube.bin", std::ios::binary) << bin;
+  std::ofstream(folder + "/cube.gltf")
+      << R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"mesh":0}],
+"meshes":[{"primitives":[{"attributes":{"POSITION":0},"indices":1,"material":0}]}],
 "materials":[{"pbrMetallicRoughness":{"baseColorFactor":[1,1,1,1],"metallicFactor":0,"roughnessFactor":1}}],
-"buffers":[{"uri":"cube.bin","byteLength":)" << bin.size() << R"(}],
-"bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":)" << p << R"(},{"buffer":0,"byteOffset":)" << p
-                                    << R"(,"byteLength":)" << p << R"(},{"buffer":0,"byteOffset":)" << 2 * p
-                                    << R"(,"byteLength":)" << i << R"(}],
-"accessors":[{"bufferView":0,"componentType":5126,"count":24,"type":"VEC3","min":[-1,-1,-1],"max":[1,1,1]},
-{"bufferView":1,"componentType":5126,"count":24,"type":"VEC3"},{"bufferView":2,"componentType":5123,"count":36,"type":"SCALAR"}]})";
+"buffers":[{"uri":"cube.bin","byteLength":)" << bin.size() << R"(}],"bufferViews":[{"buffer":0,"byteLength":288},
+{"buffer":0,"byteOffset":288,"byteLength":72}],"accessors":[{"bufferView":0,"componentType":5126,"count":24,"type":"VEC3",
+"min":[-1,-1,-1],"max":[1,1,1]},{"bufferView":1,"componentType":5123,"count":36,"type":"SCALAR"}]})";
 }
 
 // A Radiance HDR of a dim sky with one bright column (flat scanlines, RGBE).
@@ -86,27 +74,18 @@ Picture readExr(const std::string& path) {
 
 class EnvironmentRun : public testing::Test {
  protected:
-  void SetUp() override {
-    folder_ = std::filesystem::path(testing::TempDir()) /
-              ("zvrs_env_" + std::to_string(getpid()) + "_" + testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(folder_);
-    std::filesystem::create_directories(folder_);
-    writeWhiteCube(folder_);
-  }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
+  void SetUp() override { writeWhiteCube(folder_); }
 
   // Renders the cube (or another scene of the folder) with the Velder plug-in; `keys` are added
   // to the override.
-  ProcessResult render(const std::string& keys, const std::string& output = "out.exr", const std::string& scene = "cube.gltf") {
-    ProcessOptions options;
-    options.workingDirectory = folder_.string();
+  ProgramRun render(const std::string& keys, const std::string& output = "out.exr", const std::string& scene = "cube.gltf") {
     const std::string override = R"({"gui":0,"plugin":"velder","width":64,"height":32,"iterations":32,"output":")" + output +
                                  "\"" + (keys.empty() ? "" : "," + keys) + "}";
-    return runProcess(renderProgramPath(), {(folder_ / scene).string(), override}, options);
+    return runProgram(folder_, {folder_ / scene, override});
   }
-  Picture picture(const std::string& name = "out.exr") { return readExr((folder_ / name).string()); }
+  Picture picture(const std::string& name = "out.exr") { return readExr(folder_ / name); }
 
-  std::filesystem::path folder_;
+  RunFolder folder_{"environment"};
 };
 
 double channelMean(const Picture& p, int c) {
@@ -121,7 +100,7 @@ TEST_F(EnvironmentRun, ConstantSkyIsAFurnaceAndIntensityScalesIt) {
   const float colour[3] = {0.2f, 0.5f, 0.8f};
   for (float intensity : {1.0f, 2.0f}) {
     SCOPED_TRACE(testing::Message() << "intensity " << intensity);
-    const ProcessResult result =
+    const ProgramRun result =
         render(R"("environment":[0.2,0.5,0.8],"environment.intensity":)" + std::to_string(intensity));
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const Picture p = picture();
@@ -149,7 +128,7 @@ int brightestColumn(const Picture& p) {
 TEST_F(EnvironmentRun, RotationTurnsTheSkyAboutUp) {
   writeStripedSky(folder_ / "sky.hdr", 64, 32, 8);
   const std::string common = R"("cameratype":"360","camera.transform":[1,0,0,0,0,1,0,0,0,0,1,0,0,0,6,1],"environment":"sky.hdr")";
-  ProcessResult result = render(common);
+  ProgramRun result = render(common);
   ASSERT_EQ(result.exitCode, 0) << result.err;
   const int still = brightestColumn(picture());
   EXPECT_EQ(still, 8) << "with no rotation the picture shows the sky as the image holds it";
@@ -174,7 +153,7 @@ TEST_F(EnvironmentRun, XmlExportCarriesTheSky) {
     SCOPED_TRACE(c.name);
     writeStripedSky(folder_ / "sky.hdr", 64, 32, 8);
     const std::string keys = c.view.empty() ? c.sky : c.view + "," + c.sky;
-    ProcessResult result = render(keys);
+    ProgramRun result = render(keys);
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const Picture direct = picture();
     result = render(keys, ".xml");
@@ -189,23 +168,41 @@ TEST_F(EnvironmentRun, XmlExportCarriesTheSky) {
   }
 }
 
-// An image missing at export time stops the export as it stops a render, naming the file.
-TEST_F(EnvironmentRun, MissingImageStopsTheExportNamingTheFile) {
-  const ProcessResult result = render(R"("environment":"no/such/sky.hdr")", ".xml");
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_EQ(result.err.rfind("E000018: Setting environment failed. ", 0), 0u) << result.err;
-  EXPECT_NE(result.err.find("no/such/sky.hdr"), std::string::npos) << result.err;
-  EXPECT_FALSE(std::filesystem::exists(folder_ / ".xml"));
+// An image that cannot be read stops an export as it stops a run, before anything is written.
+TEST_F(EnvironmentRun, MissingImageStopsTheRunNamingTheFile) {
+  for (const std::string output : {".xml", "out.exr"}) {
+    SCOPED_TRACE(output);
+    const ProgramRun run = render(R"("environment":"no/such/sky.hdr")", output);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err.rfind("E000018: Setting environment failed. ", 0), 0u) << run.err;
+    EXPECT_NE(run.err.find("no/such/sky.hdr"), std::string::npos) << run.err;
+    EXPECT_FALSE(std::filesystem::exists(folder_ / output));
+    EXPECT_EQ(run.out.find("Total Render Time"), std::string::npos) << "nothing may render";
+  }
 }
 
-// An image that cannot be read stops the run before rendering, naming the file.
-TEST_F(EnvironmentRun, MissingImageStopsTheRunNamingTheFile) {
-  const ProcessResult result = render(R"("environment":"no/such/sky.hdr")");
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_EQ(result.err.rfind("E000018: Setting environment failed. ", 0), 0u) << result.err;
-  EXPECT_NE(result.err.find("no/such/sky.hdr"), std::string::npos) << result.err;
-  EXPECT_FALSE(std::filesystem::exists(folder_ / "out.exr"));
-  EXPECT_EQ(result.out.find("Total Render Time"), std::string::npos) << "nothing may render";
+// The texture-transform sample scene: the rotated arrow must point at the sample's green marker
+// (rotation applied counter-clockwise), not at its red one (reversed).
+TEST(TextureTransformScene, RotatedArrowPointsAtTheGreenMarker) {
+  RunFolder folder("texture_transform");
+  const std::string scene = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/TextureTransformTest/TextureTransformTest.gltf";
+  const ProgramRun run =
+      runProgram(folder, {scene, R"({"gui":0,"plugin":"velder","width":160,"height":120,"iterations":8,"output":"arrows.exr"})"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const Picture p = readExr(folder / "arrows.exr");
+  ASSERT_EQ(p.width, 160);
+  // Mean brightness of a 3 x 3 patch around (x, y).
+  auto patch = [&](int x, int y) {
+    double sum = 0;
+    for (int dy = -1; dy <= 1; ++dy)
+      for (int dx = -1; dx <= 1; ++dx)
+        for (int c = 0; c < 3; ++c) sum += p.at(x + dx, y + dy, c);
+    return sum / 27;
+  };
+  // The bottom-left quad: the shaft towards the green marker below, and where a reversed rotation
+  // would put it, towards the red marker on the right.
+  EXPECT_LT(patch(40, 72), 0.4) << "the arrow's shaft is missing on its way to the green marker";
+  EXPECT_GT(patch(53, 68), 0.7) << "the arrow points towards the red marker";
 }
 
 }  // namespace
