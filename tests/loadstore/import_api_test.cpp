@@ -109,12 +109,12 @@ TEST_F(ImportApi, BoxAnimatedGroupsAndRecordsAsTheProgramReadsThem) {
     EXPECT_EQ(r->componentCount, r->kind == 2 ? 4u : 3u);
     EXPECT_EQ(r->timeCount, r->keyCount);
     EXPECT_EQ(std::string(r->groupName), j["nodes"][channels[i]["target"]["node"].get<int>()].value("name", r->groupName));
-    for (uint32_t k = 1; k < r->timeCount; ++k) EXPECT_LE(r->times[k - 1], r->times[k]);
-    if (r->kind == 2)
-      for (uint32_t k = 0; k < r->keyCount; ++k) {
-        const float* q = r->values + k * 4;
-        EXPECT_NEAR(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3], 1.f, 1e-5f);
-      }
+    // Linear keys reach the program as the file holds them.
+    const auto& sampler = j["animations"][0]["samplers"][channels[i]["sampler"].get<int>()];
+    EXPECT_EQ(std::vector<float>(r->times, r->times + r->timeCount), accessorFloats(file, j, sampler["input"]));
+    const std::vector<float> values = accessorFloats(file, j, sampler["output"]);
+    ASSERT_EQ(r->keyCount * r->componentCount, values.size());
+    for (size_t k = 0; k < values.size(); ++k) EXPECT_NEAR(r->values[k], values[k], 1e-6f);
   }
   EXPECT_EQ(zvrsGetAnimation(uint32_t(channels.size())), nullptr);
   EXPECT_EQ(zvrsReleaseImportedData(), 0);
@@ -141,26 +141,6 @@ TEST_F(ImportApi, MatrixNodeBecomesTranslationRotationScale) {
   EXPECT_NEAR(2 * (y * z + x * w) * b.scale[1], m[6], 1e-5f);
   EXPECT_NEAR(2 * (x * z - y * w) * b.scale[0], m[2], 1e-5f);
   for (int i = 0; i < 3; ++i) EXPECT_NEAR(b.translation[i], m[12 + i], 1e-6f);
-}
-
-TEST_F(ImportApi, DefaultCameraSeesTheWholeScene) {
-  const std::string file = kScenes + "DamagedHelmet/DamagedHelmet.glb";
-  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
-  ZvrCamera camera = nullptr;
-  ASSERT_EQ(zvrSceneGetCamera(scene, &camera), 0);
-  ASSERT_NE(camera, nullptr);
-  EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, camera), "") << "the added camera is placed in world space";
-  float eye[4], at[4];
-  ASSERT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_POSITION, sizeof eye, eye, nullptr), 0);
-  ASSERT_EQ(zvrCameraGetInfo(camera, ZVR_CAMERA_LOOKAT, sizeof at, at, nullptr), 0);
-  EXPECT_GT(eye[2], at[2]) << "looks from +z";
-  EXPECT_GT(eye[1], at[1]) << "from slightly above";
-  EXPECT_LT(eye[1] - at[1], eye[2] - at[2]);
-  // The helmet spans about 2 units: a 45 degree view needs at least r / sin(22.5 deg) of distance.
-  const float d = std::sqrt((eye[0] - at[0]) * (eye[0] - at[0]) + (eye[1] - at[1]) * (eye[1] - at[1]) +
-                            (eye[2] - at[2]) * (eye[2] - at[2]));
-  EXPECT_GT(d, 1.0f / std::sin(22.5f * 3.14159f / 180.f));
-  EXPECT_LT(d, 10.f);
 }
 
 TEST_F(ImportApi, FailedImportsNameTheFileAndLeaveNothingBehind) {

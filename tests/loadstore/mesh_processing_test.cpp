@@ -76,15 +76,5 @@ TEST(MeshProcessing, GeneratedTangentsPointAlongIncreasingU) {
   EXPECT_EQ(mirrored.tangents[3], -1.f) << "mirrored UVs flip the handedness";
 }
 
-TEST(MeshProcessing, GeometryChecksNameTheProblem) {
-  Primitive p = quadInXzPlane();
-  EXPECT_EQ(checkGeometry(p), "");
-  p.indices[4] = 4;
-  EXPECT_EQ(checkGeometry(p), "has index 4 past its vertex count 4");
-  p = quadInXzPlane();
-  p.positions[7] = std::numeric_limits<float>::infinity();
-  EXPECT_EQ(checkGeometry(p), "has a position that is not a finite number");
-}
-
 }  // namespace
 }  // namespace zvr::loadstore
