@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <map>
 #include <set>
 
 #include "tests/loadstore/api_fixture.h"
@@ -40,34 +38,11 @@ TEST_F(InstantiateApi, CamerasKeepTheirProjectionAndTheFirstIsTheScenes) {
   EXPECT_FLOAT_EQ(clip[1], 100.f);
   EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, cameras[0]), "node_1");
   EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, cameras[1]), "node_2");
-}
-
-TEST_F(InstantiateApi, PunctualLightsCarryColourTimesIntensity) {
-  const std::string file = kScenes + "LightsPunctualLamp/LightsPunctualLamp.gltf";
-  const nlohmann::json j = gltfJson(file);
-  ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
-  const auto lights = imported<zvrsListImportedLights>();
-  ASSERT_EQ(lights.size(), 5u);
-  const auto& defs = j["extensions"]["KHR_lights_punctual"]["lights"];
-  size_t matched = 0;
-  for (ZvrObject light : lights) {
-    char name[256] = {};
-    ASSERT_EQ(zvrLightGetInfo(light, ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
-    for (const auto& d : defs) {
-      if (d["name"] != name) continue;
-      ++matched;
-      const std::vector<float> colour = d.value("color", std::vector<float>{1, 1, 1});
-      const float intensity = d.value("intensity", 1.f);
-      float radiance[3];
-      ASSERT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_RADIANCE, sizeof radiance, radiance, nullptr), 0);
-      for (int c = 0; c < 3; ++c) EXPECT_NEAR(radiance[c], colour[c] * intensity, 1e-4f) << name;
-      uint32_t type = 99;
-      ASSERT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_TYPE, sizeof type, &type, nullptr), 0);
-      EXPECT_EQ(type, uint32_t(ZVR_LIGHT_POINT));
-      EXPECT_FALSE(parentName(zvrsGetParentGroupFromLight, light).empty());
-    }
-  }
-  EXPECT_EQ(matched, defs.size());
+  // The file's quaternion is slightly off unit length; the group gets it normalized.
+  ZvrsTransformGroupBlock root;
+  ASSERT_EQ(zvrsGetTransformGroup("node_0", &root), 0);
+  const float* q = root.rotation;
+  EXPECT_NEAR(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3], 1.0, 1e-6);
 }
 
 // A copy of the lamp scene whose lights are in groups 1, 2, ..., whose emissive materials in group
@@ -90,19 +65,33 @@ std::string taggedLamp() {
 }
 
 // The tags arrive from the glTF extras, and the XML export of that file carries every one of them.
-TEST_F(InstantiateApi, LightGroupsAndCatchersArriveFromGltfExtrasAndTravelThroughXml) {
+TEST_F(InstantiateApi, LightsGroupsAndCatchersArriveFromGltfAndTravelThroughXml) {
   const std::string gltf = taggedLamp(), xml = scratchDir() + "/tags/lamp.xml";
+  const auto definitions = gltfJson(gltf)["extensions"]["KHR_lights_punctual"]["lights"];
   ASSERT_EQ(zvrsExportToXML(gltf.c_str(), xml.c_str()), 0);
   for (const std::string& file : {gltf, xml}) {
     SCOPED_TRACE(file);
     ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
-    std::map<int32_t, int> lightGroups;  // group -> lights in it
-    for (ZvrObject light : imported<zvrsListImportedLights>()) {
+    // Each light by its name: a point light of colour times intensity, in the group of its place.
+    const auto lights = imported<zvrsListImportedLights>();
+    ASSERT_EQ(lights.size(), definitions.size());
+    for (ZvrObject light : lights) {
+      char name[256] = {};
       int32_t group = -5;
+      uint32_t type = 99;
+      float radiance[3];
+      ASSERT_EQ(zvrLightGetInfo(light, ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
       EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_GROUP, sizeof group, &group, nullptr), 0);
-      ++lightGroups[group];
+      EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_TYPE, sizeof type, &type, nullptr), 0);
+      EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_RADIANCE, sizeof radiance, radiance, nullptr), 0);
+      EXPECT_EQ(type, uint32_t(ZVR_LIGHT_POINT)) << name;
+      EXPECT_FALSE(parentName(zvrsGetParentGroupFromLight, light).empty()) << name;
+      const auto d = std::find_if(definitions.begin(), definitions.end(), [&](const auto& d) { return d["name"] == name; });
+      ASSERT_NE(d, definitions.end()) << name;
+      EXPECT_EQ(group, int32_t(d - definitions.begin()) + 1) << name;
+      const std::vector<float> colour = d->value("color", std::vector<float>{1, 1, 1});
+      for (int c = 0; c < 3; ++c) EXPECT_NEAR(radiance[c], colour[c] * d->value("intensity", 1.f), 1e-4f) << name;
     }
-    EXPECT_EQ(lightGroups, (std::map<int32_t, int>{{1, 1}, {2, 1}, {3, 1}, {4, 1}, {5, 1}}));
     std::multiset<std::pair<uint32_t, int32_t>> shapes;  // catcher flags and light group of each shape
     for (ZvrObject shape : imported<zvrsListImportedShapes>()) {
       uint32_t catcher = 99;
