@@ -1,16 +1,23 @@
+// What the glTF reader takes from the samples' extensions, sparse accessors and textures.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
+#include <tuple>
 
-#include "tests/loadstore/scene_catalog.h"
 #include "loadstore/scene_file.h"
 
 namespace zvr::loadstore {
 namespace {
 
+SceneDescription readSample(const std::string& file) { return readSceneFile(std::string(ZVR_SHARED_DIR) + "/scenes/gltf/" + file); }
+
+template <typename Predicate>
+bool anyMaterial(const SceneDescription& s, Predicate predicate) {
+  return std::any_of(s.materials.begin(), s.materials.end(), predicate);
+}
+
 TEST(GltfReader, SparseAccessorReplacesTheListedPositions) {
-  const std::string file = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/SimpleSparseAccessor/SimpleSparseAccessor.gltf";
-  const SceneDescription s = readSceneFile(file);
+  const SceneDescription s = readSample("SimpleSparseAccessor/SimpleSparseAccessor.gltf");
   ASSERT_EQ(s.meshes.size(), 1u);
   const Primitive& p = s.meshes[0].primitives.at(0);
   // The sample lifts some vertices to y = 1..4 through its sparse values; without them every y is 0.
@@ -20,38 +27,21 @@ TEST(GltfReader, SparseAccessorReplacesTheListedPositions) {
 }
 
 TEST(GltfReader, MaterialExtensionsAndTexturesArrive) {
-  struct Case {
-    const char* file;
-    bool (*check)(const SceneDescription&);
-    const char* what;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, bool (*)(const SceneDescription&), const char*> cases[] = {
       {"ClearCoatTest/ClearCoatTest.glb",
-       [](const SceneDescription& s) {
-         for (const Material& m : s.materials)
-           if (m.clearcoat > 0.f) return true;
-         return false;
-       },
+       [](const SceneDescription& s) { return anyMaterial(s, [](const Material& m) { return m.clearcoat > 0.f; }); },
        "a clearcoat factor"},
       {"EmissiveStrengthTest/EmissiveStrengthTest.glb",
-       [](const SceneDescription& s) {
-         for (const Material& m : s.materials)
-           if (m.emissiveStrength > 1.f) return true;
-         return false;
-       },
+       [](const SceneDescription& s) { return anyMaterial(s, [](const Material& m) { return m.emissiveStrength > 1.f; }); },
        "an emissive strength above 1"},
       {"TransmissionRoughnessTest/TransmissionRoughnessTest.glb",
        [](const SceneDescription& s) {
-         for (const Material& m : s.materials)
-           if (m.transmission > 0.f && m.ior != 1.5f) return true;
-         return false;
+         return anyMaterial(s, [](const Material& m) { return m.transmission > 0.f && m.ior != 1.5f; });
        },
        "transmission with its own IOR"},
       {"TextureTransformTest/TextureTransformTest.gltf",
        [](const SceneDescription& s) {
-         for (const Material& m : s.materials)
-           if (m.texture(TextureSlot::BaseColor).rotation != 0.f) return true;
-         return false;
+         return anyMaterial(s, [](const Material& m) { return m.texture(TextureSlot::BaseColor).rotation != 0.f; });
        },
        "a rotated base colour texture"},
       {"DamagedHelmet/DamagedHelmet.glb",
@@ -76,11 +66,7 @@ TEST(GltfReader, MaterialExtensionsAndTexturesArrive) {
        },
        "tangents for the normal map"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    const SceneDescription s = readSceneFile(std::string(ZVR_SHARED_DIR) + "/scenes/gltf/" + c.file);
-    EXPECT_TRUE(c.check(s)) << "expected " << c.what;
-  }
+  for (const auto& [file, check, what] : cases) EXPECT_TRUE(check(readSample(file))) << file << ": expected " << what;
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdlib>
-#include <filesystem>
+#include <cstring>
 #include <fstream>
-#include <set>
-#include <sstream>
+#include <tuple>
 
 #include "tests/loadstore/api_fixture.h"
 #include "tests/loadstore/scene_catalog.h"
@@ -186,14 +183,9 @@ TEST_F(ImportApi, FailedImportsNameTheFileAndLeaveNothingBehind) {
   EXPECT_EQ(zvrsImport((kScenes + "Box/Box.glb").c_str(), context, context, &scene, 0, nullptr), ZVR_ERROR_INVALID_OBJECT);
 }
 
+// Each name reaches its key with its type; the other type, an unknown name and another case are refused.
 TEST_F(ImportApi, ParametersByNameReachTheirKeys) {
-  struct Case {
-    const char* name;
-    ZvrContextInfo key;
-    bool isFloat;
-    float value;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, ZvrContextInfo, bool, float> cases[] = {
       {"displaygamma", ZVR_CONTEXT_DISPLAY_GAMMA, true, 1.8f},
       {"texturegamma", ZVR_CONTEXT_TEXTURE_GAMMA, true, 2.2f},
       {"mipmaplodoffset", ZVR_CONTEXT_MIPMAP_LOD_OFFSET, true, -0.5f},
@@ -204,21 +196,16 @@ TEST_F(ImportApi, ParametersByNameReachTheirKeys) {
       {"maxdepth.refraction.glossy", ZVR_CONTEXT_MAX_DEPTH_REFRACTION_GLOSSY, false, 7},
       {"ooctexcache", ZVR_CONTEXT_OOC_TEXTURE_CACHE, false, 512},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (c.isFloat) {
-      ASSERT_EQ(zvrContextSetParameter1f(context, c.name, c.value), 0) << lastError();
-      float got = 0;
-      ASSERT_EQ(zvrContextGetInfo(context, c.key, sizeof got, &got, nullptr), 0);
-      EXPECT_EQ(got, c.value);
-      EXPECT_EQ(zvrContextSetParameter1u(context, c.name, 1), ZVR_ERROR_INVALID_ARGUMENT);
-    } else {
-      ASSERT_EQ(zvrContextSetParameter1u(context, c.name, uint32_t(c.value)), 0) << lastError();
-      uint32_t got = 0;
-      ASSERT_EQ(zvrContextGetInfo(context, c.key, sizeof got, &got, nullptr), 0);
-      EXPECT_EQ(got, uint32_t(c.value));
-      EXPECT_EQ(zvrContextSetParameter1f(context, c.name, 1.f), ZVR_ERROR_INVALID_ARGUMENT);
-    }
+  for (const auto& [name, key, isFloat, value] : cases) {
+    SCOPED_TRACE(name);
+    float asFloat = 0;
+    uint32_t asUint = 0;
+    ASSERT_EQ(isFloat ? zvrContextSetParameter1f(context, name, value) : zvrContextSetParameter1u(context, name, uint32_t(value)), 0)
+        << lastError();
+    ASSERT_EQ(zvrContextGetInfo(context, key, 4, isFloat ? static_cast<void*>(&asFloat) : &asUint, nullptr), 0);
+    EXPECT_EQ(isFloat ? asFloat : float(asUint), value);
+    EXPECT_EQ(isFloat ? zvrContextSetParameter1u(context, name, 1) : zvrContextSetParameter1f(context, name, 1.f),
+              ZVR_ERROR_INVALID_ARGUMENT);
   }
   EXPECT_EQ(zvrContextSetParameter1u(context, "maxdepth.bogus", 1), ZVR_ERROR_UNKNOWN_KEY);
   EXPECT_NE(lastError().find("\"maxdepth.bogus\""), std::string::npos) << lastError();
