@@ -23,7 +23,6 @@ constexpr int32_t kNone = ZVR_PLUGIN_FAMILY_NONE, kVelder = ZVR_PLUGIN_FAMILY_VE
 const std::vector<int32_t> kVelderOnly = {kVelder}, kQuillonOnly = {kQuillon};
 constexpr uint32_t kGpu0 = ZVR_CREATION_FLAGS_ENABLE_GPU0;
 
-
 ConfigDocument parse(const std::string& text) { return parseJsonString(text.data(), text.size()); }
 
 TEST(CommandLine, SplitsSceneConfigAndOverride) {
@@ -33,9 +32,6 @@ TEST(CommandLine, SplitsSceneConfigAndOverride) {
     std::string overrideJson;  // serialised override, "null" when none
   };
   const Case cases[] = {
-      {{}, "", "null"},
-      {{"cfg.json"}, "cfg.json", "null"},
-      {{"{\"iterations\":5}"}, "", "{\"iterations\":5}"},
       {{"cfg.json", "{\"iterations\":5}", "ignored"}, "cfg.json", "{\"iterations\":5}"},
       // Any four characters name a configuration file.
       {{"[10]"}, "[10]", "null"},
@@ -98,7 +94,6 @@ TEST(ReadOutputList, AcceptsStringsAndArraysOfStrings) {
   EXPECT_THROW(readOutputList(parse("[\"a.png\"]"), "output"), std::runtime_error);
 }
 
-
 RenderSettings read(const std::string& json, const std::vector<int32_t>& kinds) {
   RenderSettings settings;
   readSettingsFromConfig(settings, parse(json), kinds);
@@ -147,7 +142,6 @@ TEST(SettingsReader, EdgeCasesOfTheKeys) {
   for (const auto& [value, text] : gammaCorrections)
     EXPECT_EQ(read(std::string("{\"postprocess.gammacorrection\":") + value + "}", kVelderOnly).postGammaCorrection, text) << value;
 }
-
 
 TEST(PluginKind, FromLowerCasedBaseName) {
   const std::pair<const char*, int32_t> kinds[] = {

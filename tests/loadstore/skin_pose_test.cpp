@@ -56,6 +56,17 @@ TEST(SkinPose, NormalsStayPerpendicularUnderUnevenScale) {
   EXPECT_EQ(p.tangents[3], 1.f) << "handedness is kept";
 }
 
+// The bind pose of the shared sample has no translation to undo: the inverse is checked here.
+TEST(SkinPose, AffineInverseUndoesTheMatrix) {
+  const Trs t{{1, -2, 3}, {0.1825742f, 0.3651484f, 0.5477226f, 0.7302967f}, {0.5f, 2, 4}};
+  const Matrix4 m = matrixFromTrs(t);
+  Matrix4 inverse;
+  ASSERT_TRUE(invertAffine(m, &inverse));
+  const Matrix4 product = multiply(m, inverse), identity = identityMatrix();
+  for (int i = 0; i < 16; ++i) EXPECT_NEAR(product[i], identity[i], 1e-5f) << i;
+  EXPECT_FALSE(invertAffine(matrixFromTrs(Trs{{0, 0, 0}, {0, 0, 0, 1}, {1, 0, 1}}), &inverse));
+}
+
 TEST(SkinPose, SkinnedMeshIgnoresTheTransformOfItsNode) {
   // RiggedSimple's mesh node sits under an armature turned 90 degrees, but its joints' bind
   // matrices undo that turn: at the bind pose the mesh stands under the Z_UP root alone.

@@ -80,6 +80,10 @@ TEST(ExampleScene, CommittedFileIsWhatTheGeneratorWritesWithCameraAndLight) {
   const SceneDescription s = readSceneFile(committed);
   EXPECT_EQ(std::count_if(s.nodes.begin(), s.nodes.end(), [](const Node& n) { return n.camera >= 0; }), 1);
   EXPECT_TRUE(sceneHasLightOrEmission(s)) << "the ceiling quad is the light";
+  // In world space everything sits inside the room: floor at y = 0, ceiling light below y = 4.
+  const Bounds b = sceneBounds(s, worldMatrices(s));
+  EXPECT_NEAR(b.lower[1], 0.f, 1e-5f);
+  EXPECT_LE(b.upper[1], 4.f + 1e-5f);
 }
 
 }  // namespace
