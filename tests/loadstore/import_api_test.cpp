@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <tuple>
 
 #include "tests/loadstore/api_fixture.h"
@@ -148,19 +149,19 @@ TEST_F(ImportApi, FailedImportsNameTheFileAndLeaveNothingBehind) {
     ZvrStatus status;
     const char* words;
   };
-  const std::string truncated = testing::scratchDir() + "/truncated.glb";
-  {
+  // Copies of a textured sample: cut in half, and with its embedded PNG's signature overwritten
+  // (the container intact, the image not).
+  const auto variant = [](const std::string& name, const std::function<void(std::vector<uint8_t>&)>& edit) {
     std::vector<uint8_t> b = fileBytes(kScenes + "BoxTextured/BoxTextured.glb");
-    std::ofstream(truncated, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size() / 2));
-  }
-  const std::string badPng = testing::scratchDir() + "/badpng.glb";
-  {
-    // Overwrite the embedded PNG's signature: the container is intact, the image is not.
-    std::vector<uint8_t> b = fileBytes(kScenes + "BoxTextured/BoxTextured.glb");
+    edit(b);
+    std::ofstream(scratchDir() + "/" + name, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
+    return scratchDir() + "/" + name;
+  };
+  const std::string truncated = variant("truncated.glb", [](std::vector<uint8_t>& b) { b.resize(b.size() / 2); });
+  const std::string badPng = variant("badpng.glb", [](std::vector<uint8_t>& b) {
     for (size_t i = 0; i + 4 < b.size(); ++i)
       if (std::memcmp(&b[i], "\x89PNG", 4) == 0) std::memset(&b[i], 'x', 16);
-    std::ofstream(badPng, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
-  }
+  });
   int dummy = 0;
   const Case cases[] = {
       {"missing file", "/nonexistent/scene.glb", nullptr, ZVR_ERROR_IO, "scene.glb: does not exist"},
