@@ -88,38 +88,5 @@ TEST(AnimationRecords, MalformedSamplersAreRefused) {
   }
 }
 
-TEST(AnimationRecords, BoxAnimatedChannelsAndGroupChainMatchTheFile) {
-  const std::string file = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAnimated/BoxAnimated.glb";
-  const nlohmann::json j = testing::gltfJson(file);
-  const SceneDescription s = readSceneFile(file);
-  // Group chain: each description node's parent is the glTF node that lists it as a child.
-  for (const Node& n : s.nodes) {
-    int parentInFile = -1;
-    for (size_t p = 0; p < j["nodes"].size(); ++p)
-      for (int c : j["nodes"][p].value("children", std::vector<int>{}))
-        if (c == int(n.sourceIndex)) parentInFile = int(p);
-    EXPECT_EQ(n.parent < 0 ? -1 : int(s.nodes[n.parent].sourceIndex), parentInFile) << n.name;
-    const std::string fileName = j["nodes"][n.sourceIndex].value("name", "");
-    if (!fileName.empty()) {
-      EXPECT_EQ(n.name, fileName);
-    }
-  }
-  const auto& channels = j["animations"][0]["channels"];
-  ASSERT_EQ(s.animations.size(), channels.size());
-  for (size_t i = 0; i < channels.size(); ++i) {
-    SCOPED_TRACE(i);
-    const AnimationChannel& record = s.animations[i];
-    const auto& target = channels[i]["target"];
-    const auto& sampler = j["animations"][0]["samplers"][channels[i]["sampler"].get<int>()];
-    EXPECT_EQ(int(s.nodes[record.node].sourceIndex), target["node"].get<int>());
-    const std::string path = target["path"];
-    EXPECT_EQ(record.kind, path == "translation" ? 1u : path == "rotation" ? 2u : 3u);
-    EXPECT_EQ(record.times, testing::accessorFloats(file, j, sampler["input"]));
-    const std::vector<float> values = testing::accessorFloats(file, j, sampler["output"]);
-    ASSERT_EQ(record.values.size(), values.size());
-    for (size_t k = 0; k < values.size(); ++k) EXPECT_NEAR(record.values[k], values[k], 1e-6f);
-  }
-}
-
 }  // namespace
 }  // namespace zvr::loadstore

@@ -1,3 +1,4 @@
+// Every class of broken input is refused with the file and the problem named, never with a crash.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -6,9 +7,9 @@
 #include <functional>
 
 #include "loadstore/load_error.h"
-#include "tests/loadstore/scene_catalog.h"
 #include "loadstore/scene_file.h"
 #include "loadstore/xml_writer.h"
+#include "tests/loadstore/scene_catalog.h"
 
 namespace zvr::loadstore {
 namespace {
@@ -19,8 +20,7 @@ using Bytes = std::vector<uint8_t>;
 const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
 
 void writeBytes(const std::string& path, const Bytes& b) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
 }
 
 void putU32(Bytes* b, size_t at, uint32_t v) { std::memcpy(b->data() + at, &v, 4); }
@@ -34,47 +34,28 @@ std::string textOfFailure(const std::string& path) {
   return "(no failure)";
 }
 
-struct Corruption {
-  const char* name;
-  const char* source;                     // file below the shared scenes, copied with its folder
-  std::function<void(Bytes*)> mutate;     // applied to the bytes of `source`
-  std::function<void(const std::string&)> prepare;  // extra changes to the copied folder
-  const char* words;                      // must appear in the failure text
-};
-
-nlohmann::json camerasJson() { return testing::gltfJson(kScenes + "Cameras/Cameras.gltf"); }
-
-std::function<void(Bytes*)> editCamerasJson(std::function<void(nlohmann::json&)> edit) {
+// Rewrites the JSON of a glTF; a binary one keeps its binary chunk, with the lengths made right.
+std::function<void(Bytes*)> editJson(std::function<void(nlohmann::json&)> edit) {
   return [edit](Bytes* b) {
-    nlohmann::json j = camerasJson();
-    edit(j);
-    const std::string text = j.dump();
-    b->assign(text.begin(), text.end());
-  };
-}
-
-// Rewrites the JSON chunk of a binary glTF and keeps its binary chunk, with lengths made right.
-std::function<void(Bytes*)> editGlbJson(std::function<void(nlohmann::json&)> edit) {
-  return [edit](Bytes* b) {
-    uint32_t jsonLength;
-    std::memcpy(&jsonLength, b->data() + 12, 4);
-    nlohmann::json j = nlohmann::json::parse(b->begin() + 20, b->begin() + 20 + jsonLength);
+    const bool binary = std::memcmp(b->data(), "glTF", 4) == 0;
+    uint32_t jsonLength = uint32_t(b->size());
+    if (binary) std::memcpy(&jsonLength, b->data() + 12, 4);
+    const size_t start = binary ? 20 : 0;
+    nlohmann::json j = nlohmann::json::parse(b->begin() + start, b->begin() + start + jsonLength);
     edit(j);
     std::string text = j.dump();
+    if (!binary) return b->assign(text.begin(), text.end());
     text.resize((text.size() + 3) / 4 * 4, ' ');
-    const Bytes binChunk(b->begin() + 20 + jsonLength, b->end());
-    Bytes out(20);
+    Bytes out(b->begin(), b->begin() + 20);
     out.insert(out.end(), text.begin(), text.end());
-    out.insert(out.end(), binChunk.begin(), binChunk.end());
-    std::memcpy(out.data(), "glTF", 4);
-    putU32(&out, 4, 2);
+    out.insert(out.end(), b->begin() + 20 + jsonLength, b->end());
     putU32(&out, 8, uint32_t(out.size()));
     putU32(&out, 12, uint32_t(text.size()));
-    std::memcpy(out.data() + 16, "JSON", 4);
     *b = std::move(out);
   };
 }
 
+// Changes `width` bytes at `at` of the Cameras scene's buffer file.
 std::function<void(const std::string&)> editBin(size_t at, uint32_t value, size_t width) {
   return [=](const std::string& folder) {
     Bytes bin = testing::fileBytes(folder + "/simpleSquare.bin");
@@ -83,64 +64,69 @@ std::function<void(const std::string&)> editBin(size_t at, uint32_t value, size_
   };
 }
 
+std::function<void(const std::string&)> removeFile(const std::string& name) {
+  return [name](const std::string& folder) { fs::remove(folder + "/" + name); };
+}
+
 TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
+  using Json = nlohmann::json;
+  struct Corruption {
+    const char* name;
+    const char* source;                               // file below the shared scenes, copied with its folder
+    std::function<void(Bytes*)> mutate;               // applied to the bytes of `source`
+    std::function<void(const std::string&)> prepare;  // extra changes to the copied folder
+    const char* words;                                // must appear in the failure text
+  };
+  const char* box = "Box/Box.glb";
+  const char* cameras = "Cameras/Cameras.gltf";
   const Corruption cases[] = {
-      {"bad magic", "Box/Box.glb", [](Bytes* b) { (*b)[3] = 'X'; }, nullptr, "Box.glb: is neither glTF"},
-      {"wrong version", "Box/Box.glb", [](Bytes* b) { putU32(b, 4, 1); }, nullptr, "binary glTF version 1, not 2"},
-      {"truncated", "Box/Box.glb", [](Bytes* b) { b->resize(b->size() - 100); }, nullptr, "but holds 1564"},
-      {"4 GB declared length", "Box/Box.glb", [](Bytes* b) { putU32(b, 8, 0xFFFFFFFFu); }, nullptr,
-       "declares a length of 4294967295 bytes"},
-      {"huge JSON chunk", "Box/Box.glb", [](Bytes* b) { putU32(b, 12, 0xFFFFFF00u); }, nullptr, "chunk 0 declares"},
-      {"header only", "Box/Box.glb", [](Bytes* b) { b->resize(12); }, nullptr, "Box.glb"},
-      {"empty", "Box/Box.glb", [](Bytes* b) { b->clear(); }, nullptr, "Box.glb: is empty"},
-      {"accessor past its view", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) { j["accessors"][1]["count"] = 400; }), nullptr,
+      {"bad magic", box, [](Bytes* b) { (*b)[3] = 'X'; }, nullptr, "Box.glb: is neither glTF"},
+      {"wrong version", box, [](Bytes* b) { putU32(b, 4, 1); }, nullptr, "binary glTF version 1, not 2"},
+      {"truncated", box, [](Bytes* b) { b->resize(b->size() - 100); }, nullptr, "but holds 1564"},
+      {"4 GB declared length", box, [](Bytes* b) { putU32(b, 8, 0xFFFFFFFFu); }, nullptr, "declares a length of 4294967295 bytes"},
+      {"huge JSON chunk", box, [](Bytes* b) { putU32(b, 12, 0xFFFFFF00u); }, nullptr, "chunk 0 declares"},
+      {"header only", box, [](Bytes* b) { b->resize(12); }, nullptr, "Box.glb"},
+      {"empty", box, [](Bytes* b) { b->clear(); }, nullptr, "Box.glb: is empty"},
+      {"garbage", box, [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
+      {"missing scene file", box, nullptr, removeFile("Box.glb"), "Box.glb: does not exist or cannot be reached"},
+      {"JSON syntax", cameras, [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
+      {"accessor past its view", cameras, editJson([](Json& j) { j["accessors"][1]["count"] = 400; }), nullptr,
        "accessor 1 reads past the end of buffer view 1"},
-      {"view past its buffer", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) { j["bufferViews"][1]["byteLength"] = 4800; }), nullptr,
+      {"view past its buffer", cameras, editJson([](Json& j) { j["bufferViews"][1]["byteLength"] = 4800; }), nullptr,
        "reads past the end of buffer 0"},
-      {"missing accessor", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) { j["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 7; }), nullptr,
-       "accessor 7 does not exist"},
-      {"float indices", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) { j["accessors"][0]["componentType"] = 5126; }), nullptr, "non-integer"},
-      {"4 GB buffer declared", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) { j["buffers"][0]["byteLength"] = 4294967295u; }), nullptr, "Cameras.gltf: "},
-      {"huge accessor without data", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) {
-         j["accessors"][1].erase("bufferView");
-         j["accessors"][1]["count"] = 1u << 30;
-       }),
-       nullptr, "declares 1073741824 elements without data"},
-      {"required extension unknown", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) {
-         j["extensionsUsed"] = {"KHR_draco_mesh_compression"};
-         j["extensionsRequired"] = {"KHR_draco_mesh_compression"};
-       }),
-       nullptr, "requires the extension KHR_draco_mesh_compression, which is not supported"},
-      {"node cycle", "Cameras/Cameras.gltf",
-       editCamerasJson([](nlohmann::json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
-      {"missing buffer file", "Cameras/Cameras.gltf", nullptr,
-       [](const std::string& folder) { fs::remove(folder + "/simpleSquare.bin"); }, "simpleSquare.bin"},
-      {"index past the vertex count", "Cameras/Cameras.gltf", nullptr, editBin(0, 9, 2),
-       "mesh 0 primitive 0 has index 9 past its vertex count 4"},
-      {"NaN position", "Cameras/Cameras.gltf", nullptr, editBin(12, 0x7FC00000u, 4), "position that is not a finite number"},
-      {"missing texture image", "TextureTransformTest/TextureTransformTest.gltf", nullptr,
-       [](const std::string& folder) { fs::remove(folder + "/UV.png"); }, "(UV.png) could not be read"},
+      {"missing accessor", cameras, editJson([](Json& j) { j["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 7; }),
+       nullptr, "accessor 7 does not exist"},
+      {"float indices", cameras, editJson([](Json& j) { j["accessors"][0]["componentType"] = 5126; }), nullptr, "non-integer"},
+      {"4 GB buffer declared", cameras, editJson([](Json& j) { j["buffers"][0]["byteLength"] = 4294967295u; }), nullptr,
+       "Cameras.gltf: "},
+      {"huge accessor without data", cameras,
+       editJson([](Json& j) { j["accessors"][1].erase("bufferView"), j["accessors"][1]["count"] = 1u << 30; }), nullptr,
+       "declares 1073741824 elements without data"},
+      {"required extension unknown", cameras,
+       editJson([](Json& j) { j["extensionsUsed"] = j["extensionsRequired"] = {"KHR_draco_mesh_compression"}; }), nullptr,
+       "requires the extension KHR_draco_mesh_compression, which is not supported"},
+      {"node cycle", cameras, editJson([](Json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
+      {"catcher not true or false", cameras, editJson([](Json& j) { j["nodes"][0]["extras"]["shadowCatcher"] = 1; }), nullptr,
+       "node 0: extras \"shadowCatcher\" is not true or false"},
+      {"missing buffer file", cameras, nullptr, removeFile("simpleSquare.bin"), "simpleSquare.bin"},
+      {"index past the vertex count", cameras, nullptr, editBin(0, 9, 2), "mesh 0 primitive 0 has index 9 past its vertex count 4"},
+      {"NaN position", cameras, nullptr, editBin(12, 0x7FC00000u, 4), "position that is not a finite number"},
+      {"light group beyond 15", "LightsPunctualLamp/LightsPunctualLamp.gltf",
+       editJson([](Json& j) { j["extensions"]["KHR_lights_punctual"]["lights"][0]["extras"]["lightGroup"] = 16; }), nullptr,
+       "light 0 has a \"lightGroup\" in its extras that is not a whole number from 0 to 15"},
+      {"missing texture image", "TextureTransformTest/TextureTransformTest.gltf", nullptr, removeFile("UV.png"),
+       "(UV.png) could not be read"},
       {"image view past its buffer", "BoxTextured/BoxTextured.glb",
-       editGlbJson([](nlohmann::json& j) { j["bufferViews"][3]["byteOffset"] = 2147483648u; }), nullptr,
+       editJson([](Json& j) { j["bufferViews"][3]["byteOffset"] = 2147483648u; }), nullptr,
        "image 0 reads buffer view 3 past the end of buffer 0"},
       {"image view longer than its buffer", "BoxTextured/BoxTextured.glb",
-       editGlbJson([](nlohmann::json& j) { j["bufferViews"][3]["byteLength"] = 100000; }), nullptr,
+       editJson([](Json& j) { j["bufferViews"][3]["byteLength"] = 100000; }), nullptr,
        "image 0 reads buffer view 3 past the end of buffer 0"},
-      {"garbage", "Box/Box.glb", [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
-      {"JSON syntax", "Cameras/Cameras.gltf", [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
   };
-  const std::string root = testing::scratchDir() + "/corrupt_files";
   for (const Corruption& c : cases) {
     SCOPED_TRACE(c.name);
     const fs::path source = kScenes + c.source;
-    const std::string folder = root + "/" + std::to_string(&c - cases);
+    const std::string folder = testing::scratchDir() + "/corrupt_files/" + std::to_string(&c - cases);
     fs::remove_all(folder);
     fs::create_directories(folder);
     fs::copy(source.parent_path(), folder, fs::copy_options::recursive);
@@ -156,41 +142,34 @@ TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
 }
 
 TEST(CorruptFiles, BrokenXmlDocumentsFail) {
-  const std::string good = [] {
-    return writeSceneXml(readSceneFile(kScenes + "Box/Box.glb"));
-  }();
-  struct Case {
-    const char* name;
-    std::function<std::string(std::string)> mutate;
-    const char* words;
-  };
-  const auto replace = [](std::string s, const std::string& from, const std::string& to) {
+  const std::string good = writeSceneXml(readSceneFile(kScenes + "Box/Box.glb"));
+  const auto replaced = [&good](const std::string& from, const std::string& to) {
+    std::string s = good;
     const size_t at = s.find(from);
     if (at != std::string::npos) s.replace(at, from.size(), to);
     return s;
   };
-  const Case cases[] = {
-      {"truncated", [](std::string s) { return s.substr(0, s.size() / 2); }, "not well-formed XML"},
-      {"other root", [&](std::string s) { return replace(replace(s, "<zvrscene", "<scene"), "</zvrscene>", "</scene>"); },
-       "no <zvrscene> root"},
-      {"parent after child", [&](std::string s) { return replace(s, "parent=\"-1\"", "parent=\"5\""); }, "which names nothing"},
-      {"huge vertex count", [&](std::string s) { return replace(s, "vertices=\"24\"", "vertices=\"4000000000\""); },
-       "declares more vertices"},
-      {"bad base64", [&](std::string s) { return replace(s, "<indices>", "<indices>*"); }, "not base64"},
-      {"bad number", [&](std::string s) { return replace(s, "metallic=\"", "metallic=\"x"); }, "\"metallic\" that is not"},
-      {"unknown catcher", [&](std::string s) { return replace(s, " scale=\"", " catcher=\"shadow shade\" scale=\""); },
-       "known words are shadow and reflection"},
+  const std::pair<std::string, const char*> cases[] = {
+      {good.substr(0, good.size() / 2), "not well-formed XML"},
+      {replaced("parent=\"-1\"", "parent=\"5\""), "which names nothing"},
+      {replaced("vertices=\"24\"", "vertices=\"4000000000\""), "declares more vertices"},
+      {replaced("<indices>", "<indices>*"), "not base64"},
+      {replaced("metallic=\"", "metallic=\"x"), "\"metallic\" that is not"},
+      {replaced(" scale=\"", " catcher=\"shadow shade\" scale=\""), "known words are shadow and reflection"},
   };
   const std::string path = testing::scratchDir() + "/broken.xml";
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::string text = c.mutate(good);
+  for (const auto& [text, words] : cases) {
+    SCOPED_TRACE(words);
     ASSERT_NE(text, good) << "the mutation did not apply";
     writeBytes(path, Bytes(text.begin(), text.end()));
     const std::string failure = textOfFailure(path);
-    EXPECT_NE(failure.find("broken.xml: "), std::string::npos) << failure;
-    EXPECT_NE(failure.find(c.words), std::string::npos) << failure;
+    EXPECT_EQ(failure.rfind("broken.xml: ", 0), 0u) << failure;
+    EXPECT_NE(failure.find(words), std::string::npos) << failure;
   }
+  std::string otherRoot = replaced("<zvrscene", "<scene");  // a well-formed document of another kind
+  otherRoot.replace(otherRoot.rfind("</zvrscene>"), 11, "</scene>");
+  writeBytes(path, Bytes(otherRoot.begin(), otherRoot.end()));
+  EXPECT_NE(textOfFailure(path).find("no <zvrscene> root"), std::string::npos) << textOfFailure(path);
 }
 
 // Random byte changes anywhere in real files: every outcome is a description or a LoadError,
@@ -221,10 +200,6 @@ TEST(CorruptFiles, RandomByteChangesNeverCrash) {
     }
     EXPECT_GT(failures, 0) << source << ": no change was ever noticed";
   }
-}
-
-TEST(CorruptFiles, MissingFileIsNamed) {
-  EXPECT_EQ(textOfFailure("/nonexistent/none.glb"), "none.glb: does not exist or cannot be reached");
 }
 
 }  // namespace
