@@ -19,12 +19,6 @@ void TestTarget::averageIteration(const float* rgba) {
   ++averages;
 }
 
-void TestTarget::clear() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::fill(data_.begin(), data_.end(), 0.0f);
-  iterations_ = 0;
-}
-
 std::vector<float> TestTarget::normalized() const {
   std::lock_guard<std::mutex> lock(mutex_);
   std::vector<float> out(data_);
@@ -76,6 +70,13 @@ Matrix4 translation(float x, float y, float z) {
   return m;
 }
 
+Matrix4 facingDown(float y) {
+  Matrix4 m;
+  m.m[5] = m.m[10] = -1;
+  m.m[13] = y;
+  return m;
+}
+
 Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
   float b[3] = {ex - tx, ey - ty, ez - tz};
   float bl = std::sqrt(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]);
@@ -102,6 +103,32 @@ std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b) {
   m->roughness = 1;
   m->specular = 0;
   return m;
+}
+
+std::shared_ptr<MaterialData> material(float metallic, float roughness, float transmission) {
+  auto m = std::make_shared<MaterialData>();
+  m->metallic = metallic;
+  m->roughness = roughness;
+  m->transmission = transmission;
+  return m;
+}
+
+std::shared_ptr<MaterialData> emitter(float radiance) {
+  auto m = diffuseMaterial(0, 0, 0);
+  m->emissive[0] = m->emissive[1] = m->emissive[2] = radiance;
+  return m;
+}
+
+std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std::vector<float> pixels,
+                                 ColorSpace space, uint64_t id) {
+  auto img = std::make_shared<ImageData>();
+  img->id = id;
+  img->width = w;
+  img->height = h;
+  img->channels = channels;
+  img->colorSpace = space;
+  img->pixels = std::move(pixels);
+  return img;
 }
 
 ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
@@ -131,6 +158,25 @@ LightData pointLight(float x, float y, float z, float intensity) {
   return l;
 }
 
+void orthoDown(SceneSnapshot& scene, float y, float orthoHeight) {
+  scene.hasCamera = true;
+  scene.camera.type = 1;
+  scene.camera.orthoHeight = orthoHeight;
+  scene.camera.transform = lookAt(0, y, 0, 0, 0, 0);
+}
+
+RenderParams boxFilter() {
+  RenderParams params;
+  params.imageFilterType = 0;
+  return params;
+}
+
+float meanChannel(const std::vector<float>& rgba, int channel) {
+  double s = 0;
+  for (size_t i = channel; i < rgba.size(); i += 4) s += rgba[i];
+  return float(s / (rgba.size() / 4));
+}
+
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
                         uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample,
                         const std::vector<std::string>& expressions) {
@@ -150,6 +196,14 @@ RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const 
   }
   out.status = plugin.render(request, &out.error);
   return out;
+}
+
+::testing::AssertionResult KernelTest::build(const SceneSnapshot& snap, const RenderParams& params,
+                                             float textureBudgetScale,
+                                             const std::function<bool(const ShapeData&)>& include) {
+  std::string error;
+  if (scene_->update(snap, params, textureBudgetScale, include, &error)) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << error;
 }
 
 }  // namespace zvr::test
