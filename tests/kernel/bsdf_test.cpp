@@ -3,21 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
 #include "kernel/bsdf.h"
 #include "kernel/microfacet.h"
 #include "kernel/microfacet_albedo.h"
 #include "kernel/sampling.h"
+#include "tests/kernel/test_support.h"
 
 namespace zvr::kernel {
 namespace {
-
-struct BsdfCase {
-  const char* name;
-  MaterialSample material;
-  float cosThetaO;
-};
 
 MaterialSample makeMaterial(float metallic, float roughness, float transmission = 0, bool thin = true, float clearcoat = 0,
                             float sheen = 0, float specular = 1) {
@@ -34,6 +28,12 @@ MaterialSample makeMaterial(float metallic, float roughness, float transmission 
   m.specular = specular;
   return m;
 }
+
+struct BsdfCase {
+  const char* name;
+  MaterialSample material;
+  float cosThetaO;
+};
 
 std::vector<BsdfCase> cases() {
   return {
@@ -74,12 +74,11 @@ TEST_P(BsdfTest, SamplingMatchesPdf) {
 
   constexpr int kThetaBins = 16, kPhiBins = 32, kSamples = 200000;
   std::vector<double> observed(kThetaBins * kPhiBins, 0.0), expected(kThetaBins * kPhiBins, 0.0);
-  std::mt19937 rng(1234);
-  std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+  test::Uniform uni(1234);
   int valid = 0;
   for (int i = 0; i < kSamples; ++i) {
     BsdfSample s;
-    if (!bsdf.sample(uni(rng), uni(rng), uni(rng), s)) continue;
+    if (!bsdf.sample(uni(), uni(), uni(), s)) continue;
     ASSERT_FALSE(s.delta) << c.name;
     ++valid;
     float cosT = std::min(1.0f, std::max(-1.0f, s.wi.z));
@@ -119,19 +118,12 @@ TEST_P(BsdfTest, SamplingMatchesPdf) {
   // Pool bins with small expectations, then test.
   double chi2 = 0, pooledObs = 0, pooledExp = 0;
   int dof = -1;
+  auto add = [&](double o, double e) { chi2 += (o - e) * (o - e) / e, ++dof; };
   for (size_t i = 0; i < observed.size(); ++i) {
-    if (expected[i] < 5) {
-      pooledObs += observed[i];
-      pooledExp += expected[i];
-      continue;
-    }
-    chi2 += (observed[i] - expected[i]) * (observed[i] - expected[i]) / expected[i];
-    ++dof;
+    if (expected[i] >= 5) add(observed[i], expected[i]);
+    else pooledObs += observed[i], pooledExp += expected[i];
   }
-  if (pooledExp >= 5) {
-    chi2 += (pooledObs - pooledExp) * (pooledObs - pooledExp) / pooledExp;
-    ++dof;
-  }
+  if (pooledExp >= 5) add(pooledObs, pooledExp);
   ASSERT_GT(dof, 0);
   EXPECT_GT(chiSquareTail(chi2, dof), 1e-4) << c.name << ": chi2 " << chi2 << " with " << dof << " degrees of freedom";
 }
@@ -141,8 +133,7 @@ TEST_P(BsdfTest, AlbedoDoesNotExceedOne) {
   Frame frame(Vec3(0, 0, 1));
   MaterialSample white = c.material;
   white.baseColor = Vec3(1);
-  std::mt19937 rng(99);
-  std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+  test::Uniform uni(99);
   for (float cosO : {0.95f, 0.5f, 0.1f}) {
     Vec3 wo = directionFromAngles(c.cosThetaO < 0 ? -cosO : cosO, 1.0f);
     Bsdf bsdf(white, frame, frame, Vec3(0, 0, 1), wo);
@@ -151,7 +142,7 @@ TEST_P(BsdfTest, AlbedoDoesNotExceedOne) {
     for (int i = 0; i < n; ++i) {
       BsdfSample s;
       float v = 0;
-      if (bsdf.sample(uni(rng), uni(rng), uni(rng), s)) {
+      if (bsdf.sample(uni(), uni(), uni(), s)) {
         v = maxComponent(s.weight);
         // Refraction into a denser medium scales radiance by 1/eta^2; undo it to count energy.
         if (s.transmitted && !white.thinWalled) v *= wo.z > 0 ? white.ior * white.ior : 1 / (white.ior * white.ior);
@@ -184,13 +175,12 @@ TEST(MultipleScattering, WhiteRoughMetalReflectsEverything) {
     m.baseColor = Vec3(1);
     Vec3 wo = directionFromAngles(c.cosO, 0.4f);
     Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
-    std::mt19937 rng(17);
-    std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+    test::Uniform uni(17);
     constexpr int n = 200000;
     double sum = 0;
     for (int i = 0; i < n; ++i) {
       BsdfSample s;
-      if (bsdf.sample(uni(rng), uni(rng), uni(rng), s)) {
+      if (bsdf.sample(uni(), uni(), uni(), s)) {
         ASSERT_EQ(s.category, kLobeReflect);
         sum += s.weight.x;
       }
@@ -275,13 +265,12 @@ TEST(SmoothDielectric, ReflectionAndRefractionConserveEnergy) {
     Vec3 wo = directionFromAngles(cosO, 0.2f);
     Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
     EXPECT_FALSE(bsdf.hasNonDelta());
-    std::mt19937 rng(5);
-    std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+    test::Uniform uni(5);
     double energy = 0;
     constexpr int n = 20000;
     for (int i = 0; i < n; ++i) {
       BsdfSample s;
-      ASSERT_TRUE(bsdf.sample(uni(rng), uni(rng), uni(rng), s));
+      ASSERT_TRUE(bsdf.sample(uni(), uni(), uni(), s));
       ASSERT_TRUE(s.delta);
       float eta = cosO > 0 ? m.ior : 1 / m.ior;
       energy += s.weight.x * (s.transmitted ? eta * eta : 1.0f);

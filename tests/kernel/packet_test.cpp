@@ -1,8 +1,6 @@
 // Packet queries and lockstep batches: a packet answers each lane as the single query does, rays
 // aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
 // not depend on the lanes beside it.
-#include <gtest/gtest.h>
-
 #include <random>
 
 #include "kernel/camera.h"
@@ -11,8 +9,10 @@
 #include "kernel/scene.h"
 #include "tests/kernel/test_support.h"
 
-namespace zvr::kernel {
+namespace zvr::test {
 namespace {
+
+using namespace kernel;
 
 // A unit cube around the origin whose twelve triangles share their eight corners.
 std::shared_ptr<MeshData> makeCube() {
@@ -27,31 +27,11 @@ std::shared_ptr<MeshData> makeCube() {
   return m;
 }
 
-class PacketQueryTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    device_ = rtcNewDevice(nullptr);
-    scene_ = std::make_unique<Scene>(device_, &errors_);
-  }
-  void TearDown() override {
-    scene_.reset();
-    rtcReleaseDevice(device_);
-  }
-  void build(const SceneSnapshot& snap) {
-    std::string error;
-    ASSERT_TRUE(scene_->update(snap, RenderParams{}, 1, [](const ShapeData&) { return true; }, &error)) << error;
-  }
-
-  RTCDevice device_ = nullptr;
-  DeviceErrors errors_;
-  std::unique_ptr<Scene> scene_;
-};
-
-TEST_F(PacketQueryTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
+TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
   SceneSnapshot snap;
-  snap.shapes.push_back(test::shape(1, test::makeSphere(1, 24, 12), nullptr));
-  snap.shapes.push_back(test::shape(2, test::makeQuad(3, -1.5f), nullptr));
-  build(snap);
+  snap.shapes.push_back(shape(1, makeSphere(1, 24, 12), nullptr));
+  snap.shapes.push_back(shape(2, makeQuad(3, -1.5f), nullptr));
+  ASSERT_TRUE(build(snap));
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> u(-1, 1);
   for (int round = 0; round < 20; ++round) {
@@ -91,22 +71,17 @@ TEST_F(PacketQueryTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
 
 // Embree stops the process on a ray it cannot trace; such a lane must miss and count as blocked
 // instead, and leave its neighbours' answers alone.
-TEST_F(PacketQueryTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
+TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
   SceneSnapshot snap;
-  snap.shapes.push_back(test::shape(1, makeCube(), nullptr));
-  build(snap);
+  snap.shapes.push_back(shape(1, makeCube(), nullptr));
+  ASSERT_TRUE(build(snap));
   struct Lane {
     const char* name;
     Ray ray;
     bool traceable;
   };
   auto ray = [](Vec3 origin, Vec3 direction, float tMin = 0, float tMax = 1e30f) {
-    Ray r;
-    r.origin = origin;
-    r.direction = direction;
-    r.tMin = tMin;
-    r.tMax = tMax;
-    return r;
+    return Ray{origin, direction, tMin, tMax};
   };
   const Lane lanes[] = {
       {"inside", ray(Vec3(0), Vec3(1, 0, 0)), true},
@@ -142,11 +117,11 @@ TEST_F(PacketQueryTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
 
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
 // along an edge where two triangles meet: a leak there lets light through walls.
-TEST_F(PacketQueryTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
+TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
   SceneSnapshot snap;
-  snap.shapes.push_back(test::shape(1, makeCube(), nullptr));
-  snap.shapes.push_back(test::shape(2, test::makeSphere(1, 7, 5), nullptr, test::translation(5, 0, 0)));
-  build(snap);
+  snap.shapes.push_back(shape(1, makeCube(), nullptr));
+  snap.shapes.push_back(shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0)));
+  ASSERT_TRUE(build(snap));
   struct Target {
     Vec3 center;
     const std::vector<float>* positions;
@@ -194,19 +169,15 @@ TEST_F(PacketQueryTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
 
 // A lane's sample is the same traced alone or among fifteen others at different pixels, down to
 // the last bit, so the grouping of pixels can never show in a picture.
-TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
+TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
   SceneSnapshot snap;
-  auto glossy = std::make_shared<MaterialData>();
-  glossy->metallic = 1;
-  glossy->roughness = 0.3f;
-  snap.shapes.push_back(test::shape(1, test::makeQuad(2), test::diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  snap.shapes.push_back(test::shape(2, test::makeSphere(0.5f, 16, 8), glossy, test::translation(0, 0.5f, 0)));
-  snap.lights.push_back(test::environmentLight(0.5f));
-  snap.lights.push_back(test::pointLight(0.5f, 2, 0.5f, 3));
+  snap.shapes.push_back(shape(1, makeQuad(2), diffuseMaterial(0.7f, 0.7f, 0.7f)));
+  snap.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), material(1, 0.3f), translation(0, 0.5f, 0)));
+  snap.lights = {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)};
   snap.hasCamera = true;
-  snap.camera.transform = test::lookAt(0, 1.5f, 3, 0, 0.3f, 0);
+  snap.camera.transform = lookAt(0, 1.5f, 3, 0, 0.3f, 0);
   snap.camera.fovY = 0.9f;
-  build(snap);
+  ASSERT_TRUE(build(snap));
   LightSet lights;
   lights.build(snap, *scene_);
   Camera camera(snap.camera, 32, 32);
@@ -229,9 +200,7 @@ TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
     SampleResult alone;
     integrator.traceBatch(&film[k], &copies[k], &alone, 1);
     SCOPED_TRACE("lane " + std::to_string(k));
-    EXPECT_EQ(alone.color.x, together[k].color.x);
-    EXPECT_EQ(alone.color.y, together[k].color.y);
-    EXPECT_EQ(alone.color.z, together[k].color.z);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(alone.color[c], together[k].color[c]);
     EXPECT_EQ(alone.ao, together[k].ao);
     EXPECT_EQ(alone.rays, together[k].rays);
     EXPECT_EQ(alone.depth, together[k].depth);
@@ -242,4 +211,4 @@ TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
 }
 
 }  // namespace
-}  // namespace zvr::kernel
+}  // namespace zvr::test
