@@ -1,8 +1,6 @@
 // A mirror floor flagged as shadow and reflection catcher under a sphere in a white sky: it is
 // invisible to the camera, catches the sphere's shadow and its reflection, and both plug-in
 // families that trace paths fill the catcher elements alike.
-#include <gtest/gtest.h>
-
 #include "engine/ZvrCore.h"
 #include "kernel/aov.h"
 #include "plugins/quillon/quillon_plugin.h"
@@ -19,8 +17,7 @@ constexpr uint32_t kSize = 32;
 SceneSnapshot mirrorFloorScene() {
   SceneSnapshot scene;
   auto mirror = diffuseMaterial(1, 1, 1);
-  mirror->metallic = 1;
-  mirror->roughness = 0;
+  mirror->metallic = 1, mirror->roughness = 0;
   ShapeData floor = shape(1, makeQuad(4), mirror);
   floor.catcher = ZVR_CATCHER_SHADOW | ZVR_CATCHER_REFLECTION;
   scene.shapes.push_back(floor);

@@ -1,7 +1,5 @@
 // Contour lines: which neighbour differences make lines, where they go, how wide they are, and
 // the Quillon integrator that draws them over the path-traced colour.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <functional>
 
@@ -10,11 +8,10 @@
 #include "plugins/quillon/quillon_plugin.h"
 #include "tests/kernel/test_support.h"
 
-using namespace zvr;
-using namespace zvr::kernel;
-using namespace zvr::test;
-
+namespace zvr::test {
 namespace {
+
+using namespace kernel;
 
 // A 12 x 8 buffer whose right half differs from the left as `change` says; both halves at the
 // same depth, so the left pixel of each pair (column 5) carries the line.
@@ -104,13 +101,10 @@ SceneSnapshot twoBoxes() {
   auto red = diffuseMaterial(0.8f, 0.2f, 0.2f), blue = diffuseMaterial(0.2f, 0.2f, 0.8f);
   red->materialId = 1;
   blue->materialId = 2;
-  scene.shapes.push_back(shape(1, makeBox(loA, hiA), red));
-  scene.shapes.push_back(shape(2, makeBox(loB, hiB), blue));
+  scene.shapes = {shape(1, makeBox(loA, hiA), red), shape(2, makeBox(loB, hiB), blue)};
   for (auto& s : scene.shapes) s.objectId = 7;
   scene.lights.push_back(environmentLight(1));
-  scene.hasCamera = true;
-  scene.camera.type = 1;
-  scene.camera.orthoHeight = 2;
+  orthoDown(scene, 5, 2);
   scene.camera.transform = lookAt(0, 0, 5, 0, 0, 0);
   return scene;
 }
@@ -186,3 +180,4 @@ TEST(QuillonContour, LineWidthIsInPixels) {
 }
 
 }  // namespace
+}  // namespace zvr::test

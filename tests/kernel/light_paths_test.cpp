@@ -1,7 +1,5 @@
 // Light path expression and light group outputs partition the beauty: the parts a partition
 // names add up to colour sample for sample, and a group is the light of its emitters alone.
-#include <gtest/gtest.h>
-
 #include <functional>
 
 #include "kernel/aov.h"
@@ -18,23 +16,14 @@ using namespace kernel;
 // Diffuse, glossy and glass objects lit by a point light, an emissive sphere and the sky; each
 // emitter in its own light group when `tagged`.
 SceneSnapshot litScene(bool diffuseOnly, bool tagged) {
+  auto plastic = diffuseOnly ? diffuseMaterial(0.8f, 0.5f, 0.3f) : material(0, 0.3f);
+  auto glass = diffuseOnly ? diffuseMaterial(0.3f, 0.6f, 0.8f) : material(0, 0, 1);
   SceneSnapshot scene;
-  auto plastic = diffuseOnly ? diffuseMaterial(0.8f, 0.5f, 0.3f) : std::make_shared<MaterialData>();
-  plastic->metallic = 0;
-  plastic->roughness = diffuseOnly ? 1.0f : 0.3f;
-  auto glass = diffuseOnly ? diffuseMaterial(0.3f, 0.6f, 0.8f) : std::make_shared<MaterialData>();
-  if (!diffuseOnly) {
-    glass->metallic = 0;
-    glass->roughness = 0;
-    glass->transmission = 1;
-  }
-  auto lamp = std::make_shared<MaterialData>(*diffuseMaterial(0, 0, 0));
-  lamp->emissive[0] = lamp->emissive[1] = lamp->emissive[2] = 3;
-  ShapeData lampShape = shape(4, makeSphere(0.2f, 12, 6), lamp, translation(0.2f, 1.4f, 0.6f));
-  lampShape.lightGroup = tagged ? 5 : -1;
   scene.shapes = {shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
                   shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
-                  shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)), lampShape};
+                  shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
+                  shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))};
+  scene.shapes[3].lightGroup = tagged ? 5 : -1;
   scene.lights = {environmentLight(0.4f), pointLight(1, 3, 2, 4)};
   scene.lights[0].group = tagged ? 0 : -1;
   scene.lights[1].group = tagged ? 12 : -1;
