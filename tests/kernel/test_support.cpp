@@ -165,6 +165,30 @@ void orthoDown(SceneSnapshot& scene, float y, float orthoHeight) {
   scene.camera.transform = lookAt(0, y, 0, 0, 0, 0);
 }
 
+SceneSnapshot mixedScene(bool diffuseOnly) {
+  auto plastic = diffuseOnly ? diffuseMaterial(0.8f, 0.5f, 0.3f) : material(0, 0.3f);
+  auto glass = diffuseOnly ? diffuseMaterial(0.3f, 0.6f, 0.8f) : material(0, 0, 1);
+  plastic->materialId = 11;
+  SceneSnapshot scene;
+  scene.shapes = {shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
+                  shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
+                  shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
+                  shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))};
+  for (uint32_t i = 0; i < 3; ++i) scene.shapes[i].objectId = 7 + i;
+  scene.shapes[0].meshId = 70;
+  scene.shapes[0].groupId = 700;
+  scene.shapes[2].name = "floor";
+  scene.shapes[3].lightGroup = 5;
+  scene.lights = {environmentLight(0.4f), pointLight(1, 3, 2, 4)};
+  scene.lights[0].group = 0;
+  scene.lights[1].group = 12;
+  scene.lights[1].name = "key";
+  scene.hasCamera = true;
+  scene.camera.transform = lookAt(0, 1.2f, 3.5f, 0, 0.4f, 0);
+  scene.camera.fovY = 0.9f;
+  return scene;
+}
+
 RenderParams boxFilter() {
   RenderParams params;
   params.imageFilterType = 0;
@@ -196,6 +220,24 @@ RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const 
   }
   out.status = plugin.render(request, &out.error);
   return out;
+}
+
+void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what) {
+  auto expected = out.image(whole);
+  std::vector<std::vector<float>> images;
+  for (size_t p : parts) images.push_back(out.image(p));
+  std::vector<double> totals(parts.size(), 0.0);
+  for (size_t i = 0; i < expected.size(); i += 4)
+    for (int k = 0; k < 3; ++k) {
+      float sum = 0;
+      for (size_t p = 0; p < parts.size(); ++p) {
+        sum += images[p][i + k];
+        totals[p] += images[p][i + k];
+      }
+      ASSERT_NEAR(sum, expected[i + k], 1e-4f * std::max(1.0f, expected[i + k])) << what << ", pixel " << i / 4;
+    }
+  // A part that stays black would make the sum prove nothing.
+  for (size_t p = 0; p < parts.size(); ++p) EXPECT_GT(totals[p], 0.0) << what << ": part " << p << " stayed black";
 }
 
 ::testing::AssertionResult KernelTest::build(const SceneSnapshot& snap, const RenderParams& params,

@@ -70,6 +70,10 @@ LightData environmentLight(float radiance);
 LightData pointLight(float x, float y, float z, float intensity);
 // An orthographic camera looking straight down from height y onto the origin.
 void orthoDown(SceneSnapshot& scene, float y, float orthoHeight);
+// Plastic and glass spheres on a floor (ids 7, 8, 9; material 11 and mesh 70 and group 700 on the
+// first; the floor named "floor") lit by the sky (light group 0), a point light named "key" (group
+// 12) and an emissive sphere (group 5). `diffuseOnly` makes the spheres diffuse.
+SceneSnapshot mixedScene(bool diffuseOnly = false);
 // A pixel box filter: positions and radiance average over the same area.
 RenderParams boxFilter();
 
@@ -95,6 +99,9 @@ struct RenderOutput {
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
                         uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample = 0,
                         const std::vector<std::string>& expressions = {});
+
+// The images of targets `parts` add up to that of `whole`, pixel by pixel, and none stays black.
+void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what);
 
 // A ray tracing device with one scene on it, for tests below the plug-ins.
 class KernelTest : public ::testing::Test {
