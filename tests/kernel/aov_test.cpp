@@ -30,10 +30,8 @@ TEST(Aovs, IdsCarryTheExactIdOrItsColour) {
   RenderParams params;
   params.imageFilterType = 1;
   params.imageFilterRadius = 0.5f;
-  velder::VelderPlugin plugin;
-  auto out = renderWith(plugin, mixedScene(), params, 40, 30, 4, {kAovObjectId, kAovMaterialId, kAovMeshId, kAovGroupId});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto object = out.image(0), material = out.image(1), mesh = out.image(2), group = out.image(3);
+  auto images = render(mixedScene(), params, 40, 30, 4, {kAovObjectId, kAovMaterialId, kAovMeshId, kAovGroupId});
+  const auto &object = images[0], &material = images[1], &mesh = images[2], &group = images[3];
   std::set<float> seen(object.begin(), object.end());
   for (size_t p = 0; p < object.size(); ++p)
     if (p % 4 != 3 && object[p] == 7) {  // pixels on one object hold its ids exactly; only edge pixels mix two
@@ -49,7 +47,7 @@ TEST(Aovs, IdsCarryTheExactIdOrItsColour) {
     params.indexColors[4 * id + 1] = 0.5f;
     params.indexColors[4 * id + 2] = 1 - id / 16.0f;
   }
-  auto img = renderWith(plugin, mixedScene(), params, 40, 30, 4, {kAovObjectId}).image();
+  auto img = render(mixedScene(), params, 40, 30, 4, {kAovObjectId})[0];
   int found = 0;
   for (size_t p = 0; p < img.size(); p += 4)
     if (object[p] == 9) {
@@ -68,10 +66,8 @@ TEST(Aovs, DepthIsTheDistanceAlongTheRayAndNormalsFaceUp) {
   const float height = 2.5f;
   scene.camera.transform = lookAt(0, height, 0, 0, 0, 0);
   scene.camera.fovY = 1.0f;
-  velder::VelderPlugin plugin;
-  auto out = renderWith(plugin, scene, boxFilter(), 32, 32, 8, {kAovDepth, kAovWorldCoordinate, kAovNormal, kAovCameraNormal});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto depth = out.image(0), pos = out.image(1), normal = out.image(2), camNormal = out.image(3);
+  auto images = render(scene, boxFilter(), 32, 32, 8, {kAovDepth, kAovWorldCoordinate, kAovNormal, kAovCameraNormal});
+  const auto &depth = images[0], &pos = images[1], &normal = images[2], &camNormal = images[3];
   for (size_t p = 0; p < depth.size(); p += 4) {
     float expected = std::sqrt(height * height + pos[p] * pos[p] + pos[p + 2] * pos[p + 2]);
     ASSERT_NEAR(depth[p], expected, 2e-3f * expected) << "pixel " << p / 4;
@@ -82,8 +78,7 @@ TEST(Aovs, DepthIsTheDistanceAlongTheRayAndNormalsFaceUp) {
 }
 
 TEST(Aovs, VarianceIsZeroForAConstantPixelAndPositiveForNoise) {
-  velder::VelderPlugin plugin;
-  auto v = renderWith(plugin, mixedScene(), RenderParams{}, 16, 12, 8, {kAovVariance, kAovColor}).image();
+  auto v = render(mixedScene(), RenderParams{}, 16, 12, 8, {kAovVariance, kAovColor})[0];
   for (size_t p = 0; p < v.size(); p += 4)
     for (int k = 0; k < 3; ++k) ASSERT_GE(v[p + k], -1e-4f);
   EXPECT_GT(meanChannel(v, 0), 0);
@@ -91,7 +86,7 @@ TEST(Aovs, VarianceIsZeroForAConstantPixelAndPositiveForNoise) {
   SceneSnapshot empty;
   empty.lights.push_back(environmentLight(0.7f));
   empty.hasCamera = true;
-  auto flat = renderWith(plugin, empty, RenderParams{}, 8, 8, 6, {kAovVariance}).image();
+  auto flat = render(empty, RenderParams{}, 8, 8, 6, {kAovVariance})[0];
   for (size_t p = 0; p < flat.size(); p += 4)
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(flat[p + k], 0.0f, 1e-6f);
 }

@@ -3,7 +3,6 @@
 
 #include "kernel/aov.h"
 #include "kernel/camera.h"
-#include "plugins/velder/velder_plugin.h"
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -88,11 +87,8 @@ TEST(Camera, LampToTheRightLightsTheExpectedPixels) {
     scene.shapes.push_back(shape(1, makeSphere(0.3f, 16, 8), lamp, translation(5, 0, 0)));
     scene.hasCamera = true;
     scene.camera.mode = mode;
-    velder::VelderPlugin plugin;
     const uint32_t w = 64, h = mode == kModeStereoLatLong ? 64 : 32;
-    auto out = renderWith(plugin, scene, boxFilter(), w, h, 2, {kAovColor});
-    ASSERT_EQ(out.status, 0) << out.error;
-    auto img = out.image();
+    auto img = render(scene, boxFilter(), w, h, 2, {kAovColor})[0];
     auto brightest = [&](uint32_t y0, uint32_t y1) {
       std::pair<uint32_t, uint32_t> best{0, y0};
       for (uint32_t y = y0; y < y1; ++y)

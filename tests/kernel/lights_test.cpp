@@ -5,7 +5,6 @@
 
 #include "kernel/aov.h"
 #include "kernel/lights.h"
-#include "plugins/velder/velder_plugin.h"
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -138,10 +137,8 @@ TEST(PunctualLights, SpotConeAndDirectionalIrradiance) {
     scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(1, 1, 1)));
     scene.lights.push_back(light);
     orthoDown(scene, 3, 4);
-    velder::VelderPlugin plugin;
-    auto out = renderWith(plugin, scene, boxFilter(), 48, 48, 16, {kAovColor, kAovWorldCoordinate});
-    ASSERT_EQ(out.status, 0) << out.error;
-    auto color = out.image(0), pos = out.image(1);
+    auto images = render(scene, boxFilter(), 48, 48, 16, {kAovColor, kAovWorldCoordinate});
+    const auto &color = images[0], &pos = images[1];
     int lit = 0, dark = 0;
     for (size_t i = 0; i < color.size(); i += 4) {
       float e = irradiance(pos[i], pos[i + 2]) / kPi;

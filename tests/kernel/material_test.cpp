@@ -4,7 +4,6 @@
 
 #include "kernel/aov.h"
 #include "plugins/quillon/quillon_plugin.h"
-#include "plugins/velder/velder_plugin.h"
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -25,10 +24,7 @@ SceneSnapshot quadUnderSky(std::shared_ptr<MaterialData> material, std::shared_p
 float meanRed(SceneSnapshot scene, uint32_t size, uint32_t iterations, bool dark = false,
               RenderParams params = boxFilter()) {
   if (dark) scene.lights.clear();
-  velder::VelderPlugin plugin;
-  auto out = renderWith(plugin, scene, params, size, size, iterations, {kAovColor});
-  EXPECT_EQ(out.status, 0) << out.error;
-  return meanChannel(out.image(), 0);
+  return meanChannel(render(scene, params, size, size, iterations, {kAovColor})[0], 0);
 }
 
 TEST(Alpha, ModesMixSurfaceAndBackground) {
@@ -46,11 +42,9 @@ TEST(Alpha, ModesMixSurfaceAndBackground) {
     m->baseColor[3] = c.alpha;
     m->alphaCutoff = 0.5f;
     m->doubleSided = true;
-    velder::VelderPlugin plugin;
-    auto out = renderWith(plugin, quadUnderSky(m), boxFilter(), 8, 8, 256, {kAovColor, kAovOpacity});
-    ASSERT_EQ(out.status, 0) << out.error;
-    EXPECT_NEAR(meanChannel(out.image(0), 0), c.color, 0.02f) << c.name;
-    EXPECT_NEAR(meanChannel(out.image(1), 0), c.coverage, 0.03f) << c.name;
+    auto images = render(quadUnderSky(m), boxFilter(), 8, 8, 256, {kAovColor, kAovOpacity});
+    EXPECT_NEAR(meanChannel(images[0], 0), c.color, 0.02f) << c.name;
+    EXPECT_NEAR(meanChannel(images[1], 0), c.coverage, 0.03f) << c.name;
   }
 }
 
@@ -68,13 +62,12 @@ TEST(Alpha, BlendedLayersDimLightUpToTheShadowDepth) {
   scene.hasCamera = true;
   scene.camera.transform = lookAt(3, 0.4f, 0, 0, 0, 0);  // low, under the veils
   scene.camera.fovY = 0.05f;                              // a narrow view of the floor's centre
-  velder::VelderPlugin plugin;
   auto transmittance = [&](uint32_t shadowDepth) {
     RenderParams p = boxFilter();
     p.maxDepthShadow = shadowDepth;
     p.maxDepth = 0;  // direct light only: the floor sees the lamp through the veils
-    auto out = renderWith(plugin, scene, p, 4, 4, 8, {kAovColor, kAovWorldCoordinate});
-    auto img = out.image(0), pos = out.image(1);
+    auto images = render(scene, p, 4, 4, 8, {kAovColor, kAovWorldCoordinate});
+    const auto &img = images[0], &pos = images[1];
     // Divide out the unshadowed radiance I cos / r^2 / pi.
     double sum = 0;
     for (size_t i = 0; i < img.size(); i += 4) {
@@ -93,9 +86,7 @@ TEST(Surface, VertexColoursUnlitAndEmission) {
   auto mesh = makeQuad(1);
   mesh->colors.assign(16, 1.0f);
   for (int v = 0; v < 4; ++v) mesh->colors[4 * v + 1] = 0.25f;
-  velder::VelderPlugin plugin;
-  auto img = renderWith(plugin, quadUnderSky(diffuseMaterial(0.8f, 0.8f, 0.8f), mesh), boxFilter(), 8, 8, 64,
-                        {kAovColor}).image();
+  auto img = render(quadUnderSky(diffuseMaterial(0.8f, 0.8f, 0.8f), mesh), boxFilter(), 8, 8, 64, {kAovColor})[0];
   EXPECT_NEAR(meanChannel(img, 0), 0.8f, 0.01f);
   EXPECT_NEAR(meanChannel(img, 1), 0.2f, 0.01f);
   // Unlit shows the base colour whatever the light.
@@ -137,10 +128,8 @@ TEST(Surface, NormalMapTiltsTheShadingNormal) {
   m->normalTexture.image = image(1, 1, 3, {0.5f + 0.5f * t, 0.5f, 0.5f + 0.5f * t}, ColorSpace::Linear, 9);
   auto mesh = makeQuad(1);
   mesh->tangents = {1, 0, 0, 1, 1, 0, 0, 1, 1, 0, 0, 1, 1, 0, 0, 1};
-  velder::VelderPlugin plugin;
-  auto out = renderWith(plugin, quadUnderSky(m, mesh), RenderParams{}, 4, 4, 2, {kAovNormal, kAovNormalGeom});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto n = out.image(0), ng = out.image(1);
+  auto images = render(quadUnderSky(m, mesh), RenderParams{}, 4, 4, 2, {kAovNormal, kAovNormalGeom});
+  const auto &n = images[0], &ng = images[1];
   EXPECT_NEAR(n[0], t, 1e-3f);
   EXPECT_NEAR(n[1], t, 1e-3f);
   EXPECT_NEAR(ng[1], 1, 1e-6f) << "the geometric normal stays";
@@ -149,7 +138,7 @@ TEST(Surface, NormalMapTiltsTheShadingNormal) {
 // The occlusion texture (0.25 here) darkens light that reached the floor from the ceiling, not
 // the point light's own.
 TEST(Surface, OcclusionDarkensIndirectLightOnly) {
-  auto render = [](bool occluded) {
+  auto lightOnFloor = [](bool occluded) {
     auto floor = diffuseMaterial(1, 1, 1);
     if (occluded) {
       floor->occlusionTexture.image = image(1, 1, 1, {0.5f}, ColorSpace::Linear, 31);
@@ -162,15 +151,13 @@ TEST(Surface, OcclusionDarkensIndirectLightOnly) {
     orthoDown(scene, 1.2f, 0.5f);
     RenderParams params;
     params.maxDepth = 2;
-    velder::VelderPlugin plugin;
-    return renderWith(plugin, scene, params, 8, 8, 512, {kAovDirectIllumination, kAovIndirectIllumination});
+    return render(scene, params, 8, 8, 512, {kAovDirectIllumination, kAovIndirectIllumination});
   };
-  RenderOutput plain = render(false), occluded = render(true);
-  ASSERT_EQ(occluded.status, 0) << occluded.error;
-  float direct = meanChannel(plain.image(0), 0), indirect = meanChannel(plain.image(1), 0);
+  auto plain = lightOnFloor(false), occluded = lightOnFloor(true);
+  float direct = meanChannel(plain[0], 0), indirect = meanChannel(plain[1], 0);
   ASSERT_GT(indirect, 0.05f * direct) << "the ceiling must send light back";
-  EXPECT_NEAR(meanChannel(occluded.image(0), 0), direct, 0.01f * direct);
-  EXPECT_NEAR(meanChannel(occluded.image(1), 0), 0.25f * indirect, 0.05f * indirect);
+  EXPECT_NEAR(meanChannel(occluded[0], 0), direct, 0.01f * direct);
+  EXPECT_NEAR(meanChannel(occluded[1], 0), 0.25f * indirect, 0.05f * indirect);
 }
 
 TEST(Volume, BeerAbsorptionDarkensThickerGlass) {
@@ -187,8 +174,7 @@ TEST(Volume, BeerAbsorptionDarkensThickerGlass) {
   scene.shapes.push_back(shape(2, makeQuad(5), glass, facingDown(0)));
   scene.lights.push_back(environmentLight(1));
   orthoDown(scene, 2, 2);
-  velder::VelderPlugin plugin;
-  auto img = renderWith(plugin, scene, boxFilter(), 4, 4, 16, {kAovColor}).image();
+  auto img = render(scene, boxFilter(), 4, 4, 16, {kAovColor})[0];
   EXPECT_NEAR(meanChannel(img, 0), std::pow(0.5f, 0.5f), 0.01f);
   EXPECT_NEAR(meanChannel(img, 1), 1.0f, 0.01f);
 }
@@ -221,11 +207,9 @@ TEST(DepthLimits, DecideWhetherIndirectLightExists) {
     scene.camera.transform = lookAt(0, 1.5f, 2.5f, 0, 0.3f, 0);
     RenderParams params;
     params.*(c.limit) = c.value;
-    velder::VelderPlugin plugin;
-    auto out = renderWith(plugin, scene, params, 16, 16, 16, {kAovDirectIllumination, kAovIndirectIllumination});
-    ASSERT_EQ(out.status, 0) << out.error;
-    EXPECT_GT(meanChannel(out.image(0), 0), 0.05f) << c.name << ": direct light never depends on bounce limits";
-    float indirect = meanChannel(out.image(1), 0);
+    auto images = render(scene, params, 16, 16, 16, {kAovDirectIllumination, kAovIndirectIllumination});
+    EXPECT_GT(meanChannel(images[0], 0), 0.05f) << c.name << ": direct light never depends on bounce limits";
+    float indirect = meanChannel(images[1], 0);
     if (c.indirect) EXPECT_GT(indirect, 1e-3f) << c.name;
     else EXPECT_EQ(indirect, 0.0f) << c.name;
   }
@@ -238,10 +222,9 @@ TEST(RadianceClamp, NoPixelExceedsTheClamp) {
   scene.hasCamera = true;
   scene.camera.transform = lookAt(0, 2, 2, 0, 0.3f, 0);
   RenderParams params;
-  velder::VelderPlugin plugin;
-  auto bright = renderWith(plugin, scene, params, 16, 16, 16, {kAovColor}).image();
+  auto bright = render(scene, params, 16, 16, 16, {kAovColor})[0];
   params.radianceClamp = 1;
-  auto clamped = renderWith(plugin, scene, params, 16, 16, 16, {kAovColor}).image();
+  auto clamped = render(scene, params, 16, 16, 16, {kAovColor})[0];
   EXPECT_GT(*std::max_element(bright.begin(), bright.end()), 10.0f) << "without the clamp the lamp is far brighter";
   for (size_t i = 0; i < clamped.size(); i += 4) ASSERT_LE(clamped[i], 1.0f + 1e-4f);
 }
@@ -257,11 +240,10 @@ TEST(QuillonCaustics, ReductionRoughensGlossyAfterDiffuse) {
   RenderParams params;
   params.causticsReduction = 1;
   quillon::QuillonPlugin plugin;
-  auto sharp = renderWith(plugin, scene, params, 16, 16, 32, {kAovColor}).image();
+  auto sharp = render(scene, params, 16, 16, 32, {kAovColor}, &plugin)[0];
   params.causticsReduction = 0.2f;
-  EXPECT_NE(sharp, renderWith(plugin, scene, params, 16, 16, 32, {kAovColor}).image());
-  velder::VelderPlugin velder;
-  EXPECT_EQ(renderWith(velder, scene, RenderParams{}, 16, 16, 32, {kAovColor}).image(), sharp)
+  EXPECT_NE(sharp, render(scene, params, 16, 16, 32, {kAovColor}, &plugin)[0]);
+  EXPECT_EQ(render(scene, RenderParams{}, 16, 16, 32, {kAovColor})[0], sharp)
       << "1.0 means no reduction: the same transport as Velder";
 }
 

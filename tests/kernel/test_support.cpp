@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "plugins/velder/velder_plugin.h"
+
 namespace zvr::test {
 
 void TestTarget::addIteration(const float* rgba) {
@@ -220,6 +222,17 @@ RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const 
   }
   out.status = plugin.render(request, &out.error);
   return out;
+}
+
+std::vector<std::vector<float>> render(const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
+                                       uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs,
+                                       RenderPlugin* plugin) {
+  velder::VelderPlugin velder;
+  RenderOutput out = renderWith(plugin ? *plugin : velder, scene, params, width, height, iterations, aovs);
+  EXPECT_EQ(out.status, 0) << out.error;
+  std::vector<std::vector<float>> images;
+  for (size_t i = 0; i < aovs.size(); ++i) images.push_back(out.image(i));
+  return images;
 }
 
 void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what) {

@@ -100,6 +100,12 @@ RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const 
                         uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample = 0,
                         const std::vector<std::string>& expressions = {});
 
+// Renders with `plugin` (Velder when none) and returns each AOV's image; a refused render fails
+// the test and leaves the images black.
+std::vector<std::vector<float>> render(const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
+                                       uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs,
+                                       RenderPlugin* plugin = nullptr);
+
 // The images of targets `parts` add up to that of `whole`, pixel by pixel, and none stays black.
 void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what);
 

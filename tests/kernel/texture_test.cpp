@@ -3,7 +3,6 @@
 
 #include "kernel/aov.h"
 #include "kernel/texture.h"
-#include "plugins/velder/velder_plugin.h"
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -96,10 +95,7 @@ TEST(Texture, BaseColourTextureReachesThePixels) {
   scene.shapes.push_back(shape(1, makeQuad(1), material));
   scene.lights.push_back(environmentLight(1));
   orthoDown(scene, 2, 2);
-  velder::VelderPlugin plugin;
-  auto out = renderWith(plugin, scene, boxFilter(), 8, 8, 64, {kAovColor});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto img = out.image();
+  auto img = render(scene, boxFilter(), 8, 8, 64, {kAovColor})[0];
   // The camera's up is -z, so image top is -z where the quad's v is 0 (texture top row).
   const int corners[4][2] = {{1, 1}, {6, 1}, {1, 6}, {6, 6}};
   const float expected[4][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}};

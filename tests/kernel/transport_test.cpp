@@ -39,10 +39,8 @@ TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
   RenderParams params;
   params.maxDepth = params.maxDepthDiffuse = params.maxDepthGlossy = params.maxDepthRefraction =
       params.maxDepthRefractionGlossy = 64;
-  velder::VelderPlugin plugin;
-  RenderOutput out = renderWith(plugin, scene, params, 32, 32, c.iterations, {kAovColor, kAovOpacity});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto color = out.image(0), opacity = out.image(1);
+  auto images = render(scene, params, 32, 32, c.iterations, {kAovColor, kAovOpacity});
+  const auto &color = images[0], &opacity = images[1];
   double sum = 0;
   int count = 0;
   for (size_t i = 0; i < color.size(); i += 4) {
@@ -87,10 +85,8 @@ TEST(PointLight, DiffusePlaneMatchesAnalyticRadiance) {
     scene.hasCamera = true;
     scene.camera.transform = lookAt(0, 3, 0.01f, 0, 0, 0);
     scene.camera.fovY = 1.2f;
-    velder::VelderPlugin plugin;
-    RenderOutput out = renderWith(plugin, scene, boxFilter(), 48, 48, 8, {kAovColor, kAovWorldCoordinate});
-    ASSERT_EQ(out.status, 0) << out.error;
-    auto color = out.image(0), position = out.image(1);
+    auto images = render(scene, boxFilter(), 48, 48, 8, {kAovColor, kAovWorldCoordinate});
+    const auto &color = images[0], &position = images[1];
     for (size_t i = 0; i < color.size(); i += 4) {
       float dx = position[i] - c.offsetX, dy = c.height - position[i + 1], dz = position[i + 2];
       float r2 = dx * dx + dy * dy + dz * dz;
@@ -132,9 +128,9 @@ TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
   auto reference = renderWith(plugin, scene, params, 16, 16, 2048, {kAovColor}, 1u << 20);
   ASSERT_EQ(reference.status, 0) << reference.error;
   auto ref = reference.image();
-  double e16 = rmse(renderWith(plugin, scene, params, 16, 16, 16, {kAovColor}).image(), ref);
-  double e64 = rmse(renderWith(plugin, scene, params, 16, 16, 64, {kAovColor}).image(), ref);
-  double e256 = rmse(renderWith(plugin, scene, params, 16, 16, 256, {kAovColor}).image(), ref);
+  double e16 = rmse(render(scene, params, 16, 16, 16, {kAovColor})[0], ref);
+  double e64 = rmse(render(scene, params, 16, 16, 64, {kAovColor})[0], ref);
+  double e256 = rmse(render(scene, params, 16, 16, 256, {kAovColor})[0], ref);
   // Each fourfold increase should halve the error; low-discrepancy samples may do better.
   EXPECT_GT(e16 / e64, 1.6) << e16 << " " << e64;
   EXPECT_GT(e64 / e256, 1.6) << e64 << " " << e256;
