@@ -27,6 +27,21 @@ std::shared_ptr<MeshData> makeCube() {
   return m;
 }
 
+// The answers of one packet of up to sixteen rays; lanes past the rays given stay idle.
+struct Packet {
+  SurfaceHit hits[kPacketSize];
+  bool found[kPacketSize] = {}, blocked[kPacketSize] = {};
+};
+Packet tracePacket(const Scene& scene, const Ray* rays, size_t count) {
+  Ray lanes[kPacketSize];
+  bool active[kPacketSize] = {};
+  for (size_t k = 0; k < count && k < kPacketSize; ++k) lanes[k] = rays[k], active[k] = true;
+  Packet p;
+  scene.intersect16(lanes, active, p.hits, p.found, false);
+  scene.occluded16(lanes, active, p.blocked);
+  return p;
+}
+
 TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
   SceneSnapshot snap;
   snap.shapes.push_back(shape(1, makeSphere(1, 24, 12), nullptr));
@@ -92,27 +107,21 @@ TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
       {"nan_interval", ray(Vec3(0), Vec3(0, 1, 0), NAN), false},
       {"outside", ray(Vec3(0, 0, 5), Vec3(0, 0, -1)), true},
   };
-  Ray rays[kPacketSize];
-  bool active[kPacketSize] = {}, found[kPacketSize] = {}, blocked[kPacketSize] = {};
-  SurfaceHit hits[kPacketSize];
-  int n = int(std::size(lanes));
-  for (int k = 0; k < n; ++k) {
-    rays[k] = lanes[k].ray;
-    active[k] = true;
-  }
-  scene_->intersect16(rays, active, hits, found, false);
-  scene_->occluded16(rays, active, blocked);
+  const int n = int(std::size(lanes));
+  Ray rays[n];
+  for (int k = 0; k < n; ++k) rays[k] = lanes[k].ray;
+  const Packet p = tracePacket(*scene_, rays, n);
   for (int k = 0; k < n; ++k) {
     SCOPED_TRACE(lanes[k].name);
     EXPECT_EQ(isTraceable(lanes[k].ray), lanes[k].traceable);
-    EXPECT_EQ(found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
-    EXPECT_TRUE(blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
+    EXPECT_EQ(p.found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
+    EXPECT_TRUE(p.blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
     SurfaceHit single;
     EXPECT_EQ(scene_->intersect(lanes[k].ray, single), lanes[k].traceable);
     EXPECT_TRUE(scene_->occluded(lanes[k].ray));
   }
-  EXPECT_NEAR(hits[0].t, 1, 1e-5f);
-  EXPECT_NEAR(hits[n - 1].t, 4, 1e-5f);
+  EXPECT_NEAR(p.hits[0].t, 1, 1e-5f);
+  EXPECT_NEAR(p.hits[n - 1].t, 4, 1e-5f);
 }
 
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
@@ -122,44 +131,30 @@ TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
   snap.shapes.push_back(shape(1, makeCube(), nullptr));
   snap.shapes.push_back(shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0)));
   ASSERT_TRUE(build(snap));
-  struct Target {
-    Vec3 center;
-    const std::vector<float>* positions;
-    const std::vector<uint32_t>* indices;
-  };
-  std::vector<Target> targets = {{Vec3(0), &snap.shapes[0].mesh->positions, &snap.shapes[0].mesh->indices},
-                                 {Vec3(5, 0, 0), &snap.shapes[1].mesh->positions, &snap.shapes[1].mesh->indices}};
+  const Vec3 centers[] = {Vec3(0), Vec3(5, 0, 0)};
   std::vector<Ray> rays;
-  for (const Target& t : targets) {
-    auto vertex = [&](uint32_t i) {
-      const float* p = &(*t.positions)[3 * i];
-      return Vec3(p[0], p[1], p[2]) + t.center;
-    };
-    const std::vector<Vec3> origins = {t.center, t.center + Vec3(0.1f, -0.2f, 0.05f), t.center + Vec3(-0.31f, 0.17f, 0.4f)};
-    for (size_t tri = 0; tri < t.indices->size(); tri += 3)
+  for (int m = 0; m < 2; ++m) {
+    const std::vector<float>& p = snap.shapes[m].mesh->positions;
+    const std::vector<uint32_t>& indices = snap.shapes[m].mesh->indices;
+    auto vertex = [&](uint32_t i) { return Vec3(p[3 * i], p[3 * i + 1], p[3 * i + 2]) + centers[m]; };
+    for (size_t tri = 0; tri < indices.size(); tri += 3)
       for (int e = 0; e < 3; ++e) {
-        Vec3 a = vertex((*t.indices)[tri + e]), b = vertex((*t.indices)[tri + (e + 1) % 3]);
+        Vec3 a = vertex(indices[tri + e]), b = vertex(indices[tri + (e + 1) % 3]);
         for (Vec3 aim : {a, (a + b) * 0.5f, a * 0.25f + b * 0.75f})
-          for (Vec3 o : origins) rays.push_back(Ray{o, normalize(aim - o), 0, 1e30f});
+          for (Vec3 o : {Vec3(0), Vec3(0.1f, -0.2f, 0.05f), Vec3(-0.31f, 0.17f, 0.4f)})
+            rays.push_back(Ray{o + centers[m], normalize(aim - o - centers[m]), 0, 1e30f});
       }
   }
   ASSERT_GT(rays.size(), 1000u);
   size_t leaksSingle = 0, leaksPacket = 0, unblocked = 0;
   for (size_t first = 0; first < rays.size(); first += kPacketSize) {
-    Ray packet[kPacketSize];
-    bool active[kPacketSize] = {}, found[kPacketSize] = {}, blocked[kPacketSize] = {};
-    SurfaceHit hits[kPacketSize];
-    for (size_t k = 0; k < kPacketSize && first + k < rays.size(); ++k) {
-      packet[k] = rays[first + k];
-      active[k] = true;
+    const size_t count = std::min<size_t>(kPacketSize, rays.size() - first);
+    const Packet p = tracePacket(*scene_, &rays[first], count);
+    for (size_t k = 0; k < count; ++k) {
       SurfaceHit hit;
-      leaksSingle += !scene_->intersect(packet[k], hit);
-    }
-    scene_->intersect16(packet, active, hits, found, false);
-    scene_->occluded16(packet, active, blocked);
-    for (int k = 0; k < kPacketSize; ++k) {
-      leaksPacket += active[k] && !found[k];
-      unblocked += active[k] && !blocked[k];
+      leaksSingle += !scene_->intersect(rays[first + k], hit);
+      leaksPacket += !p.found[k];
+      unblocked += !p.blocked[k];
     }
   }
   EXPECT_EQ(leaksSingle, 0u);
