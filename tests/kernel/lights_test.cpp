@@ -1,6 +1,7 @@
 // Light sampling: each light's sample density agrees with the density MIS evaluates, the
 // estimators integrate known totals, and spot and directional lights light a plane as expected.
 #include <cmath>
+#include <array>
 #include <functional>
 
 #include "kernel/aov.h"
@@ -112,7 +113,7 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
 }
 
 // A unit-albedo diffuse plane under one light: radiance = irradiance / pi.
-TEST(PunctualLights, SpotConeAndDirectionalIrradiance) {
+TEST(PunctualLights, PointSpotAndDirectionalIrradiance) {
   const float h = 2, cosInner = std::cos(0.3f), cosOuter = std::cos(0.5f);
   LightData spot;
   spot.type = LightType::Spot;
@@ -129,10 +130,24 @@ TEST(PunctualLights, SpotConeAndDirectionalIrradiance) {
     float s = std::clamp((cosT - cosOuter) / (cosInner - cosOuter), 0.0f, 1.0f);
     return 4 * s * s * (3 - 2 * s) * cosT / r2;
   };
-  const std::pair<LightData, std::function<float(float, float)>> probes[] = {
-      {spot, spotIrradiance}, {sun, [](float, float) { return 1.5f * std::sqrt(0.5f); }}};
-  for (const auto& [light, irradiance] : probes) {
-    SCOPED_TRACE(light.type == LightType::Spot ? "spot" : "directional");
+  struct Probe {
+    const char* name;
+    LightData light;
+    std::function<float(float x, float z)> irradiance;
+    float relative, absolute;  // pixels straddling the cone's edge average a steep falloff: allow them more
+  };
+  std::vector<Probe> probes = {{"spot", spot, spotIrradiance, 0.03f, 0.004f},
+                               {"directional", sun, [](float, float) { return 1.5f * std::sqrt(0.5f); }, 0.03f, 0.004f}};
+  // Point lights: irradiance I cos(theta) / r^2.
+  for (auto [x, y, intensity] : {std::array<float, 3>{0, 1, 1}, {0, 2.5f, 10}, {1.5f, 0.7f, 2}}) {
+    auto irradiance = [x = x, y = y, intensity = intensity](float px, float pz) {
+      float r2 = (px - x) * (px - x) + y * y + pz * pz;
+      return intensity * y / std::sqrt(r2) / r2;
+    };
+    probes.push_back({"point", pointLight(x, y, 0, intensity), irradiance, 0.01f, 1e-5f});
+  }
+  for (const auto& [name, light, irradiance, relative, absolute] : probes) {
+    SCOPED_TRACE(name);
     SceneSnapshot scene;
     scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(1, 1, 1)));
     scene.lights.push_back(light);
@@ -142,8 +157,7 @@ TEST(PunctualLights, SpotConeAndDirectionalIrradiance) {
     int lit = 0, dark = 0;
     for (size_t i = 0; i < color.size(); i += 4) {
       float e = irradiance(pos[i], pos[i + 2]) / kPi;
-      // Pixels straddling the cone's edge average a steep falloff: allow them more.
-      ASSERT_NEAR(color[i], e, 0.03f * e + 0.004f) << "at " << pos[i] << ", " << pos[i + 2];
+      ASSERT_NEAR(color[i], e, relative * e + absolute) << "at " << pos[i] << ", " << pos[i + 2];
       ++(e > 0 ? lit : dark);
     }
     EXPECT_GT(lit, 50);
