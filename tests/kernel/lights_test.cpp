@@ -23,7 +23,8 @@ TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
   double imageIntegral = 0;
   for (int y = 0; y < 8; ++y)
     for (int x = 0; x < 16; ++x)
-      imageIntegral += 2 * pixels[(y * 16 + x) * 3] * (std::cos(kPi * y / 8) - std::cos(kPi * (y + 1) / 8)) * 2 * kPi / 16;
+      imageIntegral +=
+          2 * pixels[(y * 16 + x) * 3] * (std::cos(kPi * y / 8) - std::cos(kPi * (y + 1) / 8)) * 2 * kPi / 16;
   for (int kind = 0; kind < 3; ++kind) {
     const char* name = kind == 0 ? "constant" : kind == 1 ? "image" : "rotated image";
     SceneSnapshot snap;
@@ -136,8 +137,9 @@ TEST(PunctualLights, PointSpotAndDirectionalIrradiance) {
     std::function<float(float x, float z)> irradiance;
     float relative, absolute;  // pixels straddling the cone's edge average a steep falloff: allow them more
   };
+  auto sunIrradiance = [](float, float) { return 1.5f * std::sqrt(0.5f); };
   std::vector<Probe> probes = {{"spot", spot, spotIrradiance, 0.03f, 0.004f},
-                               {"directional", sun, [](float, float) { return 1.5f * std::sqrt(0.5f); }, 0.03f, 0.004f}};
+                               {"directional", sun, sunIrradiance, 0.03f, 0.004f}};
   // Point lights: irradiance I cos(theta) / r^2.
   for (auto [x, y, intensity] : {std::array<float, 3>{0, 1, 1}, {0, 2.5f, 10}, {1.5f, 0.7f, 2}}) {
     auto irradiance = [x = x, y = y, intensity = intensity](float px, float pz) {

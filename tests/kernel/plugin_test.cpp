@@ -154,8 +154,8 @@ TEST(Dorrik, RefusesAovsOfThePathTracer) {
   std::string why;
   for (uint32_t aov : {kAovColor, kAovDepth, kAovObjectId, kAovAlbedoDiffuse, kAovAo})
     EXPECT_TRUE(plugin.supportsAov(aov, &why)) << aov;
-  for (uint32_t aov : std::initializer_list<uint32_t>{kAovVariance, kAovDirectDiffuse, kAovShadowCatcher, kAovCryptoObject0 + 5, kAovDeepColor,
-                       kAovLpe0, kAovLightGroup0}) {
+  for (uint32_t aov : std::initializer_list<uint32_t>{kAovVariance, kAovDirectDiffuse, kAovShadowCatcher,
+                                                      kAovCryptoObject0 + 5, kAovDeepColor, kAovLpe0, kAovLightGroup0}) {
     EXPECT_FALSE(plugin.supportsAov(aov, &why)) << aov;
     EXPECT_NE(why.find("preview"), std::string::npos) << why;
     EXPECT_TRUE(velder.supportsAov(aov, &why)) << aov << ": " << why;

@@ -35,7 +35,8 @@ TEST(Sampler, StreamsKeepTheirValues) {
       auto c = s.get2D();
       if (skipping) s.skip(12);
       for (int k = 0; k < 12 && !skipping; ++k) s.get1D();
-      const float actual[] = {a.first, a.second, b, c.first, c.second, s.get1D()};  // last: past the scrambled dimensions
+      // The last value lies past the scrambled dimensions: the plain hash.
+      const float actual[] = {a.first, a.second, b, c.first, c.second, s.get1D()};
       const float expected[] = {e.first2D[0], e.first2D[1], e.next1D, e.second2D[0], e.second2D[1], e.hashed1D};
       for (int k = 0; k < 6; ++k) {
         if (skipping && k == 2) continue;

@@ -77,7 +77,8 @@ TEST_F(KernelTest, RayEpsilonScalesWithTheScene) {
 // limit) shrinks it further.
 TEST_F(KernelTest, TextureCacheLimitAndBudgetScaleDropFineLevels) {
   auto material = diffuseMaterial(1, 1, 1);
-  material->baseColorTexture.image = image(512, 512, 4, std::vector<float>(512 * 512 * 4, 0.5f), ColorSpace::Linear, 321);
+  material->baseColorTexture.image =
+      image(512, 512, 4, std::vector<float>(512 * 512 * 4, 0.5f), ColorSpace::Linear, 321);
   SceneSnapshot snap;
   snap.shapes.push_back(shape(1, makeQuad(1), material));
   struct Case {

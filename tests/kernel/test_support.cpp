@@ -97,12 +97,10 @@ Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
 }
 
 std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b) {
-  auto m = std::make_shared<MaterialData>();
+  auto m = material(0, 1);
   m->baseColor[0] = r;
   m->baseColor[1] = g;
   m->baseColor[2] = b;
-  m->metallic = 0;
-  m->roughness = 1;
   m->specular = 0;
   return m;
 }

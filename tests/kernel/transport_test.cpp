@@ -73,7 +73,8 @@ INSTANTIATE_TEST_SUITE_P(Roughness, FurnaceTest, ::testing::ValuesIn(furnaceSwee
 SceneSnapshot boxScene() {
   SceneSnapshot scene;
   scene.shapes.push_back(shape(1, makeQuad(2.0f), diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  scene.shapes.push_back(shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)));
+  scene.shapes.push_back(
+      shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)));
   scene.shapes.push_back(shape(3, makeSphere(0.4f, 24, 12), material(1, 0.3f), translation(0.6f, 0.4f, 0.2f)));
   auto lamp = emitter(1);
   lamp->emissiveStrength = 8;
