@@ -128,10 +128,17 @@ TEST_P(BsdfTest, SamplingMatchesPdf) {
   // Pool bins with small expectations, then test.
   double chi2 = 0, pooledObs = 0, pooledExp = 0;
   int dof = -1;
-  auto add = [&](double o, double e) { chi2 += (o - e) * (o - e) / e, ++dof; };
+  auto add = [&](double o, double e) {
+    chi2 += (o - e) * (o - e) / e;
+    ++dof;
+  };
   for (size_t i = 0; i < observed.size(); ++i) {
-    if (expected[i] >= 5) add(observed[i], expected[i]);
-    else pooledObs += observed[i], pooledExp += expected[i];
+    if (expected[i] >= 5) {
+      add(observed[i], expected[i]);
+    } else {
+      pooledObs += observed[i];
+      pooledExp += expected[i];
+    }
   }
   if (pooledExp >= 5) add(pooledObs, pooledExp);
   ASSERT_GT(dof, 0);

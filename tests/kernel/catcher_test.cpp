@@ -17,7 +17,8 @@ constexpr uint32_t kSize = 32;
 SceneSnapshot mirrorFloorScene() {
   SceneSnapshot scene;
   auto mirror = diffuseMaterial(1, 1, 1);
-  mirror->metallic = 1, mirror->roughness = 0;
+  mirror->metallic = 1;
+  mirror->roughness = 0;
   ShapeData floor = shape(1, makeQuad(4), mirror);
   floor.catcher = ZVR_CATCHER_SHADOW | ZVR_CATCHER_REFLECTION;
   scene.shapes.push_back(floor);

@@ -198,7 +198,10 @@ TEST(DepthLimits, DecideWhetherIndirectLightExists) {
                         {"defaults", false, &RenderParams::maxDepth, 8, true}};
   for (const Case& c : cases) {
     auto m = diffuseMaterial(0.7f, 0.7f, 0.7f);
-    if (c.metal) m->metallic = 1, m->roughness = 0.3f;
+    if (c.metal) {
+      m->metallic = 1;
+      m->roughness = 0.3f;
+    }
     SceneSnapshot scene;
     scene.shapes.push_back(shape(1, makeQuad(3), m));
     scene.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), m, translation(0, 0.5f, 0)));

@@ -35,7 +35,10 @@ struct Packet {
 Packet tracePacket(const Scene& scene, const Ray* rays, size_t count) {
   Ray lanes[kPacketSize];
   bool active[kPacketSize] = {};
-  for (size_t k = 0; k < count && k < kPacketSize; ++k) lanes[k] = rays[k], active[k] = true;
+  for (size_t k = 0; k < count && k < kPacketSize; ++k) {
+    lanes[k] = rays[k];
+    active[k] = true;
+  }
   Packet p;
   scene.intersect16(lanes, active, p.hits, p.found, false);
   scene.occluded16(lanes, active, p.blocked);

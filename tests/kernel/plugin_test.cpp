@@ -45,6 +45,7 @@ TEST(Plugins, SharedLibrariesExportOnlyTheVersionedEntryAndRender) {
     ASSERT_NE(plugin, nullptr);
     EXPECT_STREQ(plugin->name(), c.name);
     EXPECT_EQ(plugin->family(), c.family);
+    EXPECT_NE(plugin->version(), 0u);
     EXPECT_GT(meanChannel(render(simpleScene(), RenderParams{}, 8, 8, 2, {kAovColor}, plugin.get())[0], 0), 0.0f);
     plugin.reset();
     dlclose(lib);
@@ -223,9 +224,9 @@ TEST(RenderRequestChecks, BadScenesAndParametersAreRefusedWithAClearError) {
       {camera([](CameraData& c) { c.mode = 5; }), "camera mode 5"},
       {camera([](CameraData& c) { c.fovY = 0; }), "field of view"},
       {camera([](CameraData& c) { c.transform.m[13] = NAN; }), "camera transform"},
-      {camera([](CameraData& c) { c.type = 1, c.orthoHeight = -2; }), "orthographic camera height"},
+      {camera([](CameraData& c) { c.type = 1; c.orthoHeight = -2; }), "orthographic camera height"},
       {camera([](CameraData& c) { c.postScale = 0; }), "post scale"},
-      {camera([](CameraData& c) { c.type = 1, c.orthoHeight = 2e30f; }),
+      {camera([](CameraData& c) { c.type = 1; c.orthoHeight = 2e30f; }),
        "the camera's rays start at coordinate 1e+30, beyond the ray tracer's range of +-5e+17"},
       {camera([](CameraData& c) { c.transform.m[14] = 3e20f; }), "beyond the ray tracer's range"},
       {camera([](CameraData& c) { c.transform.m[0] = c.transform.m[1] = c.transform.m[2] = 0; }), "collapses an axis"},
