@@ -3,21 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
 #include "kernel/bsdf.h"
 #include "kernel/microfacet.h"
 #include "kernel/microfacet_albedo.h"
 #include "kernel/sampling.h"
+#include "tests/kernel/test_support.h"
 
 namespace zvr::kernel {
 namespace {
-
-struct BsdfCase {
-  const char* name;
-  MaterialSample material;
-  float cosThetaO;
-};
 
 MaterialSample makeMaterial(float metallic, float roughness, float transmission = 0, bool thin = true, float clearcoat = 0,
                             float sheen = 0, float specular = 1) {
@@ -34,6 +28,12 @@ MaterialSample makeMaterial(float metallic, float roughness, float transmission 
   m.specular = specular;
   return m;
 }
+
+struct BsdfCase {
+  const char* name;
+  MaterialSample material;
+  float cosThetaO;
+};
 
 std::vector<BsdfCase> cases() {
   return {
@@ -57,6 +57,18 @@ Vec3 directionFromAngles(float cosTheta, float phi) {
   return {s * std::cos(phi), s * std::sin(phi), cosTheta};
 }
 
+// The surface's BSDF seen from direction (cosO, phi) in a frame whose normal is +z.
+Bsdf bsdfAt(const MaterialSample& m, float cosO, float phi) {
+  const Frame up(Vec3(0, 0, 1));
+  return Bsdf(m, up, up, Vec3(0, 0, 1), directionFromAngles(cosO, phi));
+}
+
+// A sample's energy: refraction into a denser medium scales radiance by 1/eta^2, undone here.
+float energy(const MaterialSample& m, float cosO, const BsdfSample& s) {
+  const float eta = cosO > 0 ? m.ior : 1 / m.ior;
+  return maxComponent(s.weight) * (s.transmitted && !m.thinWalled ? eta * eta : 1.0f);
+}
+
 // Upper tail probability of chi-square by the Wilson-Hilferty approximation.
 double chiSquareTail(double x, int dof) {
   double z = (std::cbrt(x / dof) - (1 - 2.0 / (9 * dof))) / std::sqrt(2.0 / (9 * dof));
@@ -67,19 +79,16 @@ class BsdfTest : public ::testing::TestWithParam<BsdfCase> {};
 
 TEST_P(BsdfTest, SamplingMatchesPdf) {
   const BsdfCase& c = GetParam();
-  Frame frame(Vec3(0, 0, 1));
-  Vec3 wo = directionFromAngles(c.cosThetaO, 0.3f);
-  Bsdf bsdf(c.material, frame, frame, Vec3(0, 0, 1), wo);
+  Bsdf bsdf = bsdfAt(c.material, c.cosThetaO, 0.3f);
   ASSERT_TRUE(bsdf.hasNonDelta());
 
   constexpr int kThetaBins = 16, kPhiBins = 32, kSamples = 200000;
   std::vector<double> observed(kThetaBins * kPhiBins, 0.0), expected(kThetaBins * kPhiBins, 0.0);
-  std::mt19937 rng(1234);
-  std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+  test::Uniform uni(1234);
   int valid = 0;
   for (int i = 0; i < kSamples; ++i) {
     BsdfSample s;
-    if (!bsdf.sample(uni(rng), uni(rng), uni(rng), s)) continue;
+    if (!bsdf.sample(uni(), uni(), uni(), s)) continue;
     ASSERT_FALSE(s.delta) << c.name;
     ++valid;
     float cosT = std::min(1.0f, std::max(-1.0f, s.wi.z));
@@ -119,45 +128,38 @@ TEST_P(BsdfTest, SamplingMatchesPdf) {
   // Pool bins with small expectations, then test.
   double chi2 = 0, pooledObs = 0, pooledExp = 0;
   int dof = -1;
+  auto add = [&](double o, double e) {
+    chi2 += (o - e) * (o - e) / e;
+    ++dof;
+  };
   for (size_t i = 0; i < observed.size(); ++i) {
-    if (expected[i] < 5) {
+    if (expected[i] >= 5) {
+      add(observed[i], expected[i]);
+    } else {
       pooledObs += observed[i];
       pooledExp += expected[i];
-      continue;
     }
-    chi2 += (observed[i] - expected[i]) * (observed[i] - expected[i]) / expected[i];
-    ++dof;
   }
-  if (pooledExp >= 5) {
-    chi2 += (pooledObs - pooledExp) * (pooledObs - pooledExp) / pooledExp;
-    ++dof;
-  }
+  if (pooledExp >= 5) add(pooledObs, pooledExp);
   ASSERT_GT(dof, 0);
   EXPECT_GT(chiSquareTail(chi2, dof), 1e-4) << c.name << ": chi2 " << chi2 << " with " << dof << " degrees of freedom";
 }
 
 TEST_P(BsdfTest, AlbedoDoesNotExceedOne) {
   const BsdfCase& c = GetParam();
-  Frame frame(Vec3(0, 0, 1));
   MaterialSample white = c.material;
   white.baseColor = Vec3(1);
-  std::mt19937 rng(99);
-  std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+  test::Uniform uni(99);
   for (float cosO : {0.95f, 0.5f, 0.1f}) {
-    Vec3 wo = directionFromAngles(c.cosThetaO < 0 ? -cosO : cosO, 1.0f);
-    Bsdf bsdf(white, frame, frame, Vec3(0, 0, 1), wo);
+    if (c.cosThetaO < 0) cosO = -cosO;
+    Bsdf bsdf = bsdfAt(white, cosO, 1.0f);
     constexpr int n = 100000;
     double sum = 0, sumSq = 0;
     for (int i = 0; i < n; ++i) {
       BsdfSample s;
-      float v = 0;
-      if (bsdf.sample(uni(rng), uni(rng), uni(rng), s)) {
-        v = maxComponent(s.weight);
-        // Refraction into a denser medium scales radiance by 1/eta^2; undo it to count energy.
-        if (s.transmitted && !white.thinWalled) v *= wo.z > 0 ? white.ior * white.ior : 1 / (white.ior * white.ior);
-      }
+      const double v = bsdf.sample(uni(), uni(), uni(), s) ? energy(white, cosO, s) : 0;
       sum += v;
-      sumSq += double(v) * v;
+      sumSq += v * v;
     }
     double mean = sum / n, sd = std::sqrt(std::max(0.0, sumSq / n - mean * mean) / n);
     EXPECT_LE(mean, 1.0 + 4 * sd + 1e-3) << c.name << " at cos " << cosO;
@@ -177,20 +179,17 @@ TEST(MultipleScattering, WhiteRoughMetalReflectsEverything) {
       {0.5f, 0.9f, 0.01f}, {0.5f, 0.3f, 0.01f}, {0.5f, 0.08f, 0.015f},
       {1.0f, 0.9f, 0.01f}, {1.0f, 0.3f, 0.01f}, {1.0f, 0.08f, 0.015f},
   };
-  Frame frame(Vec3(0, 0, 1));
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << "roughness " << c.roughness << " cos " << c.cosO);
     MaterialSample m = makeMaterial(1, c.roughness);
     m.baseColor = Vec3(1);
-    Vec3 wo = directionFromAngles(c.cosO, 0.4f);
-    Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
-    std::mt19937 rng(17);
-    std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
+    Bsdf bsdf = bsdfAt(m, c.cosO, 0.4f);
+    test::Uniform uni(17);
     constexpr int n = 200000;
     double sum = 0;
     for (int i = 0; i < n; ++i) {
       BsdfSample s;
-      if (bsdf.sample(uni(rng), uni(rng), uni(rng), s)) {
+      if (bsdf.sample(uni(), uni(), uni(), s)) {
         ASSERT_EQ(s.category, kLobeReflect);
         sum += s.weight.x;
       }
@@ -238,7 +237,6 @@ TEST(MultipleScattering, AlbedoTablesMatchDirectQuadrature) {
 // receive within 0.5%, however much bounces between microfacets on the way. Scrambled Sobol
 // points keep the estimate's own error far below that bound.
 TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
-  Frame frame(Vec3(0, 0, 1));
   for (bool thin : {false, true})
     for (int r = 0; r <= 10; ++r)
       for (float cosO : {1.0f, 0.7f, 0.4f, 0.1f, 0.05f, -1.0f, -0.6f, -0.3f, -0.1f}) {
@@ -249,8 +247,7 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
         SCOPED_TRACE(::testing::Message() << (thin ? "thin" : "thick") << " roughness " << roughness << " cos " << cosO);
         MaterialSample m = makeMaterial(0, roughness, 1, thin);
         m.baseColor = Vec3(1);
-        Vec3 wo = directionFromAngles(cosO, 0.4f);
-        Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
+        Bsdf bsdf = bsdfAt(m, cosO, 0.4f);
         constexpr uint32_t n = 1u << 16;
         double sum = 0;
         for (uint32_t i = 0; i < n; ++i) {
@@ -258,9 +255,7 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
           const float uLobe = sampler.get1D();
           const auto u = sampler.get2D();
           BsdfSample s;
-          if (!bsdf.sample(uLobe, u.first, u.second, s)) continue;
-          float eta = cosO > 0 ? m.ior : 1 / m.ior;
-          sum += s.weight.x * (s.transmitted && !thin ? eta * eta : 1.0f);
+          if (bsdf.sample(uLobe, u.first, u.second, s)) sum += energy(m, cosO, s);
         }
         EXPECT_NEAR(sum / n, 1.0, 0.005);
       }
@@ -270,26 +265,22 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
 TEST(SmoothDielectric, ReflectionAndRefractionConserveEnergy) {
   MaterialSample m = makeMaterial(0, 0, 1, false);
   m.baseColor = Vec3(1);
-  Frame frame(Vec3(0, 0, 1));
   for (float cosO : {1.0f, 0.6f, 0.2f, -0.9f}) {
-    Vec3 wo = directionFromAngles(cosO, 0.2f);
-    Bsdf bsdf(m, frame, frame, Vec3(0, 0, 1), wo);
+    Bsdf bsdf = bsdfAt(m, cosO, 0.2f);
     EXPECT_FALSE(bsdf.hasNonDelta());
-    std::mt19937 rng(5);
-    std::uniform_real_distribution<float> uni(0.0f, 0x1.fffffep-1f);
-    double energy = 0;
+    test::Uniform uni(5);
+    double total = 0;
     constexpr int n = 20000;
     for (int i = 0; i < n; ++i) {
       BsdfSample s;
-      ASSERT_TRUE(bsdf.sample(uni(rng), uni(rng), uni(rng), s));
+      ASSERT_TRUE(bsdf.sample(uni(), uni(), uni(), s));
       ASSERT_TRUE(s.delta);
-      float eta = cosO > 0 ? m.ior : 1 / m.ior;
-      energy += s.weight.x * (s.transmitted ? eta * eta : 1.0f);
+      total += energy(m, cosO, s);
       if (!s.transmitted) {
         EXPECT_NEAR(s.wi.z, cosO, 1e-4f);
       }
     }
-    EXPECT_NEAR(energy / n, 1.0, 1e-3) << "cos " << cosO;
+    EXPECT_NEAR(total / n, 1.0, 1e-3) << "cos " << cosO;
   }
 }
 

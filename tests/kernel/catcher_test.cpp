@@ -1,8 +1,6 @@
 // A mirror floor flagged as shadow and reflection catcher under a sphere in a white sky: it is
 // invisible to the camera, catches the sphere's shadow and its reflection, and both plug-in
 // families that trace paths fill the catcher elements alike.
-#include <gtest/gtest.h>
-
 #include "engine/ZvrCore.h"
 #include "kernel/aov.h"
 #include "plugins/quillon/quillon_plugin.h"

@@ -1,7 +1,5 @@
 // Contour lines: which neighbour differences make lines, where they go, how wide they are, and
 // the Quillon integrator that draws them over the path-traced colour.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <functional>
 
@@ -10,11 +8,10 @@
 #include "plugins/quillon/quillon_plugin.h"
 #include "tests/kernel/test_support.h"
 
-using namespace zvr;
-using namespace zvr::kernel;
-using namespace zvr::test;
-
+namespace zvr::test {
 namespace {
+
+using namespace kernel;
 
 // A 12 x 8 buffer whose right half differs from the left as `change` says; both halves at the
 // same depth, so the left pixel of each pair (column 5) carries the line.
@@ -70,48 +67,25 @@ TEST(ContourLines, EachFeatureDrawsItsLineOnlyWhenItsSwitchIsOn) {
       EXPECT_GT(length(contourDebugColor(f) - contourDebugColor(g)), 0.5f) << f << " and " << g;
 }
 
-// A box of [x0, x1] x [y0, y1] x [z0, z1] with flat faces.
-std::shared_ptr<MeshData> makeBox(const float lo[3], const float hi[3]) {
-  auto m = std::make_shared<MeshData>();
-  for (int axis = 0; axis < 3; ++axis)
-    for (int side = 0; side < 2; ++side) {
-      const int u = (axis + 1) % 3, v = (axis + 2) % 3;
-      const uint32_t base = uint32_t(m->positions.size() / 3);
-      const float corners[4][2] = {{lo[u], lo[v]}, {hi[u], lo[v]}, {hi[u], hi[v]}, {lo[u], hi[v]}};
-      for (const auto& c : corners) {
-        float p[3], n[3] = {0, 0, 0};
-        p[axis] = side ? hi[axis] : lo[axis];
-        p[u] = c[0];
-        p[v] = c[1];
-        n[axis] = side ? 1.0f : -1.0f;
-        m->positions.insert(m->positions.end(), p, p + 3);
-        m->normals.insert(m->normals.end(), n, n + 3);
-        m->texcoords0.insert(m->texcoords0.end(), {0, 0});
-      }
-      if (side) m->indices.insert(m->indices.end(), {base, base + 1, base + 2, base, base + 2, base + 3});
-      else m->indices.insert(m->indices.end(), {base, base + 2, base + 1, base, base + 3, base + 2});
-    }
+// A rectangle [x0, x1] x [-0.5, 0.5] in the xz-plane facing +y.
+std::shared_ptr<MeshData> rectangle(float x0, float x1) {
+  auto m = makeQuad(0.5f);
+  for (size_t v = 0; v < 4; ++v) m->positions[3 * v] = m->positions[3 * v] < 0 ? x0 : x1;
   return m;
 }
 
-// Two boxes of one object, red on the left and blue on the right, touching at x = 0, seen
-// straight on by an orthographic camera: in the 64 x 32 picture they fill columns 8 to 55 and
-// rows 8 to 23, the left box up to column 31.
-SceneSnapshot twoBoxes() {
-  SceneSnapshot scene;
-  const float loA[3] = {-1.5f, -0.5f, -0.5f}, hiA[3] = {0, 0.5f, 0.5f};
-  const float loB[3] = {0, -0.5f, -0.5f}, hiB[3] = {1.5f, 0.5f, 0.5f};
+// Two rectangles of one object, red on the left and blue on the right, touching at x = 0, seen
+// from above by an orthographic camera: in the 64 x 32 picture they fill columns 8 to 55 and
+// rows 8 to 23, the left one up to column 31.
+SceneSnapshot twoRectangles() {
   auto red = diffuseMaterial(0.8f, 0.2f, 0.2f), blue = diffuseMaterial(0.2f, 0.2f, 0.8f);
   red->materialId = 1;
   blue->materialId = 2;
-  scene.shapes.push_back(shape(1, makeBox(loA, hiA), red));
-  scene.shapes.push_back(shape(2, makeBox(loB, hiB), blue));
+  SceneSnapshot scene;
+  scene.shapes = {shape(1, rectangle(-1.5f, 0), red), shape(2, rectangle(0, 1.5f), blue)};
   for (auto& s : scene.shapes) s.objectId = 7;
   scene.lights.push_back(environmentLight(1));
-  scene.hasCamera = true;
-  scene.camera.type = 1;
-  scene.camera.orthoHeight = 2;
-  scene.camera.transform = lookAt(0, 0, 5, 0, 0, 0);
+  orthoDown(scene, 5, 2);
   return scene;
 }
 
@@ -121,7 +95,7 @@ std::vector<float> renderColor(const char* integrator, const RenderParams& param
   quillon::QuillonPlugin plugin;
   std::string error;
   EXPECT_TRUE(plugin.setIntegrator(true, integrator, &error)) << error;
-  RenderOutput out = renderWith(plugin, twoBoxes(), params, kW, kH, 2, {kAovColor});
+  RenderOutput out = renderWith(plugin, twoRectangles(), params, kW, kH, 2, {kAovColor});
   EXPECT_EQ(out.status, 0) << out.error;
   return out.image();
 }
@@ -186,3 +160,4 @@ TEST(QuillonContour, LineWidthIsInPixels) {
 }
 
 }  // namespace
+}  // namespace zvr::test

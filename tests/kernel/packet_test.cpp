@@ -1,8 +1,6 @@
 // Packet queries and lockstep batches: a packet answers each lane as the single query does, rays
 // aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
 // not depend on the lanes beside it.
-#include <gtest/gtest.h>
-
 #include <random>
 
 #include "kernel/camera.h"
@@ -11,8 +9,10 @@
 #include "kernel/scene.h"
 #include "tests/kernel/test_support.h"
 
-namespace zvr::kernel {
+namespace zvr::test {
 namespace {
+
+using namespace kernel;
 
 // A unit cube around the origin whose twelve triangles share their eight corners.
 std::shared_ptr<MeshData> makeCube() {
@@ -27,31 +27,29 @@ std::shared_ptr<MeshData> makeCube() {
   return m;
 }
 
-class PacketQueryTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    device_ = rtcNewDevice(nullptr);
-    scene_ = std::make_unique<Scene>(device_, &errors_);
-  }
-  void TearDown() override {
-    scene_.reset();
-    rtcReleaseDevice(device_);
-  }
-  void build(const SceneSnapshot& snap) {
-    std::string error;
-    ASSERT_TRUE(scene_->update(snap, RenderParams{}, 1, [](const ShapeData&) { return true; }, &error)) << error;
-  }
-
-  RTCDevice device_ = nullptr;
-  DeviceErrors errors_;
-  std::unique_ptr<Scene> scene_;
+// The answers of one packet of up to sixteen rays; lanes past the rays given stay idle.
+struct Packet {
+  SurfaceHit hits[kPacketSize];
+  bool found[kPacketSize] = {}, blocked[kPacketSize] = {};
 };
+Packet tracePacket(const Scene& scene, const Ray* rays, size_t count) {
+  Ray lanes[kPacketSize];
+  bool active[kPacketSize] = {};
+  for (size_t k = 0; k < count && k < kPacketSize; ++k) {
+    lanes[k] = rays[k];
+    active[k] = true;
+  }
+  Packet p;
+  scene.intersect16(lanes, active, p.hits, p.found, false);
+  scene.occluded16(lanes, active, p.blocked);
+  return p;
+}
 
-TEST_F(PacketQueryTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
+TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
   SceneSnapshot snap;
-  snap.shapes.push_back(test::shape(1, test::makeSphere(1, 24, 12), nullptr));
-  snap.shapes.push_back(test::shape(2, test::makeQuad(3, -1.5f), nullptr));
-  build(snap);
+  snap.shapes.push_back(shape(1, makeSphere(1, 24, 12), nullptr));
+  snap.shapes.push_back(shape(2, makeQuad(3, -1.5f), nullptr));
+  ASSERT_TRUE(build(snap));
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> u(-1, 1);
   for (int round = 0; round < 20; ++round) {
@@ -91,22 +89,17 @@ TEST_F(PacketQueryTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
 
 // Embree stops the process on a ray it cannot trace; such a lane must miss and count as blocked
 // instead, and leave its neighbours' answers alone.
-TEST_F(PacketQueryTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
+TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
   SceneSnapshot snap;
-  snap.shapes.push_back(test::shape(1, makeCube(), nullptr));
-  build(snap);
+  snap.shapes.push_back(shape(1, makeCube(), nullptr));
+  ASSERT_TRUE(build(snap));
   struct Lane {
     const char* name;
     Ray ray;
     bool traceable;
   };
   auto ray = [](Vec3 origin, Vec3 direction, float tMin = 0, float tMax = 1e30f) {
-    Ray r;
-    r.origin = origin;
-    r.direction = direction;
-    r.tMin = tMin;
-    r.tMax = tMax;
-    return r;
+    return Ray{origin, direction, tMin, tMax};
   };
   const Lane lanes[] = {
       {"inside", ray(Vec3(0), Vec3(1, 0, 0)), true},
@@ -117,74 +110,54 @@ TEST_F(PacketQueryTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
       {"nan_interval", ray(Vec3(0), Vec3(0, 1, 0), NAN), false},
       {"outside", ray(Vec3(0, 0, 5), Vec3(0, 0, -1)), true},
   };
-  Ray rays[kPacketSize];
-  bool active[kPacketSize] = {}, found[kPacketSize] = {}, blocked[kPacketSize] = {};
-  SurfaceHit hits[kPacketSize];
-  int n = int(std::size(lanes));
-  for (int k = 0; k < n; ++k) {
-    rays[k] = lanes[k].ray;
-    active[k] = true;
-  }
-  scene_->intersect16(rays, active, hits, found, false);
-  scene_->occluded16(rays, active, blocked);
+  const int n = int(std::size(lanes));
+  Ray rays[n];
+  for (int k = 0; k < n; ++k) rays[k] = lanes[k].ray;
+  const Packet p = tracePacket(*scene_, rays, n);
   for (int k = 0; k < n; ++k) {
     SCOPED_TRACE(lanes[k].name);
     EXPECT_EQ(isTraceable(lanes[k].ray), lanes[k].traceable);
-    EXPECT_EQ(found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
-    EXPECT_TRUE(blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
+    EXPECT_EQ(p.found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
+    EXPECT_TRUE(p.blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
     SurfaceHit single;
     EXPECT_EQ(scene_->intersect(lanes[k].ray, single), lanes[k].traceable);
     EXPECT_TRUE(scene_->occluded(lanes[k].ray));
   }
-  EXPECT_NEAR(hits[0].t, 1, 1e-5f);
-  EXPECT_NEAR(hits[n - 1].t, 4, 1e-5f);
+  EXPECT_NEAR(p.hits[0].t, 1, 1e-5f);
+  EXPECT_NEAR(p.hits[n - 1].t, 4, 1e-5f);
 }
 
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
 // along an edge where two triangles meet: a leak there lets light through walls.
-TEST_F(PacketQueryTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
+TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
   SceneSnapshot snap;
-  snap.shapes.push_back(test::shape(1, makeCube(), nullptr));
-  snap.shapes.push_back(test::shape(2, test::makeSphere(1, 7, 5), nullptr, test::translation(5, 0, 0)));
-  build(snap);
-  struct Target {
-    Vec3 center;
-    const std::vector<float>* positions;
-    const std::vector<uint32_t>* indices;
-  };
-  std::vector<Target> targets = {{Vec3(0), &snap.shapes[0].mesh->positions, &snap.shapes[0].mesh->indices},
-                                 {Vec3(5, 0, 0), &snap.shapes[1].mesh->positions, &snap.shapes[1].mesh->indices}};
+  snap.shapes.push_back(shape(1, makeCube(), nullptr));
+  snap.shapes.push_back(shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0)));
+  ASSERT_TRUE(build(snap));
+  const Vec3 centers[] = {Vec3(0), Vec3(5, 0, 0)};
   std::vector<Ray> rays;
-  for (const Target& t : targets) {
-    auto vertex = [&](uint32_t i) {
-      const float* p = &(*t.positions)[3 * i];
-      return Vec3(p[0], p[1], p[2]) + t.center;
-    };
-    const std::vector<Vec3> origins = {t.center, t.center + Vec3(0.1f, -0.2f, 0.05f), t.center + Vec3(-0.31f, 0.17f, 0.4f)};
-    for (size_t tri = 0; tri < t.indices->size(); tri += 3)
+  for (int m = 0; m < 2; ++m) {
+    const std::vector<float>& p = snap.shapes[m].mesh->positions;
+    const std::vector<uint32_t>& indices = snap.shapes[m].mesh->indices;
+    auto vertex = [&](uint32_t i) { return Vec3(p[3 * i], p[3 * i + 1], p[3 * i + 2]) + centers[m]; };
+    for (size_t tri = 0; tri < indices.size(); tri += 3)
       for (int e = 0; e < 3; ++e) {
-        Vec3 a = vertex((*t.indices)[tri + e]), b = vertex((*t.indices)[tri + (e + 1) % 3]);
+        Vec3 a = vertex(indices[tri + e]), b = vertex(indices[tri + (e + 1) % 3]);
         for (Vec3 aim : {a, (a + b) * 0.5f, a * 0.25f + b * 0.75f})
-          for (Vec3 o : origins) rays.push_back(Ray{o, normalize(aim - o), 0, 1e30f});
+          for (Vec3 o : {Vec3(0), Vec3(0.1f, -0.2f, 0.05f), Vec3(-0.31f, 0.17f, 0.4f)})
+            rays.push_back(Ray{o + centers[m], normalize(aim - o - centers[m]), 0, 1e30f});
       }
   }
   ASSERT_GT(rays.size(), 1000u);
   size_t leaksSingle = 0, leaksPacket = 0, unblocked = 0;
   for (size_t first = 0; first < rays.size(); first += kPacketSize) {
-    Ray packet[kPacketSize];
-    bool active[kPacketSize] = {}, found[kPacketSize] = {}, blocked[kPacketSize] = {};
-    SurfaceHit hits[kPacketSize];
-    for (size_t k = 0; k < kPacketSize && first + k < rays.size(); ++k) {
-      packet[k] = rays[first + k];
-      active[k] = true;
+    const size_t count = std::min<size_t>(kPacketSize, rays.size() - first);
+    const Packet p = tracePacket(*scene_, &rays[first], count);
+    for (size_t k = 0; k < count; ++k) {
       SurfaceHit hit;
-      leaksSingle += !scene_->intersect(packet[k], hit);
-    }
-    scene_->intersect16(packet, active, hits, found, false);
-    scene_->occluded16(packet, active, blocked);
-    for (int k = 0; k < kPacketSize; ++k) {
-      leaksPacket += active[k] && !found[k];
-      unblocked += active[k] && !blocked[k];
+      leaksSingle += !scene_->intersect(rays[first + k], hit);
+      leaksPacket += !p.found[k];
+      unblocked += !p.blocked[k];
     }
   }
   EXPECT_EQ(leaksSingle, 0u);
@@ -194,19 +167,15 @@ TEST_F(PacketQueryTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
 
 // A lane's sample is the same traced alone or among fifteen others at different pixels, down to
 // the last bit, so the grouping of pixels can never show in a picture.
-TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
+TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
   SceneSnapshot snap;
-  auto glossy = std::make_shared<MaterialData>();
-  glossy->metallic = 1;
-  glossy->roughness = 0.3f;
-  snap.shapes.push_back(test::shape(1, test::makeQuad(2), test::diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  snap.shapes.push_back(test::shape(2, test::makeSphere(0.5f, 16, 8), glossy, test::translation(0, 0.5f, 0)));
-  snap.lights.push_back(test::environmentLight(0.5f));
-  snap.lights.push_back(test::pointLight(0.5f, 2, 0.5f, 3));
+  snap.shapes.push_back(shape(1, makeQuad(2), diffuseMaterial(0.7f, 0.7f, 0.7f)));
+  snap.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), material(1, 0.3f), translation(0, 0.5f, 0)));
+  snap.lights = {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)};
   snap.hasCamera = true;
-  snap.camera.transform = test::lookAt(0, 1.5f, 3, 0, 0.3f, 0);
+  snap.camera.transform = lookAt(0, 1.5f, 3, 0, 0.3f, 0);
   snap.camera.fovY = 0.9f;
-  build(snap);
+  ASSERT_TRUE(build(snap));
   LightSet lights;
   lights.build(snap, *scene_);
   Camera camera(snap.camera, 32, 32);
@@ -229,9 +198,7 @@ TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
     SampleResult alone;
     integrator.traceBatch(&film[k], &copies[k], &alone, 1);
     SCOPED_TRACE("lane " + std::to_string(k));
-    EXPECT_EQ(alone.color.x, together[k].color.x);
-    EXPECT_EQ(alone.color.y, together[k].color.y);
-    EXPECT_EQ(alone.color.z, together[k].color.z);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(alone.color[c], together[k].color[c]);
     EXPECT_EQ(alone.ao, together[k].ao);
     EXPECT_EQ(alone.rays, together[k].rays);
     EXPECT_EQ(alone.depth, together[k].depth);
@@ -242,4 +209,4 @@ TEST_F(PacketQueryTest, BatchLanesDoNotDependOnTheirNeighbours) {
 }
 
 }  // namespace
-}  // namespace zvr::kernel
+}  // namespace zvr::test

@@ -1,7 +1,5 @@
 // The render quality key trades indirect light for speed: each step down shortens paths, so the
 // reference Cornell box gets darker in its indirect light and costs fewer rays per sample.
-#include <gtest/gtest.h>
-
 #include "kernel/aov.h"
 #include "bench/cornell_scene.h"
 #include "tests/kernel/test_support.h"

@@ -26,28 +26,23 @@ const Expected kExpected[] = {
 TEST(Sampler, StreamsKeepTheirValues) {
   for (const Expected& e : kExpected) {
     SCOPED_TRACE(e.index);
-    Sampler s(0x9e3779b9u, e.index);
-    auto a = s.get2D();
-    float b = s.get1D();
-    auto c = s.get2D();
-    for (int k = 0; k < 12; ++k) s.get1D();
-    float d = s.get1D();  // past the scrambled dimensions: the plain hash
-    EXPECT_EQ(a.first, e.first2D[0]);
-    EXPECT_EQ(a.second, e.first2D[1]);
-    EXPECT_EQ(b, e.next1D);
-    EXPECT_EQ(c.first, e.second2D[0]);
-    EXPECT_EQ(c.second, e.second2D[1]);
-    EXPECT_EQ(d, e.hashed1D);
-
     // A skipped dimension (a lobe or light choice nobody reads) leaves the later ones in place.
-    Sampler skipping(0x9e3779b9u, e.index);
-    skipping.get2D();
-    skipping.skip();
-    auto c2 = skipping.get2D();
-    skipping.skip(12);
-    EXPECT_EQ(c2.first, e.second2D[0]);
-    EXPECT_EQ(c2.second, e.second2D[1]);
-    EXPECT_EQ(skipping.get1D(), e.hashed1D);
+    for (bool skipping : {false, true}) {
+      Sampler s(0x9e3779b9u, e.index);
+      auto a = s.get2D();
+      if (skipping) s.skip();
+      float b = skipping ? 0 : s.get1D();
+      auto c = s.get2D();
+      if (skipping) s.skip(12);
+      for (int k = 0; k < 12 && !skipping; ++k) s.get1D();
+      // The last value lies past the scrambled dimensions: the plain hash.
+      const float actual[] = {a.first, a.second, b, c.first, c.second, s.get1D()};
+      const float expected[] = {e.first2D[0], e.first2D[1], e.next1D, e.second2D[0], e.second2D[1], e.hashed1D};
+      for (int k = 0; k < 6; ++k) {
+        if (skipping && k == 2) continue;
+        EXPECT_EQ(actual[k], expected[k]) << "value " << k << (skipping ? " skipping" : "");
+      }
+    }
   }
 }
 
@@ -81,102 +76,79 @@ TEST(Sampler, PixelSamplesAreStratified) {
   }
 }
 
-// Alias tables: each entry is picked with its share of the weight, zero weights never, and the
-// reported pmf is the one the pick was made with.
-TEST(AliasTable, PicksEntriesInProportionToWeight) {
-  const std::vector<std::vector<float>> cases = {
-      {1},
-      {1, 1},
-      {3, 1},
-      {0, 2, 0, 6},
-      {1e-6f, 1, 1000, 0.5f},
-      {5, -1, NAN, INFINITY, 5},
-      {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f, 0.7f},
-  };
-  constexpr int kSteps = 1 << 16;
-  for (const auto& weights : cases) {
-    SCOPED_TRACE(::testing::PrintToString(weights));
-    AliasTable table(weights);
-    double total = 0;
-    for (float w : weights)
-      if (w > 0 && std::isfinite(w)) total += w;
-    ASSERT_EQ(table.size(), weights.size());
-    EXPECT_FLOAT_EQ(table.total(), float(total));
-    std::vector<int> hits(weights.size(), 0);
-    for (int i = 0; i < kSteps; ++i) {
-      float pmf = -1;
-      size_t pick = table.sample((i + 0.5f) / kSteps, &pmf);
-      ASSERT_LT(pick, weights.size());
-      ASSERT_EQ(pmf, table.pmf(pick));
-      ++hits[pick];
-    }
-    float lastPmf = 0;
-    EXPECT_LT(table.sample(0x1.fffffep-1f, &lastPmf), weights.size());
-    EXPECT_GT(lastPmf, 0.0f);
-    for (size_t k = 0; k < weights.size(); ++k) {
-      double expected = weights[k] > 0 && std::isfinite(weights[k]) ? weights[k] / total : 0;
-      EXPECT_NEAR(table.pmf(k), expected, 1e-6);
-      // Stratified u: the share of picks matches the pmf to within the grid's resolution.
-      EXPECT_NEAR(double(hits[k]) / kSteps, expected, 2.0 * weights.size() / kSteps);
-      if (expected == 0) {
-        EXPECT_EQ(hits[k], 0);
-      }
-    }
-  }
-  AliasTable empty(std::vector<float>{0, 0});
-  EXPECT_EQ(empty.total(), 0.0f);
-}
-
-// The inverse-CDF search: monotonic in u (so stratified u stay stratified), never an empty bin,
-// bin shares equal to the weights, and the remapped u inside [0, 1).
-TEST(Distribution1D, InvertsTheCdfMonotonically) {
+// Alias tables pick each entry with its share of the weight, zero weights never, and report the
+// pmf the pick was made with. The inverse-CDF search is monotonic in u (so stratified u stay
+// stratified), never picks an empty bin, and remaps u inside [0, 1).
+TEST(DiscreteSampling, PicksEntriesInProportionToWeight) {
   std::vector<float> skewed(1000, 1e-4f);
   skewed[3] = 50;
   skewed[997] = 20;
   const std::vector<std::vector<float>> cases = {
-      {1}, {1, 1, 1, 1}, {0, 0, 3, 0, 1, 0}, {1e-7f, 1, 1e-7f}, skewed, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11},
+      {1}, {1, 1}, {3, 1}, {0, 2, 0, 6}, {1e-6f, 1, 1000, 0.5f}, {5, -1, NAN, INFINITY, 5},
+      {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f, 0.7f}, {0, 0, 3, 0, 1, 0}, {1e-7f, 1, 1e-7f}, skewed, {1, 1, 1, 1},
+      {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11},
   };
   constexpr int kSteps = 1 << 16;
   for (const auto& weights : cases) {
-    SCOPED_TRACE(weights.size());
-    Distribution1D d(weights);
-    std::vector<int> hits(weights.size(), 0);
+    SCOPED_TRACE(::testing::PrintToString(weights.size() < 20 ? weights : std::vector<float>{}));
+    double total = 0;
+    bool usable = true;  // the inverse CDF takes finite non-negative weights only
+    for (float w : weights) {
+      if (w > 0 && std::isfinite(w)) total += w;
+      usable = usable && w >= 0 && std::isfinite(w);
+    }
+    auto share = [&](size_t k) { return weights[k] > 0 && std::isfinite(weights[k]) ? weights[k] / total : 0; };
+    AliasTable table(weights);
+    ASSERT_EQ(table.size(), weights.size());
+    EXPECT_FLOAT_EQ(table.total(), float(total));
+    Distribution1D cdf(usable ? weights : std::vector<float>{1});
+    std::vector<int> aliasHits(weights.size(), 0), cdfHits(weights.size(), 0);
     size_t previous = 0;
     for (int i = 0; i < kSteps; ++i) {
-      float u = (i + 0.5f) / kSteps, pmf = 0, remapped = -1;
-      size_t bin = d.sampleDiscrete(u, &pmf, &remapped);
+      float u = (i + 0.5f) / kSteps, pmf = -1, remapped = -1;
+      size_t pick = table.sample(u, &pmf);
+      ASSERT_LT(pick, weights.size());
+      ASSERT_EQ(pmf, table.pmf(pick));
+      ++aliasHits[pick];
+      if (!usable) continue;
+      size_t bin = cdf.sampleDiscrete(u, &pmf, &remapped);
       ASSERT_LT(bin, weights.size());
       ASSERT_GT(weights[bin], 0.0f) << "u " << u;
       ASSERT_GE(bin, previous) << "u " << u;
-      ASSERT_GE(remapped, 0.0f);
-      ASSERT_LT(remapped, 1.0f);
+      ASSERT_TRUE(remapped >= 0 && remapped < 1) << remapped;
       previous = bin;
-      ++hits[bin];
+      ++cdfHits[bin];
     }
-    for (float u : {0.0f, 0x1.fffffep-1f}) EXPECT_LT(d.sampleDiscrete(u, nullptr), weights.size());
-    double total = 0;
-    for (float w : weights) total += w;
-    for (size_t k = 0; k < weights.size(); ++k) EXPECT_NEAR(double(hits[k]) / kSteps, weights[k] / total, 2.0 / kSteps) << k;
+    float lastPmf = 0;
+    EXPECT_LT(table.sample(0x1.fffffep-1f, &lastPmf), weights.size());
+    EXPECT_GT(lastPmf, 0.0f);
+    for (float u : {0.0f, 0x1.fffffep-1f}) EXPECT_LT(cdf.sampleDiscrete(u, nullptr), cdf.size());
+    for (size_t k = 0; k < weights.size(); ++k) {
+      EXPECT_NEAR(table.pmf(k), share(k), 1e-6);
+      // Stratified u: the share of picks matches the pmf to within the grid's resolution.
+      EXPECT_NEAR(double(aliasHits[k]) / kSteps, share(k), 2.0 * weights.size() / kSteps) << k;
+      if (share(k) == 0) {
+        EXPECT_EQ(aliasHits[k], 0) << k;
+      }
+      if (usable) {
+        EXPECT_NEAR(double(cdfHits[k]) / kSteps, share(k), 2.0 / kSteps) << k;
+      }
+    }
   }
+  EXPECT_EQ(AliasTable(std::vector<float>{0, 0}).total(), 0.0f);
 }
 
 // The azimuth warps' sine and cosine stay within float noise of libm over the whole turn.
 TEST(SinCos2Pi, MatchesLibmOverTheTurn) {
   float worst = 0;
   for (int i = 0; i <= 1 << 20; ++i) {
-    float u = float(i) / float(1 << 20);
+    const float u = float(i) / float(1 << 20);
     float s = 0, c = 0;
     sinCos2Pi(u, s, c);
-    double phi = 2 * M_PI * double(u);
-    worst = std::max(worst, float(std::fabs(s - std::sin(phi))));
-    worst = std::max(worst, float(std::fabs(c - std::cos(phi))));
+    const double phi = 2 * M_PI * double(u);
+    worst = std::max({worst, float(std::fabs(s - std::sin(phi))), float(std::fabs(c - std::cos(phi)))});
   }
   EXPECT_LT(worst, 5e-7f);
-  for (float u : {0.0f, 0.25f, 0.5f, 0.75f, 1.0f}) {
-    float s = 0, c = 0;
-    sinCos2Pi(u, s, c);
-    EXPECT_NEAR(s * s + c * c, 1.0f, 1e-6f) << u;
-  }
 }
 
 }  // namespace

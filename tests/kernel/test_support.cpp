@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "plugins/velder/velder_plugin.h"
+
 namespace zvr::test {
 
 void TestTarget::addIteration(const float* rgba) {
@@ -17,12 +19,6 @@ void TestTarget::averageIteration(const float* rgba) {
   for (size_t i = 0; i < data_.size(); ++i) data_[i] += (rgba[i] - data_[i]) / n;
   ++iterations_;
   ++averages;
-}
-
-void TestTarget::clear() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::fill(data_.begin(), data_.end(), 0.0f);
-  iterations_ = 0;
 }
 
 std::vector<float> TestTarget::normalized() const {
@@ -76,6 +72,13 @@ Matrix4 translation(float x, float y, float z) {
   return m;
 }
 
+Matrix4 facingDown(float y) {
+  Matrix4 m;
+  m.m[5] = m.m[10] = -1;
+  m.m[13] = y;
+  return m;
+}
+
 Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
   float b[3] = {ex - tx, ey - ty, ez - tz};
   float bl = std::sqrt(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]);
@@ -94,14 +97,38 @@ Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
 }
 
 std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b) {
-  auto m = std::make_shared<MaterialData>();
+  auto m = material(0, 1);
   m->baseColor[0] = r;
   m->baseColor[1] = g;
   m->baseColor[2] = b;
-  m->metallic = 0;
-  m->roughness = 1;
   m->specular = 0;
   return m;
+}
+
+std::shared_ptr<MaterialData> material(float metallic, float roughness, float transmission) {
+  auto m = std::make_shared<MaterialData>();
+  m->metallic = metallic;
+  m->roughness = roughness;
+  m->transmission = transmission;
+  return m;
+}
+
+std::shared_ptr<MaterialData> emitter(float radiance) {
+  auto m = diffuseMaterial(0, 0, 0);
+  m->emissive[0] = m->emissive[1] = m->emissive[2] = radiance;
+  return m;
+}
+
+std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std::vector<float> pixels,
+                                 ColorSpace space, uint64_t id) {
+  auto img = std::make_shared<ImageData>();
+  img->id = id;
+  img->width = w;
+  img->height = h;
+  img->channels = channels;
+  img->colorSpace = space;
+  img->pixels = std::move(pixels);
+  return img;
 }
 
 ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
@@ -131,6 +158,49 @@ LightData pointLight(float x, float y, float z, float intensity) {
   return l;
 }
 
+void orthoDown(SceneSnapshot& scene, float y, float orthoHeight) {
+  scene.hasCamera = true;
+  scene.camera.type = 1;
+  scene.camera.orthoHeight = orthoHeight;
+  scene.camera.transform = lookAt(0, y, 0, 0, 0, 0);
+}
+
+SceneSnapshot mixedScene(bool diffuseOnly) {
+  auto plastic = diffuseOnly ? diffuseMaterial(0.8f, 0.5f, 0.3f) : material(0, 0.3f);
+  auto glass = diffuseOnly ? diffuseMaterial(0.3f, 0.6f, 0.8f) : material(0, 0, 1);
+  plastic->materialId = 11;
+  SceneSnapshot scene;
+  scene.shapes = {shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
+                  shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
+                  shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
+                  shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))};
+  for (uint32_t i = 0; i < 3; ++i) scene.shapes[i].objectId = 7 + i;
+  scene.shapes[0].meshId = 70;
+  scene.shapes[0].groupId = 700;
+  scene.shapes[2].name = "floor";
+  scene.shapes[3].lightGroup = 5;
+  scene.lights = {environmentLight(0.4f), pointLight(1, 3, 2, 4)};
+  scene.lights[0].group = 0;
+  scene.lights[1].group = 12;
+  scene.lights[1].name = "key";
+  scene.hasCamera = true;
+  scene.camera.transform = lookAt(0, 1.2f, 3.5f, 0, 0.4f, 0);
+  scene.camera.fovY = 0.9f;
+  return scene;
+}
+
+RenderParams boxFilter() {
+  RenderParams params;
+  params.imageFilterType = 0;
+  return params;
+}
+
+float meanChannel(const std::vector<float>& rgba, int channel) {
+  double s = 0;
+  for (size_t i = channel; i < rgba.size(); i += 4) s += rgba[i];
+  return float(s / (rgba.size() / 4));
+}
+
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
                         uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample,
                         const std::vector<std::string>& expressions) {
@@ -150,6 +220,43 @@ RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const 
   }
   out.status = plugin.render(request, &out.error);
   return out;
+}
+
+std::vector<std::vector<float>> render(const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
+                                       uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs,
+                                       RenderPlugin* plugin) {
+  velder::VelderPlugin velder;
+  RenderOutput out = renderWith(plugin ? *plugin : velder, scene, params, width, height, iterations, aovs);
+  EXPECT_EQ(out.status, 0) << out.error;
+  std::vector<std::vector<float>> images;
+  for (size_t i = 0; i < aovs.size(); ++i) images.push_back(out.image(i));
+  return images;
+}
+
+void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what) {
+  auto expected = out.image(whole);
+  std::vector<std::vector<float>> images;
+  for (size_t p : parts) images.push_back(out.image(p));
+  std::vector<double> totals(parts.size(), 0.0);
+  for (size_t i = 0; i < expected.size(); i += 4)
+    for (int k = 0; k < 3; ++k) {
+      float sum = 0;
+      for (size_t p = 0; p < parts.size(); ++p) {
+        sum += images[p][i + k];
+        totals[p] += images[p][i + k];
+      }
+      ASSERT_NEAR(sum, expected[i + k], 1e-4f * std::max(1.0f, expected[i + k])) << what << ", pixel " << i / 4;
+    }
+  // A part that stays black would make the sum prove nothing.
+  for (size_t p = 0; p < parts.size(); ++p) EXPECT_GT(totals[p], 0.0) << what << ": part " << p << " stayed black";
+}
+
+::testing::AssertionResult KernelTest::build(const SceneSnapshot& snap, const RenderParams& params,
+                                             float textureBudgetScale,
+                                             const std::function<bool(const ShapeData&)>& include) {
+  std::string error;
+  if (scene_->update(snap, params, textureBudgetScale, include, &error)) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << error;
 }
 
 }  // namespace zvr::test

@@ -1,13 +1,18 @@
-// Scenes, framebuffers and a host for driving the kernel and the plug-ins directly in tests.
+// Scenes, framebuffers, a host and a ray tracing fixture for driving the kernel and the plug-ins
+// directly in tests.
 #pragma once
 
-#include <atomic>
+#include <gtest/gtest.h>
+
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "core/plugin_api.h"
+#include "kernel/scene.h"
 
 namespace zvr::test {
 
@@ -21,7 +26,6 @@ class TestTarget : public FrameBufferTarget {
   void averageIteration(const float* rgba) override;
   uint32_t iterations() const override { return iterations_; }
   std::string lightPathExpression() const override { return expression; }
-  void clear();
   // RGB divided by A (sums), or as stored (averages).
   std::vector<float> normalized() const;
   const std::vector<float>& raw() const { return data_; }
@@ -50,14 +54,38 @@ std::shared_ptr<MeshData> makeSphere(float radius, int segments = 48, int rings 
 std::shared_ptr<MeshData> makeQuad(float halfSize, float y = 0);
 
 Matrix4 translation(float x, float y, float z);
+// Turned upside down (facing -y) and lifted to height y.
+Matrix4 facingDown(float y);
 // Camera-to-world looking from `eye` towards `target` with +y up.
 Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz);
 
 std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b);
+std::shared_ptr<MaterialData> material(float metallic, float roughness, float transmission = 0);
+std::shared_ptr<MaterialData> emitter(float radiance);
+std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std::vector<float> pixels,
+                                 ColorSpace space = ColorSpace::Linear, uint64_t id = 1);
 ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
                 Matrix4 transform = Matrix4{});
 LightData environmentLight(float radiance);
 LightData pointLight(float x, float y, float z, float intensity);
+// An orthographic camera looking straight down from height y onto the origin.
+void orthoDown(SceneSnapshot& scene, float y, float orthoHeight);
+// Plastic and glass spheres on a floor (ids 7, 8, 9; material 11 and mesh 70 and group 700 on the
+// first; the floor named "floor") lit by the sky (light group 0), a point light named "key" (group
+// 12) and an emissive sphere (group 5). `diffuseOnly` makes the spheres diffuse.
+SceneSnapshot mixedScene(bool diffuseOnly = false);
+// A pixel box filter: positions and radiance average over the same area.
+RenderParams boxFilter();
+
+float meanChannel(const std::vector<float>& rgba, int channel);
+
+// Uniform numbers in [0, 1) from a fixed seed.
+struct Uniform {
+  explicit Uniform(uint32_t seed) : rng(seed) {}
+  float operator()() { return dist(rng); }
+  std::mt19937 rng;
+  std::uniform_real_distribution<float> dist{0.0f, 0x1.fffffep-1f};
+};
 
 // Renders `iterations` iterations into fresh targets for each AOV; returns the plug-in's status.
 // `expressions[i]`, where given, is the light path expression of the i-th target.
@@ -71,5 +99,32 @@ struct RenderOutput {
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
                         uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs, uint64_t firstSample = 0,
                         const std::vector<std::string>& expressions = {});
+
+// Renders with `plugin` (Velder when none) and returns each AOV's image; a refused render fails
+// the test and leaves the images black.
+std::vector<std::vector<float>> render(const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
+                                       uint32_t height, uint32_t iterations, const std::vector<uint32_t>& aovs,
+                                       RenderPlugin* plugin = nullptr);
+
+// The images of targets `parts` add up to that of `whole`, pixel by pixel, and none stays black.
+void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what);
+
+// A ray tracing device with one scene on it, for tests below the plug-ins.
+class KernelTest : public ::testing::Test {
+ protected:
+  KernelTest() : device_(rtcNewDevice(nullptr)) { reset(); }
+  ~KernelTest() override {
+    scene_.reset();
+    rtcReleaseDevice(device_);
+  }
+  void reset() { scene_ = std::make_unique<kernel::Scene>(device_, &errors_); }
+  ::testing::AssertionResult build(
+      const SceneSnapshot& snap, const RenderParams& params = {}, float textureBudgetScale = 1,
+      const std::function<bool(const ShapeData&)>& include = [](const ShapeData& s) { return s.visible; });
+
+  RTCDevice device_;
+  kernel::DeviceErrors errors_;
+  std::unique_ptr<kernel::Scene> scene_;
+};
 
 }  // namespace zvr::test

@@ -1,5 +1,5 @@
-// Light transport against answers known in closed form: the white furnace, a point light over
-// a diffuse plane, and the error falling as one over the square root of the sample count.
+// Light transport against answers known in closed form: the white furnace, the error falling as
+// one over the square root of the sample count, and renders that do not depend on threads or tiles.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,7 +13,6 @@ namespace {
 
 using kernel::kAovColor;
 using kernel::kAovOpacity;
-using kernel::kAovWorldCoordinate;
 
 struct FurnaceCase {
   std::string name;
@@ -27,10 +26,7 @@ class FurnaceTest : public ::testing::TestWithParam<FurnaceCase> {};
 // A closed sphere of albedo one under a uniform environment of one is invisible: every pixel is one.
 TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
   const FurnaceCase& c = GetParam();
-  auto material = std::make_shared<MaterialData>();
-  material->metallic = c.metallic;
-  material->roughness = c.roughness;
-  material->transmission = c.transmission;
+  auto material = test::material(c.metallic, c.roughness, c.transmission);
   material->thickness = c.transmission > 0 ? 1.0f : 0.0f;
   material->specular = c.specular;
   SceneSnapshot scene;
@@ -42,10 +38,8 @@ TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
   RenderParams params;
   params.maxDepth = params.maxDepthDiffuse = params.maxDepthGlossy = params.maxDepthRefraction =
       params.maxDepthRefractionGlossy = 64;
-  velder::VelderPlugin plugin;
-  RenderOutput out = renderWith(plugin, scene, params, 32, 32, c.iterations, {kAovColor, kAovOpacity});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto color = out.image(0), opacity = out.image(1);
+  auto images = render(scene, params, 32, 32, c.iterations, {kAovColor, kAovOpacity});
+  const auto &color = images[0], &opacity = images[1];
   double sum = 0;
   int count = 0;
   for (size_t i = 0; i < color.size(); i += 4) {
@@ -76,63 +70,15 @@ std::vector<FurnaceCase> furnaceSweep() {
 INSTANTIATE_TEST_SUITE_P(Roughness, FurnaceTest, ::testing::ValuesIn(furnaceSweep()),
                          [](const auto& info) { return info.param.name; });
 
-struct PointLightCase {
-  const char* name;
-  float height, intensity, albedo, offsetX;
-};
-
-class PointLightTest : public ::testing::TestWithParam<PointLightCase> {};
-
-// Irradiance I cos(theta) / r^2 on a Lambertian plane gives radiance I cos(theta) / r^2 * albedo / pi.
-TEST_P(PointLightTest, DiffusePlaneMatchesAnalyticRadiance) {
-  const PointLightCase& c = GetParam();
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(4.0f), diffuseMaterial(c.albedo, c.albedo, c.albedo)));
-  scene.lights.push_back(pointLight(c.offsetX, c.height, 0, c.intensity));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 3, 0.01f, 0, 0, 0);
-  scene.camera.fovY = 1.2f;
-  RenderParams params;
-  params.imageFilterType = 0;  // pixel box: positions and radiance average over the same area
-  velder::VelderPlugin plugin;
-  RenderOutput out = renderWith(plugin, scene, params, 48, 48, 8, {kAovColor, kAovWorldCoordinate});
-  ASSERT_EQ(out.status, 0) << out.error;
-  auto color = out.image(0), position = out.image(1);
-  int checked = 0;
-  for (size_t i = 0; i < color.size(); i += 4) {
-    float dx = position[i] - c.offsetX, dy = c.height - position[i + 1], dz = position[i + 2];
-    float r2 = dx * dx + dy * dy + dz * dz;
-    float expected = c.intensity * (dy / std::sqrt(r2)) / r2 * c.albedo / 3.14159265f;
-    for (int k = 0; k < 3; ++k) ASSERT_NEAR(color[i + k], expected, 0.01f * expected + 1e-5f) << c.name << " pixel " << i / 4;
-    ++checked;
-  }
-  EXPECT_EQ(checked, 48 * 48);
-}
-
-INSTANTIATE_TEST_SUITE_P(Geometry, PointLightTest,
-                         ::testing::Values(PointLightCase{"overhead", 1.0f, 1.0f, 0.8f, 0},
-                                           PointLightCase{"high_bright", 2.5f, 10.0f, 0.5f, 0},
-                                           PointLightCase{"off_axis", 0.7f, 2.0f, 1.0f, 1.5f}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
 SceneSnapshot boxScene() {
   SceneSnapshot scene;
-  auto white = diffuseMaterial(0.7f, 0.7f, 0.7f);
-  auto red = diffuseMaterial(0.7f, 0.1f, 0.1f);
-  auto glossy = std::make_shared<MaterialData>();
-  glossy->metallic = 1;
-  glossy->roughness = 0.3f;
-  scene.shapes.push_back(shape(1, makeQuad(2.0f), white));
-  scene.shapes.push_back(shape(2, makeSphere(0.5f, 24, 12), red, translation(-0.6f, 0.5f, 0)));
-  scene.shapes.push_back(shape(3, makeSphere(0.4f, 24, 12), glossy, translation(0.6f, 0.4f, 0.2f)));
-  auto lamp = std::make_shared<MaterialData>(*diffuseMaterial(0, 0, 0));
-  lamp->emissive[0] = lamp->emissive[1] = lamp->emissive[2] = 1;
+  scene.shapes.push_back(shape(1, makeQuad(2.0f), diffuseMaterial(0.7f, 0.7f, 0.7f)));
+  scene.shapes.push_back(
+      shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)));
+  scene.shapes.push_back(shape(3, makeSphere(0.4f, 24, 12), material(1, 0.3f), translation(0.6f, 0.4f, 0.2f)));
+  auto lamp = emitter(1);
   lamp->emissiveStrength = 8;
-  Matrix4 flip;  // the lamp faces down
-  flip.m[5] = -1;
-  flip.m[10] = -1;
-  flip.m[13] = 2.5f;
-  scene.shapes.push_back(shape(4, makeQuad(0.4f), lamp, flip));
+  scene.shapes.push_back(shape(4, makeQuad(0.4f), lamp, facingDown(2.5f)));
   scene.lights.push_back(environmentLight(0.2f));
   scene.hasCamera = true;
   scene.camera.transform = lookAt(0, 1.5f, 4, 0, 0.5f, 0);
@@ -156,9 +102,9 @@ TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
   auto reference = renderWith(plugin, scene, params, 16, 16, 2048, {kAovColor}, 1u << 20);
   ASSERT_EQ(reference.status, 0) << reference.error;
   auto ref = reference.image();
-  double e16 = rmse(renderWith(plugin, scene, params, 16, 16, 16, {kAovColor}).image(), ref);
-  double e64 = rmse(renderWith(plugin, scene, params, 16, 16, 64, {kAovColor}).image(), ref);
-  double e256 = rmse(renderWith(plugin, scene, params, 16, 16, 256, {kAovColor}).image(), ref);
+  double e16 = rmse(render(scene, params, 16, 16, 16, {kAovColor})[0], ref);
+  double e64 = rmse(render(scene, params, 16, 16, 64, {kAovColor})[0], ref);
+  double e256 = rmse(render(scene, params, 16, 16, 256, {kAovColor})[0], ref);
   // Each fourfold increase should halve the error; low-discrepancy samples may do better.
   EXPECT_GT(e16 / e64, 1.6) << e16 << " " << e64;
   EXPECT_GT(e64 / e256, 1.6) << e64 << " " << e256;
