@@ -67,7 +67,7 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
       {"silent", 10, 4, false, 3, "", 80.0f, 20.0f},
   };
   for (const auto& c : cases) {
-    std::remove(tracePath_.c_str());
+    forgetTrace();
     settings_.iterations = c.iterations;
     settings_.batchSize = c.batchSize;
     settings_.printProgress = c.printProgress;

@@ -1,13 +1,22 @@
-// The program's own colour pipeline, against values computed by hand from the curves.
+// The program's own colour pipeline against values computed by hand from the curves, the OpenColorIO
+// road with a real configuration written here, and the PNG stream written whatever the file's extension.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <fstream>
 #include <limits>
 #include <stdexcept>
 #include <string>
 
-#include "render/pixel_pipeline.h"
+#define STB_IMAGE_IMPLEMENTATION
+#include <stb/stb_image.h>
+
 #include "program/render_settings.h"
+#include "render/ocio_display.h"
+#include "render/pixel_pipeline.h"
+#include "render/png_writer.h"
+#include "tests/support/program_run.h"
 
 using namespace zvrs;
 
@@ -71,16 +80,6 @@ TEST(PlainPipeline, ChannelBytes) {
   }
 }
 
-TEST(PlainPipeline, ChannelsAreIndependent) {
-  RenderSettings settings;
-  settings.postGammaCorrection = "LinearTosRGB";
-  float rgb[3] = {0.5f, 0.002f, -1.0f};
-  applyPlainPipeline(makePlainPipeline(settings, 0.0f), rgb);
-  EXPECT_EQ(quantiseChannel(rgb[0]), 187);
-  EXPECT_EQ(quantiseChannel(rgb[1]), 6);
-  EXPECT_EQ(quantiseChannel(rgb[2]), 0);
-}
-
 TEST(GammaText, NumberPattern) {
   const struct {
     const char* text;
@@ -90,9 +89,6 @@ TEST(GammaText, NumberPattern) {
       {"1e3", 0.0f}, {" 2.2", 0.0f}, {"2.2 ", 0.0f}, {"", 0.0f}, {"LinearTosRGB", 0.0f}, {"abc", 0.0f},
   };
   for (const auto& c : cases) EXPECT_EQ(parseGammaText(c.text), c.expected) << '"' << c.text << '"';
-}
-
-TEST(GammaText, NumberOutOfDoubleRangeThrows) {
   EXPECT_THROW(parseGammaText("1" + std::string(400, '0')), std::out_of_range);
 }
 
@@ -121,6 +117,71 @@ TEST(PostProcessingChoice, AnyNonNeutralSettingSelectsIt) {
     settings.postOcioEnable = c.ocio;
     EXPECT_EQ(wantsPostProcessing(settings), c.expected) << c.label;
   }
+}
+
+// A scene-linear space and a display space that takes the square root, under one view.
+const char* kOcioConfig = R"(ocio_profile_version: 2
+roles: {default: linear, scene_linear: linear}
+displays:
+  sRGB:
+    - !<View> {name: Root, colorspace: rootspace}
+colorspaces:
+  - !<ColorSpace> {name: linear}
+  - !<ColorSpace>
+    name: rootspace
+    from_scene_reference: !<ExponentTransform> {value: [0.5, 0.5, 0.5, 1]}
+)";
+
+TEST(OcioRoad, ProcessorAppliesExposureViewAndGammaOrIsNotMade) {
+  const RunFolder folder("ocio");
+  std::ofstream(folder / "config.ocio") << kOcioConfig;
+  const struct {
+    const char* label;
+    std::string path;
+    const char* view;
+    float exposure, gamma, input, expected;  // expected < 0: no processor
+  } cases[] = {
+      {"view alone", folder / "config.ocio", "Root", 1.0f, 0.0f, 0.25f, 0.5f},
+      {"exposure before the view", folder / "config.ocio", "Root", 2.0f, 0.0f, 0.125f, 0.5f},
+      {"display gamma after the view", folder / "config.ocio", "Root", 2.0f, 2.0f, 0.125f, std::sqrt(0.5f)},
+      {"negative clamped by the exponent", folder / "config.ocio", "Root", 1.0f, 0.0f, -0.25f, 0.0f},
+      {"missing file", "/nonexistent/config.ocio", "Root", 1.0f, 0.0f, 0.0f, -1.0f},
+      {"empty path", "", "Root", 1.0f, 0.0f, 0.0f, -1.0f},
+      {"unknown view", folder / "config.ocio", "NoSuchView", 1.0f, 0.0f, 0.0f, -1.0f},
+  };
+  for (const auto& c : cases) {
+    RenderSettings settings;
+    settings.postOcioEnable = 1;
+    settings.postOcioSrc = "linear";
+    settings.postOcioDisplay = "sRGB";
+    settings.postOcioView = c.view;
+    settings.postExposure = c.exposure;
+    OCIO_NAMESPACE::ConstCPUProcessorRcPtr processor = buildOcioProcessor(c.path, settings, c.gamma);
+    ASSERT_EQ(bool(processor), c.expected >= 0) << c.label;
+    if (!processor) continue;
+    float rgb[3] = {c.input, c.input, c.input};
+    processor->applyRGB(rgb);
+    for (float value : rgb) EXPECT_NEAR(value, c.expected, 1e-4f) << c.label;
+  }
+}
+
+TEST(PngWriter, RgbEightBitWhateverTheExtension) {
+  const RunFolder folder("png");
+  const uint8_t rgb[2 * 2 * 3] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 10, 20, 30};
+  EXPECT_FALSE(writePngRgb8((folder / "missing/x.png").c_str(), 1, 1, rgb));
+  ASSERT_TRUE(writePngRgb8((folder / "x.jpg").c_str(), 2, 2, rgb));
+  // The signature, then colour type 2 (RGB) and depth 8 in the header chunk.
+  const std::string bytes = readWholeFile(folder / "x.jpg");
+  ASSERT_GT(bytes.size(), 26u);
+  EXPECT_EQ(bytes.substr(0, 8), "\x89PNG\r\n\x1a\n");
+  EXPECT_EQ(bytes[24], 8);
+  EXPECT_EQ(bytes[25], 2);
+  int width = 0, height = 0, components = 0;
+  unsigned char* pixels = stbi_load((folder / "x.jpg").c_str(), &width, &height, &components, 0);
+  ASSERT_NE(pixels, nullptr);
+  EXPECT_EQ(std::vector<int>({width, height, components}), std::vector<int>({2, 2, 3}));
+  EXPECT_EQ(std::memcmp(pixels, rgb, sizeof(rgb)), 0);
+  stbi_image_free(pixels);
 }
 
 }  // namespace

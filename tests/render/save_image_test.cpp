@@ -86,7 +86,7 @@ TEST_F(SaveImage, RoadChoiceAndFileFormat) {
       {"gamma text alone selects the own road", "c.exr", true, 1.0f, "abc", "png", true},
   };
   for (const auto& c : cases) {
-    std::remove(tracePath_.c_str());
+    forgetTrace();
     RenderSettings settings;
     settings.postExposure = c.exposure;
     settings.postGammaCorrection = c.gamma;
