@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -59,17 +60,17 @@ class SlurmCluster : public ::testing::Test {
     if (::geteuid() != 0) GTEST_SKIP() << "the one-node Slurm cluster of this test runs as root";
     clusterFolder_ = ::testing::TempDir() + "zvrs_slurm_" + std::to_string(::getpid());
     started_ = true;  // stop whatever the start got to, even when it failed half-way
-    const CommandRun start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
+    const ProcessResult start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
                                                  std::to_string(freePort())});
     ASSERT_EQ(start.exitCode, 0) << start.err;
     environment_ = {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}};
   }
   void TearDown() override {
     if (!started_) return;
-    std::system(("bash " + shellQuoted(kClusterScript) + " stop " + shellQuoted(clusterFolder_)).c_str());
-    std::system(("rm -rf " + shellQuoted(clusterFolder_)).c_str());
+    runIn("/", "bash", {kClusterScript, "stop", clusterFolder_});
+    std::filesystem::remove_all(clusterFolder_);
   }
-  CommandRun slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
+  ProcessResult slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
     return runIn(folder, program, arguments, environment_);
   }
 
@@ -82,7 +83,7 @@ class SlurmCluster : public ::testing::Test {
 // percentage: in the middle of rendering. Returns the array's and the merge job's ids.
 std::pair<std::string, std::string> submitAndKillTask0(SlurmCluster& cluster, const RunFolder& folder,
                                                        const std::string& config, const std::string& retries) {
-  const CommandRun submit = cluster.slurm(folder, farmProgram(),
+  const ProcessResult submit = cluster.slurm(folder, farmProgram(),
                                           {"submit", kAnimated, config, "--shards", "2", "--frames", "1:2", "--fps",
                                            "24", "--job", "job", "--retries", retries});
   EXPECT_EQ(submit.exitCode, 0) << submit.out << submit.err;
@@ -125,15 +126,15 @@ TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactl
                       << readWholeFile(clusterFolder_ + "/slurmctld.log");
   EXPECT_NE(readWholeFile(log).find("zvrsFarm: task 0 ended with status 137 on attempt 1; requeued"), std::string::npos)
       << readWholeFile(log);
-  const CommandRun status = slurm(folder, farmProgram(), {"status", "--job", "job"});
+  const ProcessResult status = slurm(folder, farmProgram(), {"status", "--job", "job"});
   EXPECT_NE(status.out.find("pending 0, running 0, done 4, failed 0\nmerged into"), std::string::npos) << status.out;
 
   for (int frame : {1, 2}) {
     const std::string longRun = folder / ("long" + std::to_string(frame));
-    makeFolder(longRun);
+    std::filesystem::create_directory(longRun);
     char time[128];
     std::snprintf(time, sizeof time, R"({"animation.time":%.17g})", frame / 24.0);
-    const CommandRun single = runIn(longRun, renderProgram(), {kAnimated, config, time});
+    const ProcessResult single = runIn(longRun, renderProgramPath(), {kAnimated, config, time});
     ASSERT_EQ(single.exitCode, 0) << single.err;
     expectSameFiles("frame " + std::to_string(frame), longRun, folder / ("job/output/frame_000" + std::to_string(frame)),
                     {"out.png", "out.exr", "n.exr", "stats.json"});
