@@ -1,5 +1,5 @@
 // The batch loop called directly on a real context: cases the program's settings reader never
-// lets through (no iterations), the family-specific sources and the multilayer layer names.
+// lets through (no iterations), the progress record, and the preview family's source.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -63,7 +63,6 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
   } cases[] = {
       {"no iterations renders nothing and still saves", 0, 4, true, 0, "100%\n", 0.0f, 0.0f},
       {"batch size 0 is one a call", 3, 0, true, 3, "  0%\n 33%\n 67%\n100%\n", 200.0f / 3.0f, 100.0f / 3.0f},
-      {"ten in fours", 10, 4, true, 3, "  0%\n 40%\n 80%\n100%\n", 80.0f, 20.0f},
       {"silent", 10, 4, false, 3, "", 80.0f, 20.0f},
   };
   for (const auto& c : cases) {
@@ -98,37 +97,6 @@ TEST_F(BatchRender, PreviewFamilySavesTheRawFramebuffer) {
   EXPECT_TRUE(contains(saves[0], raw)) << saves[0] << " vs " << raw;
   EXPECT_EQ(traceOf("zvrContextResolveFrameBuffer").size(), 1u);  // resolved all the same, then unused
   zvrObjectDelete(elements[0].framebuffer);
-}
-
-TEST_F(BatchRender, MultilayerNamesLayersAndChoosesTheWriterByExtension) {
-  settings_.iterations = 1;
-  std::vector<OutputElement> elements = {element("depth", {"ignored.exr"}, 7),
-                                         element("color", {tempFile("all.EXR"), tempFile("color.PNG")}, 0)};
-  // Crypto elements are renamed to their standard layer names; their framebuffers need no binding.
-  for (const char* crypto : {"cryptomatte.mat2", "cryptomatte.obj5"}) {
-    OutputElement e;
-    e.name = crypto;
-    e.layerName = "given.exr";
-    e.framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
-    elements.push_back(e);
-  }
-  run({1}, R"({"multilayerexr": 1})", elements);
-
-  const std::vector<std::string> names = traceOf("zvrObjectSetName");
-  ASSERT_EQ(names.size(), 4u);
-  EXPECT_TRUE(contains(names[0], "name=\"depth.layer\"")) << names[0];
-  EXPECT_TRUE(contains(names[1], "name=\"color\"")) << names[1];
-  EXPECT_TRUE(contains(names[2], "name=\"CryptoMaterial02\"")) << names[2];
-  EXPECT_TRUE(contains(names[3], "name=\"CryptoObject05\"")) << names[3];
-  for (const OutputElement& e : elements) EXPECT_EQ(e.framebuffer, nullptr) << e.name;
-
-  const std::vector<std::string> layered = traceOf("zvrFrameBufferSaveToFileEx");
-  ASSERT_EQ(layered.size(), 1u);
-  EXPECT_TRUE(contains(layered[0], "count=4")) << layered[0];
-  EXPECT_TRUE(contains(layered[0], "all.EXR")) << layered[0];
-  const std::vector<std::string> single = traceOf("zvrFrameBufferSaveToFile");
-  ASSERT_EQ(single.size(), 1u);
-  EXPECT_TRUE(contains(single[0], "color.PNG")) << single[0];
 }
 
 }  // namespace
