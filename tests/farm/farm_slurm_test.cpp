@@ -52,32 +52,38 @@ bool waitFor(Condition condition, double seconds) {
   return condition();
 }
 
+// One cluster for the test program: both jobs run on it one after the other.
 class SlurmCluster : public ::testing::Test {
  public:
-  void SetUp() override {
+  static void SetUpTestSuite() {
     if (!slurmInstalled())
-      GTEST_SKIP() << "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
-    if (::geteuid() != 0) GTEST_SKIP() << "the one-node Slurm cluster of this test runs as root";
+      skipReason_ = "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
+    else if (::geteuid() != 0)
+      skipReason_ = "the one-node Slurm cluster of this test runs as root";
+    if (!skipReason_.empty()) return;
     clusterFolder_ = ::testing::TempDir() + "zvrs_slurm_" + std::to_string(::getpid());
-    started_ = true;  // stop whatever the start got to, even when it failed half-way
-    const ProcessResult start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
-                                                 std::to_string(freePort())});
-    ASSERT_EQ(start.exitCode, 0) << start.err;
-    environment_ = {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}};
+    // Stopped in any case: whatever the start got to, even when it failed half-way.
+    startFailure_ = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
+                                        std::to_string(freePort())});
   }
-  void TearDown() override {
-    if (!started_) return;
+  static void TearDownTestSuite() {
+    if (clusterFolder_.empty()) return;
     runIn("/", "bash", {kClusterScript, "stop", clusterFolder_});
     std::filesystem::remove_all(clusterFolder_);
   }
+  void SetUp() override {
+    if (!skipReason_.empty()) GTEST_SKIP() << skipReason_;
+    ASSERT_EQ(startFailure_.exitCode, 0) << startFailure_.err;
+  }
   ProcessResult slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
-    return runIn(folder, program, arguments, environment_);
+    return runIn(folder, program, arguments, {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}});
   }
 
-  std::string clusterFolder_;
-  std::vector<std::pair<std::string, std::string>> environment_;
-  bool started_ = false;
+  static std::string skipReason_, clusterFolder_;
+  static ProcessResult startFailure_;
 };
+std::string SlurmCluster::skipReason_, SlurmCluster::clusterFolder_;
+ProcessResult SlurmCluster::startFailure_;
 
 // Submits 2 frames x 2 shards with `retries` and kills task 0 once it has printed its first
 // percentage: in the middle of rendering. Returns the array's and the merge job's ids.
