@@ -22,51 +22,34 @@ constexpr int kSize = 48;
 constexpr float kHalfView = 5;  // orthographic half height of the view, world units
 
 // A 10 x 10 ground at y = 0 (shadow catcher) and a 2 x 2 x 2 block standing on it, both with
-// named materials, and an orthographic camera 10 units above looking down.
-std::string sceneText(const std::string& binPath) {
-  const std::vector<float> ground = {-5, 0, -5, 5, 0, -5, 5, 0, 5, -5, 0, 5};
-  const std::vector<uint32_t> groundIndices = {0, 2, 1, 0, 3, 2};
-  std::vector<float> block;
-  for (int i = 0; i < 8; ++i) block.insert(block.end(), {i & 1 ? 1.f : -1.f, i & 2 ? 2.f : 0.f, i & 4 ? 1.f : -1.f});
-  const std::vector<uint32_t> blockIndices = {0, 1, 3, 0, 3, 2, 4, 6, 7, 4, 7, 5, 0, 4, 5, 0, 5, 1,
-                                              2, 3, 7, 2, 7, 6, 0, 2, 6, 0, 6, 4, 1, 5, 7, 1, 7, 3};
-  std::string bytes;
-  auto append = [&](const void* data, size_t size) { bytes.append(static_cast<const char*>(data), size); };
-  append(ground.data(), ground.size() * 4);
-  append(groundIndices.data(), groundIndices.size() * 4);
-  append(block.data(), block.size() * 4);
-  append(blockIndices.data(), blockIndices.size() * 4);
-  using nlohmann::json;
-  json views = json::array(), accessors = json::array();
-  size_t offset = 0;
-  auto view = [&](size_t size, int target, int type, size_t count, const char* kind, json bounds) {
-    views.push_back({{"buffer", 0}, {"byteOffset", offset}, {"byteLength", size}, {"target", target}});
-    json accessor = {{"bufferView", views.size() - 1}, {"componentType", type}, {"count", count}, {"type", kind}};
-    if (!bounds.is_null()) accessor.update(bounds);
-    accessors.push_back(accessor);
-    offset += size;
-  };
-  view(48, 34962, 5126, 4, "VEC3", {{"min", {-5, 0, -5}}, {"max", {5, 0, 5}}});
-  view(24, 34963, 5125, 6, "SCALAR", nullptr);
-  view(96, 34962, 5126, 8, "VEC3", {{"min", {-1, 0, -1}}, {"max", {1, 2, 1}}});
-  view(144, 34963, 5125, 36, "SCALAR", nullptr);
-  auto material = [](const char* name, float grey) {
-    return json{{"name", name}, {"pbrMetallicRoughness", {{"baseColorFactor", {grey, grey, grey, 1}}, {"metallicFactor", 0}}}};
-  };
-  json document = json::parse(R"({
-    "asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 1, 2]}],
-    "nodes": [{"name": "ground", "mesh": 0, "extras": {"shadowCatcher": true}},
-              {"name": "block", "mesh": 1},
+// named materials, and an orthographic camera 10 units above looking down. The buffer goes to
+// scene.bin: ground corners, their indices, block corners, their indices.
+std::string writeScene(const std::string& folder) {
+  std::vector<float> corners = {-5, 0, -5, 5, 0, -5, 5, 0, 5, -5, 0, 5};
+  const std::vector<uint32_t> ground = {0, 2, 1, 0, 3, 2}, block = {0, 1, 3, 0, 3, 2, 4, 6, 7, 4, 7, 5, 0, 4, 5, 0, 5, 1,
+                                                                    2, 3, 7, 2, 7, 6, 0, 2, 6, 0, 6, 4, 1, 5, 7, 1, 7, 3};
+  std::ofstream bin(folder + "/scene.bin", std::ios::binary);
+  bin.write(reinterpret_cast<const char*>(corners.data()), 48).write(reinterpret_cast<const char*>(ground.data()), 24);
+  corners.clear();
+  for (int i = 0; i < 8; ++i) corners.insert(corners.end(), {i & 1 ? 1.f : -1.f, i & 2 ? 2.f : 0.f, i & 4 ? 1.f : -1.f});
+  bin.write(reinterpret_cast<const char*>(corners.data()), 96).write(reinterpret_cast<const char*>(block.data()), 144);
+  return R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 1, 2]}],
+    "nodes": [{"name": "ground", "mesh": 0, "extras": {"shadowCatcher": true}}, {"name": "block", "mesh": 1},
               {"name": "eye", "camera": 0, "translation": [0, 10, 0], "rotation": [-0.70710678, 0, 0, 0.70710678]}],
     "cameras": [{"type": "orthographic", "orthographic": {"xmag": 5, "ymag": 5, "znear": 0.1, "zfar": 100}}],
     "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "material": 0}]},
-               {"primitives": [{"attributes": {"POSITION": 2}, "indices": 3, "material": 1}]}]})");
-  document["materials"] = {material("clay", 0.8f), material("stone", 0.5f)};
-  std::ofstream(binPath, std::ios::binary) << bytes;
-  document["buffers"] = json::array({{{"byteLength", bytes.size()}, {"uri", "scene.bin"}}});
-  document["bufferViews"] = views;
-  document["accessors"] = accessors;
-  return document.dump();
+               {"primitives": [{"attributes": {"POSITION": 2}, "indices": 3, "material": 1}]}],
+    "materials": [{"name": "clay", "pbrMetallicRoughness": {"baseColorFactor": [0.8, 0.8, 0.8, 1], "metallicFactor": 0}},
+                  {"name": "stone", "pbrMetallicRoughness": {"baseColorFactor": [0.5, 0.5, 0.5, 1], "metallicFactor": 0}}],
+    "buffers": [{"byteLength": 312, "uri": "scene.bin"}],
+    "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 48, "target": 34962},
+                    {"buffer": 0, "byteOffset": 48, "byteLength": 24, "target": 34963},
+                    {"buffer": 0, "byteOffset": 72, "byteLength": 96, "target": 34962},
+                    {"buffer": 0, "byteOffset": 168, "byteLength": 144, "target": 34963}],
+    "accessors": [{"bufferView": 0, "componentType": 5126, "count": 4, "type": "VEC3", "min": [-5, 0, -5], "max": [5, 0, 5]},
+                  {"bufferView": 1, "componentType": 5125, "count": 6, "type": "SCALAR"},
+                  {"bufferView": 2, "componentType": 5126, "count": 8, "type": "VEC3", "min": [-1, 0, -1], "max": [1, 2, 1]},
+                  {"bufferView": 3, "componentType": 5125, "count": 36, "type": "SCALAR"}]})";
 }
 
 // Every channel of a flat file by name ("CryptoObject00.R"), top row first, and its string attributes.
@@ -104,7 +87,7 @@ class CompositingRun : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     folder_ = new RunFolder("compositing");
-    std::ofstream(*folder_ / "scene.gltf") << sceneText(*folder_ / "scene.bin");
+    std::ofstream(*folder_ / "scene.gltf") << writeScene(*folder_);
     const nlohmann::json config = {
         {"plugin", "Velder64.dll"}, {"gui", 0}, {"width", kSize}, {"height", kSize}, {"iterations", 96},
         {"batchsize", 8}, {"output", "beauty.exr"}, {"multilayerexr", 1}, {"framebuffer.save.float32", 1},
