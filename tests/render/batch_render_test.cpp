@@ -29,14 +29,11 @@ class BatchRender : public EngineTest {
     settings_.height = settings_.framebufferDesc.height = 2;
   }
 
-  OutputElement element(const std::string& name, std::vector<std::string> files, uint32_t aov) {
-    OutputElement e;
-    e.name = name;
-    e.fileNames = std::move(files);
-    e.layerName = name == "color" ? "color" : name + ".layer";
-    e.framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
-    EXPECT_EQ(zvrContextSetAOV(context_, aov, e.framebuffer), 0);
-    return e;
+  // The colour element alone, bound to the colour AOV (0).
+  std::vector<OutputElement> colorElement(const std::string& file) {
+    ZvrFrameBuffer framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
+    EXPECT_EQ(zvrContextSetAOV(context_, 0, framebuffer), 0);
+    return {{"color", {file}, framebuffer, "color"}};
   }
 
   std::string run(const std::vector<int32_t>& kinds, const char* document, std::vector<OutputElement>& elements) {
@@ -72,8 +69,8 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
     settings_.printProgress = c.printProgress;
     progress_ = ProgressRecord();
     const std::string file = tempFile("out.png");
-    std::vector<OutputElement> elements = {element("color", {file}, 0)};
-    EXPECT_EQ(run({1}, "{}", elements), c.out) << c.label;
+    std::vector<OutputElement> elements = colorElement(file);
+    EXPECT_EQ(run({ZVR_PLUGIN_FAMILY_VELDER}, "{}", elements), c.out) << c.label;
     EXPECT_EQ(traceOf("zvrContextRender").size(), c.renders) << c.label;
     EXPECT_EQ(traceOf("zvrFrameBufferSaveToFile").size(), 1u) << c.label;
     EXPECT_FLOAT_EQ(progress_.offset, c.offset) << c.label;
@@ -88,8 +85,8 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
 
 TEST_F(BatchRender, PreviewFamilySavesTheRawFramebuffer) {
   settings_.iterations = 1;
-  std::vector<OutputElement> elements = {element("color", {tempFile("raw.exr")}, 0)};
-  run({3}, "{}", elements);
+  std::vector<OutputElement> elements = colorElement(tempFile("raw.exr"));
+  run({ZVR_PLUGIN_FAMILY_DORRIK}, "{}", elements);
   const std::vector<std::string> saves = traceOf("zvrFrameBufferSaveToFile");
   ASSERT_EQ(saves.size(), 1u);
   char raw[32];
