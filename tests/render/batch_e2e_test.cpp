@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/ZvrCore.h"
 #include "tests/support/program_run.h"
 
 namespace {
@@ -28,7 +29,7 @@ std::vector<std::string> batchSizes(const ProgramRun& run) {
   std::vector<std::string> sizes;
   std::string pending;
   for (const std::string& line : run.trace) {
-    if (line.find("zvrContextSetParameterByKey1u(") == 0 && line.find("key=267,") != std::string::npos) {
+    if (line.find("zvrContextSetParameterByKey1u(") == 0 && line.find("key=" + std::to_string(ZVR_CONTEXT_ITERATIONS) + ",") != std::string::npos) {
       pending = line.substr(line.find("value=") + 6);
       pending = pending.substr(0, pending.find(')'));
     } else if (line.find("zvrContextRender(") == 0) {

@@ -94,13 +94,9 @@ TEST(PostProcessingChoice, AnyNonNeutralSettingSelectsIt) {
     int32_t ocio;
     bool expected;
   } cases[] = {
-      {"all neutral", 1.0f, "", "", 0, false},
-      {"exposure", 2.0f, "", "", 0, true},
-      {"NaN exposure", kNaN, "", "", 0, true},
-      {"tonemap", 1.0f, "Reinhard", "", 0, true},
-      {"gamma text", 1.0f, "", "abc", 0, true},
-      {"ocio on", 1.0f, "", "", 1, true},
-      {"ocio 2 is off", 1.0f, "", "", 2, false},
+      {"all neutral", 1.0f, "", "", 0, false}, {"exposure", 2.0f, "", "", 0, true}, {"NaN exposure", kNaN, "", "", 0, true},
+      {"tonemap", 1.0f, "Reinhard", "", 0, true}, {"gamma text", 1.0f, "", "abc", 0, true},
+      {"ocio on", 1.0f, "", "", 1, true}, {"ocio 2 is off", 1.0f, "", "", 2, false},
   };
   for (const auto& c : cases) {
     RenderSettings settings;
