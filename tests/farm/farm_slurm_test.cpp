@@ -52,38 +52,29 @@ bool waitFor(Condition condition, double seconds) {
   return condition();
 }
 
-// One cluster for the test program: both jobs run on it one after the other.
 class SlurmCluster : public ::testing::Test {
  public:
-  static void SetUpTestSuite() {
+  void SetUp() override {
     if (!slurmInstalled())
-      skipReason_ = "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
-    else if (::geteuid() != 0)
-      skipReason_ = "the one-node Slurm cluster of this test runs as root";
-    if (!skipReason_.empty()) return;
+      GTEST_SKIP() << "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
+    if (::geteuid() != 0) GTEST_SKIP() << "the one-node Slurm cluster of this test runs as root";
     clusterFolder_ = ::testing::TempDir() + "zvrs_slurm_" + std::to_string(::getpid());
     // Stopped in any case: whatever the start got to, even when it failed half-way.
-    startFailure_ = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
-                                        std::to_string(freePort())});
+    const ProcessResult start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
+                                                    std::to_string(freePort())});
+    ASSERT_EQ(start.exitCode, 0) << start.err;
   }
-  static void TearDownTestSuite() {
+  void TearDown() override {
     if (clusterFolder_.empty()) return;
     runIn("/", "bash", {kClusterScript, "stop", clusterFolder_});
     std::filesystem::remove_all(clusterFolder_);
-  }
-  void SetUp() override {
-    if (!skipReason_.empty()) GTEST_SKIP() << skipReason_;
-    ASSERT_EQ(startFailure_.exitCode, 0) << startFailure_.err;
   }
   ProcessResult slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
     return runIn(folder, program, arguments, {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}});
   }
 
-  static std::string skipReason_, clusterFolder_;
-  static ProcessResult startFailure_;
+  std::string clusterFolder_;
 };
-std::string SlurmCluster::skipReason_, SlurmCluster::clusterFolder_;
-ProcessResult SlurmCluster::startFailure_;
 
 // Submits 2 frames x 2 shards with `retries` and kills task 0 once it has printed its first
 // percentage: in the middle of rendering. Returns the array's and the merge job's ids.
@@ -106,7 +97,10 @@ std::pair<std::string, std::string> submitAndKillTask0(SlurmCluster& cluster, co
   return {arrayId, mergeId};
 }
 
-TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactly) {
+// One cluster, two jobs in turn: with a retry the killed task is requeued and the merged files equal
+// one long run per frame; without, it fails for good and the merge job still runs, names what is
+// missing and writes nothing, instead of waiting for ever behind the failed task.
+TEST_F(SlurmCluster, KilledTaskIsRequeuedOrNamedByTheMergeJob) {
   const RunFolder folder("slurm");
   const std::string config =
       writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1,"output":["out.png","out.exr"],"aovs":{"normal":"n.exr"})");
@@ -145,24 +139,20 @@ TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactl
     expectSameFiles("frame " + std::to_string(frame), longRun, folder / ("job/output/frame_000" + std::to_string(frame)),
                     {"out.png", "out.exr", "n.exr", "stats.json"});
   }
-}
 
-// Without retries a killed task fails for good; the merge job still runs, names what is missing
-// and writes nothing, instead of waiting for ever behind the failed task.
-TEST_F(SlurmCluster, MergeJobOfATaskThatFailedForGoodNamesTheMissingShard) {
-  const RunFolder folder("slurm_failed");
-  const std::string config = writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1)");
-  const auto [arrayId, mergeId] = submitAndKillTask0(*this, folder, config, "0");
+  const RunFolder failing("slurm_failed");
+  const std::string failingConfig = writeConfig(failing, R"("width":80,"height":60,"batchsize":2,"print.progress":1)");
+  const auto [failingArray, mergeId] = submitAndKillTask0(*this, failing, failingConfig, "0");
   ASSERT_FALSE(HasFailure());
-  const std::string mergeLog = folder / ("job/logs/merge_" + mergeId + ".out");
+  const std::string mergeLog = failing / ("job/logs/merge_" + mergeId + ".out");
   ASSERT_TRUE(waitFor([&] { return readWholeFile(mergeLog).find("Missing:\n  frame 1: shards 0\n") != std::string::npos; },
                       60))
-      << readWholeFile(mergeLog) << slurm(folder, "squeue", {"--format=%i %T %r"}).out;
-  EXPECT_NE(readWholeFile(folder / ("job/logs/task_" + arrayId + "_0.out"))
+      << readWholeFile(mergeLog) << slurm(failing, "squeue", {"--format=%i %T %r"}).out;
+  EXPECT_NE(readWholeFile(failing / ("job/logs/task_" + failingArray + "_0.out"))
                 .find("zvrsFarm: task 0 failed with status 137 after 1 attempts"),
             std::string::npos);
-  EXPECT_FALSE(fileExists(folder / "job/merged"));
-  EXPECT_FALSE(fileExists(folder / "job/output"));
+  EXPECT_FALSE(fileExists(failing / "job/merged"));
+  EXPECT_FALSE(fileExists(failing / "job/output"));
 }
 
 }  // namespace
