@@ -26,7 +26,7 @@ const std::string kAnimated = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAni
 const std::string kClusterScript = std::string(ZVR_SOURCE_DIR) + "/scripts/slurm-test-cluster.sh";
 
 bool slurmInstalled() {
-  return std::system("command -v slurmctld slurmd munged sbatch scontrol squeue > /dev/null 2>&1") == 0;
+  return runIn("/", "bash", {"-c", "command -v slurmctld slurmd munged sbatch scontrol squeue"}).exitCode == 0;
 }
 
 // A port nobody listens on now, chosen by the system.
