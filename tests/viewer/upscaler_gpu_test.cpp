@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -159,21 +160,17 @@ float largestDifference(const Picture& gpu, const Picture& cpu, int border, std:
   return largest;
 }
 
-Picture makePicture(int width, int height, const std::function<void(int, int, float*)>& fill) {
+using Rgb = std::array<float, 3>;
+
+Picture makePicture(int width, int height, const std::function<Rgb(int, int)>& colour) {
   Picture picture(width, height);
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) {
-      float* p = picture.at(x, y);
-      fill(x, y, p);
-      p[3] = 0.5f;  // the passes write alpha 1 whatever comes in
+      const Rgb rgb = colour(x, y);
+      std::copy(rgb.begin(), rgb.end(), picture.at(x, y));
+      picture.at(x, y)[3] = 0.5f;  // the passes write alpha 1 whatever comes in
     }
   return picture;
-}
-
-void setRgb(float* p, float r, float g, float b) {
-  p[0] = r;
-  p[1] = g;
-  p[2] = b;
 }
 
 Picture loadRenderedPicture() {
@@ -183,9 +180,9 @@ Picture loadRenderedPicture() {
   const OIIO::ImageSpec spec = file->spec();
   std::vector<float> data(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
   if (!file->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, data.data())) return Picture(0, 0);
-  return makePicture(spec.width, spec.height, [&](int x, int y, float* p) {
+  return makePicture(spec.width, spec.height, [&](int x, int y) {
     const float* s = &data[(static_cast<size_t>(y) * spec.width + x) * spec.nchannels];
-    setRgb(p, s[0], s[std::min(1, spec.nchannels - 1)], s[std::min(2, spec.nchannels - 1)]);
+    return Rgb{s[0], s[std::min(1, spec.nchannels - 1)], s[std::min(2, spec.nchannels - 1)]};
   });
 }
 
@@ -198,21 +195,22 @@ TEST_F(UpscalerGpu, PassesMatchTheCpuPasses) {
     bool naltEnable = true;
   };
   const Case cases[] = {
-      {"flat, scaled only", makePicture(40, 30, [](int, int, float* p) { setRgb(p, 0.37f, 0.37f, 0.37f); }), 100, 70, 0.0f,
-       false},
-      {"vertical step", makePicture(37, 23, [](int x, int, float* p) { setRgb(p, x < 17 ? 0.1f : 0.9f, x < 17 ? 0.05f : 0.45f, 0.3f); }),
-       83, 61, 0.0f},
-      {"diagonal step", makePicture(48, 32, [](int x, int y, float* p) { const float v = x + y < 40 ? 0.05f : 0.8f; setRgb(p, v, v, 1 - v); }),
+      {"flat, scaled only", makePicture(40, 30, [](int, int) { return Rgb{0.37f, 0.37f, 0.37f}; }), 100, 70, 0, false},
+      {"vertical step",
+       makePicture(37, 23, [](int x, int) { return x < 17 ? Rgb{0.1f, 0.05f, 0.3f} : Rgb{0.9f, 0.45f, 0.3f}; }), 83, 61, 0},
+      {"diagonal step",
+       makePicture(48, 32, [](int x, int y) { return x + y < 40 ? Rgb{0.05f, 0.05f, 0.95f} : Rgb{0.8f, 0.8f, 0.2f}; }),
        101, 67, 0.5f},
-      {"one-pixel line",
-       makePicture(33, 33, [](int x, int y, float* p) { const float v = x == 2 * y / 3 + 5 || y == 20 ? 0.95f : 0.05f; setRgb(p, v, 0.2f, v); }),
-       70, 90, 0.0f},
-      {"above one", makePicture(45, 29, [](int x, int y, float* p) {
+      {"one-pixel line", makePicture(33, 33, [](int x, int y) {
+         const float v = x == 2 * y / 3 + 5 || y == 20 ? 0.95f : 0.05f;
+         return Rgb{v, 0.2f, v};
+       }), 70, 90, 0},
+      {"above one", makePicture(45, 29, [](int x, int y) {
          const bool spot = (x - 20) * (x - 20) + (y - 14) * (y - 14) < 30;
-         setRgb(p, spot ? 24.0f : 0.02f * x, spot ? 11.0f : 0.5f, spot ? 3.5f : 0.03f * y);
-       }), 91, 73, 0.0f},
-      {"same size", makePicture(40, 24, [](int x, int y, float* p) {
-         setRgb(p, (x * 7 % 11) / 11.0f, (y * 5 % 7) / 7.0f, ((x + y) % 3) / 2.0f);
+         return spot ? Rgb{24.0f, 11.0f, 3.5f} : Rgb{0.02f * x, 0.5f, 0.03f * y};
+       }), 91, 73, 0},
+      {"same size", makePicture(40, 24, [](int x, int y) {
+         return Rgb{(x * 7 % 11) / 11.0f, (y * 5 % 7) / 7.0f, ((x + y) % 3) / 2.0f};
        }), 40, 24, 1.0f},
       {"rendered scene", loadRenderedPicture(), 1000, 500, 0.0f},
   };
