@@ -1,21 +1,16 @@
 // The library side of sharding: key 4104 continues the sample sequence, and raw accumulation files
 // added together give back the same sums, bit for bit; damaged or unfit files are refused.
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "engine/ZvrLoadStore.h"
 #include "tests/render/engine_fixture.h"
+#include "tests/support/last_error.h"
 
 namespace {
 
 const std::string kBox = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/Box/Box.glb";
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 class Accumulation : public EngineTest {
  protected:
@@ -46,11 +41,6 @@ class Accumulation : public EngineTest {
     EXPECT_EQ(zvrFrameBufferGetInfo(buffer, ZVR_FRAMEBUFFER_DATA, data.size() * sizeof(float), data.data(), nullptr), 0);
     return data;
   }
-  std::string lastError() {
-    char text[1024] = {0};
-    zvrContextGetInfo(context_, ZVR_CONTEXT_LAST_ERROR_MESSAGE, sizeof text, text, nullptr);
-    return text;
-  }
 };
 
 TEST_F(Accumulation, ShardsAddedEqualOneRenderOfAllTheirSamples) {
@@ -62,8 +52,8 @@ TEST_F(Accumulation, ShardsAddedEqualOneRenderOfAllTheirSamples) {
   ASSERT_EQ(zvrFrameBufferSaveAccumulation(later, second.c_str()), ZVR_SUCCESS);
 
   ZvrFrameBuffer merged = framebuffer();
-  ASSERT_EQ(zvrFrameBufferAddAccumulation(merged, first.c_str()), ZVR_SUCCESS) << lastError();
-  ASSERT_EQ(zvrFrameBufferAddAccumulation(merged, second.c_str()), ZVR_SUCCESS) << lastError();
+  ASSERT_EQ(zvrFrameBufferAddAccumulation(merged, first.c_str()), ZVR_SUCCESS) << lastError(context_);
+  ASSERT_EQ(zvrFrameBufferAddAccumulation(merged, second.c_str()), ZVR_SUCCESS) << lastError(context_);
   EXPECT_EQ(pixels(merged), whole);
   uint32_t iterations = 0;
   ASSERT_EQ(zvrFrameBufferGetInfo(merged, ZVR_FRAMEBUFFER_ITERATIONS, sizeof iterations, &iterations, nullptr), 0);
@@ -73,7 +63,7 @@ TEST_F(Accumulation, ShardsAddedEqualOneRenderOfAllTheirSamples) {
 TEST_F(Accumulation, UnfitFilesAndFramebuffersAreRefused) {
   const std::string good = tempFile("good.zacc");
   ASSERT_EQ(zvrFrameBufferSaveAccumulation(render(0, 1), good.c_str()), ZVR_SUCCESS);
-  const std::string bytes = readFile(good);
+  const std::string bytes = readWholeFile(good);
   const std::string damaged = tempFile("damaged.zacc"), truncated = tempFile("truncated.zacc");
   std::string flipped = bytes;
   flipped[bytes.size() - 3] ^= 0x10;
@@ -103,7 +93,7 @@ TEST_F(Accumulation, UnfitFilesAndFramebuffersAreRefused) {
   for (const auto& c : cases) {
     const std::vector<float> before = pixels(c.target);
     EXPECT_EQ(zvrFrameBufferAddAccumulation(c.target, c.file.c_str()), c.status) << c.label;
-    EXPECT_NE(lastError().find(c.message), std::string::npos) << c.label << ": " << lastError();
+    EXPECT_NE(lastError(context_).find(c.message), std::string::npos) << c.label << ": " << lastError(context_);
     EXPECT_EQ(pixels(c.target), before) << c.label << ": nothing is added";
   }
   EXPECT_EQ(zvrFrameBufferSaveAccumulation(resolved, tempFile("resolved.zacc").c_str()), ZVR_ERROR_UNSUPPORTED);

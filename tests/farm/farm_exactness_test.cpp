@@ -29,17 +29,17 @@ TEST(FarmExactness, FourShardsOfSixteenEqualOneRunOfSixtyFour) {
     const RunFolder folder("exact");
     const std::string config = writeConfig(folder, c.settings);
     const std::string longRun = folder / "long";
-    makeFolder(longRun);
-    const CommandRun single = runIn(longRun, renderProgram(), {kBox, config});
+    std::filesystem::create_directory(longRun);
+    const ProcessResult single = runIn(longRun, renderProgramPath(), {kBox, config});
     ASSERT_EQ(single.exitCode, 0) << c.label << "\n" << single.err;
 
-    const CommandRun farm = runIn(folder, farmProgram(), {"submit", kBox, config, "--shards", "4", "--local", "--job", "job"});
+    const ProcessResult farm = runIn(folder, farmProgram(), {"submit", kBox, config, "--shards", "4", "--local", "--job", "job"});
     ASSERT_EQ(farm.exitCode, 0) << c.label << "\n" << farm.out << farm.err;
     expectSameFiles(c.label, longRun, folder / "job/output", c.files);
 
     // A second merge writes the same files again.
     const std::string first = readWholeFile(folder / ("job/output/" + c.files[1]));
-    const CommandRun again = runIn(folder, farmProgram(), {"merge", "--job", "job"});
+    const ProcessResult again = runIn(folder, farmProgram(), {"merge", "--job", "job"});
     ASSERT_EQ(again.exitCode, 0) << c.label << "\n" << again.err;
     expectSameFiles(c.label + std::string(", merged twice"), longRun, folder / "job/output", c.files);
   }
@@ -49,7 +49,7 @@ TEST(FarmFaults, MergeNamesMissingShardsAndFrames) {
   const RunFolder folder("missing");
   const std::string config = writeConfig(folder, R"("output":"out.png","iterations":8)");
   const std::string animated = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAnimated/BoxAnimated.glb";
-  const CommandRun farm = runIn(folder, farmProgram(),
+  const ProcessResult farm = runIn(folder, farmProgram(),
                                 {"submit", animated, config, "--shards", "3", "--frames", "4:6:2", "--fps", "24",
                                  "--local", "--job", "job"});
   ASSERT_EQ(farm.exitCode, 0) << farm.out << farm.err;
@@ -58,13 +58,13 @@ TEST(FarmFaults, MergeNamesMissingShardsAndFrames) {
   // Tasks are numbered frame by frame: 2 is frame 4 shard 2, 3 and 5 are frame 6 shards 0 and 2.
   for (const char* task : {"2", "3", "5"}) std::remove((folder / ("job/shards/" + std::string(task) + "/done.json")).c_str());
   std::remove((folder / "job/output/frame_0004/out.png").c_str());
-  const CommandRun merge = runIn(folder, farmProgram(), {"merge", "--job", "job"});
+  const ProcessResult merge = runIn(folder, farmProgram(), {"merge", "--job", "job"});
   EXPECT_EQ(merge.exitCode, 1);
   EXPECT_NE(merge.err.find("incomplete; nothing was written. Missing:\n  frame 4: shards 2\n  frame 6: shards 0, 2\n"),
             std::string::npos)
       << merge.err;
   EXPECT_FALSE(fileExists(folder / "job/output/frame_0004/out.png")) << "a refused merge writes nothing";
-  const CommandRun status = runIn(folder, farmProgram(), {"status", "--job", "job"});
+  const ProcessResult status = runIn(folder, farmProgram(), {"status", "--job", "job"});
   EXPECT_NE(status.out.find("pending 3, running 0, done 3, failed 0"), std::string::npos) << status.out;
 }
 
@@ -88,7 +88,7 @@ TEST(FarmFaults, SubmissionsThatCannotBeMergedExactlyAreRefused) {
     std::vector<std::string> arguments = {"submit", kBox, writeConfig(folder, c.settings)};
     arguments.insert(arguments.end(), c.options.begin(), c.options.end());
     arguments.insert(arguments.end(), {"--local", "--job", "job"});
-    const CommandRun farm = runIn(folder, farmProgram(), arguments);
+    const ProcessResult farm = runIn(folder, farmProgram(), arguments);
     EXPECT_NE(farm.exitCode, 0) << c.label;
     EXPECT_NE(farm.err.find(c.message), std::string::npos) << c.label << "\n" << farm.err;
     EXPECT_FALSE(fileExists(folder / "job/shards")) << c.label << ": nothing is submitted";

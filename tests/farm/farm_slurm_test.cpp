@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -25,7 +26,7 @@ const std::string kAnimated = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAni
 const std::string kClusterScript = std::string(ZVR_SOURCE_DIR) + "/scripts/slurm-test-cluster.sh";
 
 bool slurmInstalled() {
-  return std::system("command -v slurmctld slurmd munged sbatch scontrol squeue > /dev/null 2>&1") == 0;
+  return runIn("/", "bash", {"-c", "command -v slurmctld slurmd munged sbatch scontrol squeue"}).exitCode == 0;
 }
 
 // A port nobody listens on now, chosen by the system.
@@ -58,31 +59,28 @@ class SlurmCluster : public ::testing::Test {
       GTEST_SKIP() << "Slurm is not installed (slurmctld, slurmd, munged, sbatch); scripts/install-deps.sh installs it";
     if (::geteuid() != 0) GTEST_SKIP() << "the one-node Slurm cluster of this test runs as root";
     clusterFolder_ = ::testing::TempDir() + "zvrs_slurm_" + std::to_string(::getpid());
-    started_ = true;  // stop whatever the start got to, even when it failed half-way
-    const CommandRun start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
-                                                 std::to_string(freePort())});
+    // Stopped in any case: whatever the start got to, even when it failed half-way.
+    const ProcessResult start = runIn("/", "bash", {kClusterScript, "start", clusterFolder_, std::to_string(freePort()),
+                                                    std::to_string(freePort())});
     ASSERT_EQ(start.exitCode, 0) << start.err;
-    environment_ = {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}};
   }
   void TearDown() override {
-    if (!started_) return;
-    std::system(("bash " + shellQuoted(kClusterScript) + " stop " + shellQuoted(clusterFolder_)).c_str());
-    std::system(("rm -rf " + shellQuoted(clusterFolder_)).c_str());
+    if (clusterFolder_.empty()) return;
+    runIn("/", "bash", {kClusterScript, "stop", clusterFolder_});
+    std::filesystem::remove_all(clusterFolder_);
   }
-  CommandRun slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
-    return runIn(folder, program, arguments, environment_);
+  ProcessResult slurm(const std::string& folder, const std::string& program, const std::vector<std::string>& arguments) {
+    return runIn(folder, program, arguments, {{"SLURM_CONF", clusterFolder_ + "/slurm.conf"}});
   }
 
   std::string clusterFolder_;
-  std::vector<std::pair<std::string, std::string>> environment_;
-  bool started_ = false;
 };
 
 // Submits 2 frames x 2 shards with `retries` and kills task 0 once it has printed its first
 // percentage: in the middle of rendering. Returns the array's and the merge job's ids.
 std::pair<std::string, std::string> submitAndKillTask0(SlurmCluster& cluster, const RunFolder& folder,
                                                        const std::string& config, const std::string& retries) {
-  const CommandRun submit = cluster.slurm(folder, farmProgram(),
+  const ProcessResult submit = cluster.slurm(folder, farmProgram(),
                                           {"submit", kAnimated, config, "--shards", "2", "--frames", "1:2", "--fps",
                                            "24", "--job", "job", "--retries", retries});
   EXPECT_EQ(submit.exitCode, 0) << submit.out << submit.err;
@@ -99,7 +97,10 @@ std::pair<std::string, std::string> submitAndKillTask0(SlurmCluster& cluster, co
   return {arrayId, mergeId};
 }
 
-TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactly) {
+// One cluster, two jobs in turn: with a retry the killed task is requeued and the merged files equal
+// one long run per frame; without, it fails for good and the merge job still runs, names what is
+// missing and writes nothing, instead of waiting for ever behind the failed task.
+TEST_F(SlurmCluster, KilledTaskIsRequeuedOrNamedByTheMergeJob) {
   const RunFolder folder("slurm");
   const std::string config =
       writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1,"output":["out.png","out.exr"],"aovs":{"normal":"n.exr"})");
@@ -125,37 +126,33 @@ TEST_F(SlurmCluster, JobArrayOfFramesAndShardsSurvivesAKilledTaskAndMergesExactl
                       << readWholeFile(clusterFolder_ + "/slurmctld.log");
   EXPECT_NE(readWholeFile(log).find("zvrsFarm: task 0 ended with status 137 on attempt 1; requeued"), std::string::npos)
       << readWholeFile(log);
-  const CommandRun status = slurm(folder, farmProgram(), {"status", "--job", "job"});
+  const ProcessResult status = slurm(folder, farmProgram(), {"status", "--job", "job"});
   EXPECT_NE(status.out.find("pending 0, running 0, done 4, failed 0\nmerged into"), std::string::npos) << status.out;
 
   for (int frame : {1, 2}) {
     const std::string longRun = folder / ("long" + std::to_string(frame));
-    makeFolder(longRun);
+    std::filesystem::create_directory(longRun);
     char time[128];
     std::snprintf(time, sizeof time, R"({"animation.time":%.17g})", frame / 24.0);
-    const CommandRun single = runIn(longRun, renderProgram(), {kAnimated, config, time});
+    const ProcessResult single = runIn(longRun, renderProgramPath(), {kAnimated, config, time});
     ASSERT_EQ(single.exitCode, 0) << single.err;
     expectSameFiles("frame " + std::to_string(frame), longRun, folder / ("job/output/frame_000" + std::to_string(frame)),
                     {"out.png", "out.exr", "n.exr", "stats.json"});
   }
-}
 
-// Without retries a killed task fails for good; the merge job still runs, names what is missing
-// and writes nothing, instead of waiting for ever behind the failed task.
-TEST_F(SlurmCluster, MergeJobOfATaskThatFailedForGoodNamesTheMissingShard) {
-  const RunFolder folder("slurm_failed");
-  const std::string config = writeConfig(folder, R"("width":80,"height":60,"batchsize":2,"print.progress":1)");
-  const auto [arrayId, mergeId] = submitAndKillTask0(*this, folder, config, "0");
+  const RunFolder failing("slurm_failed");
+  const std::string failingConfig = writeConfig(failing, R"("width":80,"height":60,"batchsize":2,"print.progress":1)");
+  const auto [failingArray, mergeId] = submitAndKillTask0(*this, failing, failingConfig, "0");
   ASSERT_FALSE(HasFailure());
-  const std::string mergeLog = folder / ("job/logs/merge_" + mergeId + ".out");
+  const std::string mergeLog = failing / ("job/logs/merge_" + mergeId + ".out");
   ASSERT_TRUE(waitFor([&] { return readWholeFile(mergeLog).find("Missing:\n  frame 1: shards 0\n") != std::string::npos; },
                       60))
-      << readWholeFile(mergeLog) << slurm(folder, "squeue", {"--format=%i %T %r"}).out;
-  EXPECT_NE(readWholeFile(folder / ("job/logs/task_" + arrayId + "_0.out"))
+      << readWholeFile(mergeLog) << slurm(failing, "squeue", {"--format=%i %T %r"}).out;
+  EXPECT_NE(readWholeFile(failing / ("job/logs/task_" + failingArray + "_0.out"))
                 .find("zvrsFarm: task 0 failed with status 137 after 1 attempts"),
             std::string::npos);
-  EXPECT_FALSE(fileExists(folder / "job/merged"));
-  EXPECT_FALSE(fileExists(folder / "job/output"));
+  EXPECT_FALSE(fileExists(failing / "job/merged"));
+  EXPECT_FALSE(fileExists(failing / "job/output"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The batch loop called directly on a real context: cases the program's settings reader never
-// lets through (no iterations), the family-specific sources and the multilayer layer names.
+// lets through (no iterations), the progress record, and the preview family's source.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -29,14 +29,11 @@ class BatchRender : public EngineTest {
     settings_.height = settings_.framebufferDesc.height = 2;
   }
 
-  OutputElement element(const std::string& name, std::vector<std::string> files, uint32_t aov) {
-    OutputElement e;
-    e.name = name;
-    e.fileNames = std::move(files);
-    e.layerName = name == "color" ? "color" : name + ".layer";
-    e.framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
-    EXPECT_EQ(zvrContextSetAOV(context_, aov, e.framebuffer), 0);
-    return e;
+  // The colour element alone, bound to the colour AOV (0).
+  std::vector<OutputElement> colorElement(const std::string& file) {
+    ZvrFrameBuffer framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
+    EXPECT_EQ(zvrContextSetAOV(context_, 0, framebuffer), 0);
+    return {{"color", {file}, framebuffer, "color"}};
   }
 
   std::string run(const std::vector<int32_t>& kinds, const char* document, std::vector<OutputElement>& elements) {
@@ -63,18 +60,17 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
   } cases[] = {
       {"no iterations renders nothing and still saves", 0, 4, true, 0, "100%\n", 0.0f, 0.0f},
       {"batch size 0 is one a call", 3, 0, true, 3, "  0%\n 33%\n 67%\n100%\n", 200.0f / 3.0f, 100.0f / 3.0f},
-      {"ten in fours", 10, 4, true, 3, "  0%\n 40%\n 80%\n100%\n", 80.0f, 20.0f},
       {"silent", 10, 4, false, 3, "", 80.0f, 20.0f},
   };
   for (const auto& c : cases) {
-    std::remove(tracePath_.c_str());
+    forgetTrace();
     settings_.iterations = c.iterations;
     settings_.batchSize = c.batchSize;
     settings_.printProgress = c.printProgress;
     progress_ = ProgressRecord();
     const std::string file = tempFile("out.png");
-    std::vector<OutputElement> elements = {element("color", {file}, 0)};
-    EXPECT_EQ(run({1}, "{}", elements), c.out) << c.label;
+    std::vector<OutputElement> elements = colorElement(file);
+    EXPECT_EQ(run({ZVR_PLUGIN_FAMILY_VELDER}, "{}", elements), c.out) << c.label;
     EXPECT_EQ(traceOf("zvrContextRender").size(), c.renders) << c.label;
     EXPECT_EQ(traceOf("zvrFrameBufferSaveToFile").size(), 1u) << c.label;
     EXPECT_FLOAT_EQ(progress_.offset, c.offset) << c.label;
@@ -89,8 +85,8 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
 
 TEST_F(BatchRender, PreviewFamilySavesTheRawFramebuffer) {
   settings_.iterations = 1;
-  std::vector<OutputElement> elements = {element("color", {tempFile("raw.exr")}, 0)};
-  run({3}, "{}", elements);
+  std::vector<OutputElement> elements = colorElement(tempFile("raw.exr"));
+  run({ZVR_PLUGIN_FAMILY_DORRIK}, "{}", elements);
   const std::vector<std::string> saves = traceOf("zvrFrameBufferSaveToFile");
   ASSERT_EQ(saves.size(), 1u);
   char raw[32];
@@ -98,37 +94,6 @@ TEST_F(BatchRender, PreviewFamilySavesTheRawFramebuffer) {
   EXPECT_TRUE(contains(saves[0], raw)) << saves[0] << " vs " << raw;
   EXPECT_EQ(traceOf("zvrContextResolveFrameBuffer").size(), 1u);  // resolved all the same, then unused
   zvrObjectDelete(elements[0].framebuffer);
-}
-
-TEST_F(BatchRender, MultilayerNamesLayersAndChoosesTheWriterByExtension) {
-  settings_.iterations = 1;
-  std::vector<OutputElement> elements = {element("depth", {"ignored.exr"}, 7),
-                                         element("color", {tempFile("all.EXR"), tempFile("color.PNG")}, 0)};
-  // Crypto elements are renamed to their standard layer names; their framebuffers need no binding.
-  for (const char* crypto : {"cryptomatte.mat2", "cryptomatte.obj5"}) {
-    OutputElement e;
-    e.name = crypto;
-    e.layerName = "given.exr";
-    e.framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
-    elements.push_back(e);
-  }
-  run({1}, R"({"multilayerexr": 1})", elements);
-
-  const std::vector<std::string> names = traceOf("zvrObjectSetName");
-  ASSERT_EQ(names.size(), 4u);
-  EXPECT_TRUE(contains(names[0], "name=\"depth.layer\"")) << names[0];
-  EXPECT_TRUE(contains(names[1], "name=\"color\"")) << names[1];
-  EXPECT_TRUE(contains(names[2], "name=\"CryptoMaterial02\"")) << names[2];
-  EXPECT_TRUE(contains(names[3], "name=\"CryptoObject05\"")) << names[3];
-  for (const OutputElement& e : elements) EXPECT_EQ(e.framebuffer, nullptr) << e.name;
-
-  const std::vector<std::string> layered = traceOf("zvrFrameBufferSaveToFileEx");
-  ASSERT_EQ(layered.size(), 1u);
-  EXPECT_TRUE(contains(layered[0], "count=4")) << layered[0];
-  EXPECT_TRUE(contains(layered[0], "all.EXR")) << layered[0];
-  const std::vector<std::string> single = traceOf("zvrFrameBufferSaveToFile");
-  ASSERT_EQ(single.size(), 1u);
-  EXPECT_TRUE(contains(single[0], "color.PNG")) << single[0];
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
-// A real render context over the Velder plug-in, with the API trace of every call kept in a file
+// A real render context over the Velder plug-in, with the API trace of every call kept in a folder
 // of this test, so that call order and arguments can be read back.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,54 +12,36 @@
 
 #include "engine/ZvrCore.h"
 #include "picojson.h"
+#include "tests/support/program_run.h"
 
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-    for (char& c : name) {
-      if (c == '/') c = '_';
-    }
-    // A death test child is a fresh process of its own; it writes where its parent will read.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const pid_t owner = ::testing::internal::InDeathTestChild() ? getppid() : getpid();
-    prefix_ = ::testing::TempDir() + "zvrs_" + std::to_string(owner) + "_" + name;
-    tracePath_ = prefix_ + ".trace";
-    if (!::testing::internal::InDeathTestChild()) std::remove(tracePath_.c_str());
     setenv("ZVR_TRACE", tracePath_.c_str(), 1);
     const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
     ASSERT_GE(plugin, 0) << "Velder64 not found beside the core";
     ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context_),
               ZVR_SUCCESS);
   }
-
   void TearDown() override {
-    if (::testing::internal::InDeathTestChild()) return;
     if (context_ != nullptr) zvrObjectDelete(context_);
     unsetenv("ZVR_TRACE");
-    std::remove(tracePath_.c_str());
-    for (const std::string& file : createdFiles_) std::remove(file.c_str());
   }
 
-  // A file name of this test, removed at the end.
-  std::string tempFile(const std::string& name) {
-    createdFiles_.push_back(prefix_ + "_" + name);
-    return createdFiles_.back();
-  }
+  // A file name in this test's folder, removed with it.
+  std::string tempFile(const std::string& name) const { return folder_ / name; }
+  void forgetTrace() const { std::remove(tracePath_.c_str()); }
 
   // The trace lines of the given operations, in call order.
   std::vector<std::string> traceOf(const std::vector<std::string>& operations) const {
     std::vector<std::string> lines;
     std::ifstream trace(tracePath_);
-    for (std::string line; std::getline(trace, line);) {
-      for (const std::string& operation : operations) {
+    for (std::string line; std::getline(trace, line);)
+      for (const std::string& operation : operations)
         if (line.compare(0, operation.size() + 1, operation + "(") == 0) lines.push_back(line);
-      }
-    }
     return lines;
   }
-  std::vector<std::string> traceOf(const std::string& operation) const {
+  std::vector<std::string> traceOf(const char* operation) const {
     return traceOf(std::vector<std::string>{operation});
   }
 
@@ -69,6 +50,7 @@ class EngineTest : public ::testing::Test {
     ZvrScene scene = nullptr;
     ZvrLight light = nullptr;
     ZvrCamera camera = nullptr;
+    ZvrPostEffect normalization = nullptr;
     ASSERT_EQ(zvrContextCreateScene(context_, &scene), 0);
     ASSERT_EQ(zvrContextCreateLight(context_, ZVR_LIGHT_ENVIRONMENT, &light), 0);
     ASSERT_EQ(zvrLightSetRadiance(light, r, g, b), 0);
@@ -76,7 +58,6 @@ class EngineTest : public ::testing::Test {
     ASSERT_EQ(zvrContextCreateCamera(context_, &camera), 0);
     ASSERT_EQ(zvrSceneSetCamera(scene, camera), 0);
     ASSERT_EQ(zvrContextSetScene(context_, scene), 0);
-    ZvrPostEffect normalization = nullptr;
     ASSERT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_NORMALIZATION, &normalization), 0);
     ASSERT_EQ(zvrContextAttachPostEffect(context_, normalization), 0);
   }
@@ -88,10 +69,10 @@ class EngineTest : public ::testing::Test {
     return value;
   }
 
+  const RunFolder folder_{std::string(::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name()) +
+                          "_" + ::testing::UnitTest::GetInstance()->current_test_info()->name()};
+  const std::string tracePath_ = folder_ / "api.trace";
   ZvrContext context_ = nullptr;
-  std::string prefix_;
-  std::string tracePath_;
-  std::vector<std::string> createdFiles_;
 };
 
 // True when `line` holds `needle`; for readable expectations on trace lines.

@@ -13,28 +13,37 @@ using namespace zvrs;
 
 namespace {
 
-using RenderLayers = EngineTest;
-using PostEffects = EngineTest;
-using LeakReport = EngineTest;
+using EngineSetup = EngineTest;
 
-TEST_F(RenderLayers, ExactlyOneAttachesEverythingElseDetaches) {
+// Exactly one attaches, every other value detaches; a wrong type stops before any call.
+TEST_F(EngineSetup, RenderLayers) {
+  const std::string mismatch = "\"type mismatch! call is<type>() before get<type>()\" && ";
   const struct {
     const char* label;
     const char* document;
     std::vector<std::string> calls;
+    std::string thrown;
   } cases[] = {
-      {"no block", R"({})", {}},
-      {"null block", R"({"layers": null})", {}},
+      {"no block", R"({})", {}, ""},
+      {"null block", R"({"layers": null})", {}, ""},
       {"attach then detach, by name", R"({"layers": {"b": 0, "a": 1}})",
-       {"zvrContextAttachRenderLayer(context=", "layer=\"a\"", "zvrContextDetachRenderLayer(context=", "layer=\"b\""}},
-      {"two detaches", R"({"layers": {"x": 2}})", {"zvrContextDetachRenderLayer(context=", "layer=\"x\""}},
+       {"zvrContextAttachRenderLayer(context=", "layer=\"a\"", "zvrContextDetachRenderLayer(context=", "layer=\"b\""}, ""},
+      {"two detaches", R"({"layers": {"x": 2}})", {"zvrContextDetachRenderLayer(context=", "layer=\"x\""}, ""},
       {"one after narrowing to float", R"({"layers": {"y": 1.00000001}})",
-       {"zvrContextAttachRenderLayer(context=", "layer=\"y\""}},
+       {"zvrContextAttachRenderLayer(context=", "layer=\"y\""}, ""},
+      {"block not an object", R"({"layers": [1]})", {}, mismatch + "is<object>()"},
+      {"value not a number", R"({"layers": {"a": true, "b": 1}})", {}, mismatch + "is<double>()"},
   };
   for (const auto& c : cases) {
-    std::remove(tracePath_.c_str());
-    applyRenderLayers(parse(c.document), context_);
-    const std::vector<std::string> lines = traceOf(std::vector<std::string>{"zvrContextAttachRenderLayer", "zvrContextDetachRenderLayer"});
+    forgetTrace();
+    std::string thrown;
+    try {
+      applyRenderLayers(parse(c.document), context_);
+    } catch (const std::runtime_error& error) {
+      thrown = error.what();
+    }
+    EXPECT_EQ(thrown, c.thrown) << c.label;
+    const std::vector<std::string> lines = traceOf({"zvrContextAttachRenderLayer", "zvrContextDetachRenderLayer"});
     ASSERT_EQ(lines.size() * 2, c.calls.size()) << c.label;
     for (size_t i = 0; i < lines.size(); ++i) {
       EXPECT_TRUE(contains(lines[i], c.calls[2 * i])) << c.label << ": " << lines[i];
@@ -43,59 +52,32 @@ TEST_F(RenderLayers, ExactlyOneAttachesEverythingElseDetaches) {
   }
 }
 
-TEST_F(RenderLayers, WrongTypesThrowTheAssertionText) {
-  const struct {
-    const char* label;
-    const char* document;
-    const char* text;
-  } cases[] = {
-      {"block not an object", R"({"layers": [1]})",
-       "\"type mismatch! call is<type>() before get<type>()\" && is<object>()"},
-      {"value not a number", R"({"layers": {"a": true, "b": 1}})",
-       "\"type mismatch! call is<type>() before get<type>()\" && is<double>()"},
-  };
-  for (const auto& c : cases) {
-    try {
-      applyRenderLayers(parse(c.document), context_);
-      ADD_FAILURE() << c.label << ": no exception";
-    } catch (const std::runtime_error& error) {
-      EXPECT_STREQ(error.what(), c.text) << c.label;
-    }
-  }
-  // Nothing after the failing member ran.
-  EXPECT_TRUE(traceOf("zvrContextAttachRenderLayer").empty());
-}
-
-uint32_t typeOf(ZvrPostEffect effect) {
-  uint32_t type = 99;
-  EXPECT_EQ(zvrPostEffectGetInfo(effect, ZVR_POST_EFFECT_TYPE, sizeof(type), &type, nullptr), 0);
-  return type;
-}
-
-TEST_F(PostEffects, NormalizationAlwaysGammaOnlyWhenAskedAndMissing) {
-  struct Entry {
-    uint32_t type;
-    bool owned;
+TEST_F(EngineSetup, PostEffectsNormalizationAlwaysGammaOnlyWhenAskedAndMissing) {
+  enum : uint32_t {
+    kToneMap = ZVR_POST_EFFECT_TONE_MAP, kWhiteBalance = ZVR_POST_EFFECT_WHITE_BALANCE,
+    kSimple = ZVR_POST_EFFECT_SIMPLE_TONEMAP, kNormalization = ZVR_POST_EFFECT_NORMALIZATION,
+    kGamma = ZVR_POST_EFFECT_GAMMA_CORRECTION, kBloom = ZVR_POST_EFFECT_BLOOM
   };
   const struct {
     const char* label;
     std::vector<uint32_t> attached;
     bool gammaGiven;
-    std::vector<Entry> expected;
+    std::vector<std::pair<uint32_t, bool>> expected;  // type, owned
   } cases[] = {
-      {"nothing, no gamma", {}, false, {{3, true}}},
-      {"nothing, gamma given", {}, true, {{3, true}, {4, true}}},
-      {"tone map and gamma", {0}, true, {{0, false}, {3, true}}},
-      {"simple tone map and gamma", {2}, true, {{2, false}, {3, true}}},
-      {"gamma effect present", {4}, true, {{4, false}, {3, true}}},
-      {"normalization and white balance", {3, 1}, false, {{3, false}, {1, false}}},
-      {"white balance and bloom count for nothing", {1, 5}, true, {{1, false}, {5, false}, {3, true}, {4, true}}},
+      {"nothing, no gamma", {}, false, {{kNormalization, true}}},
+      {"nothing, gamma given", {}, true, {{kNormalization, true}, {kGamma, true}}},
+      {"tone map and gamma", {kToneMap}, true, {{kToneMap, false}, {kNormalization, true}}},
+      {"simple tone map and gamma", {kSimple}, true, {{kSimple, false}, {kNormalization, true}}},
+      {"gamma effect present", {kGamma}, true, {{kGamma, false}, {kNormalization, true}}},
+      {"normalization and white balance", {kNormalization, kWhiteBalance}, false,
+       {{kNormalization, false}, {kWhiteBalance, false}}},
+      {"white balance and bloom count for nothing", {kWhiteBalance, kBloom}, true,
+       {{kWhiteBalance, false}, {kBloom, false}, {kNormalization, true}, {kGamma, true}}},
   };
   for (const auto& c : cases) {
     ZvrContext context = nullptr;
     const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
-    ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context),
-              0);
+    ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
     for (uint32_t type : c.attached) {
       ZvrPostEffect effect = nullptr;
       ASSERT_EQ(zvrContextCreatePostEffect(context, type, &effect), 0) << c.label;
@@ -105,11 +87,13 @@ TEST_F(PostEffects, NormalizationAlwaysGammaOnlyWhenAskedAndMissing) {
     settings.gammaGiven = c.gammaGiven;
     std::vector<PostEffectEntry> effects;
     ASSERT_EQ(setupPostEffects(parse("{}"), context, settings, effects), 0) << c.label;
-    ASSERT_EQ(effects.size(), c.expected.size()) << c.label;
-    for (size_t i = 0; i < effects.size(); ++i) {
-      EXPECT_EQ(typeOf(effects[i].handle), c.expected[i].type) << c.label << " entry " << i;
-      EXPECT_EQ(effects[i].owned, c.expected[i].owned) << c.label << " entry " << i;
+    std::vector<std::pair<uint32_t, bool>> made;
+    for (const PostEffectEntry& effect : effects) {
+      uint32_t type = 99;
+      EXPECT_EQ(zvrPostEffectGetInfo(effect.handle, ZVR_POST_EFFECT_TYPE, sizeof(type), &type, nullptr), 0);
+      made.emplace_back(type, effect.owned);
     }
+    EXPECT_EQ(made, c.expected) << c.label;
     uint32_t attachedCount = 0;
     ASSERT_EQ(zvrContextGetAttachedPostEffectCount(context, &attachedCount), 0);
     EXPECT_EQ(attachedCount, c.expected.size()) << c.label;
@@ -117,35 +101,30 @@ TEST_F(PostEffects, NormalizationAlwaysGammaOnlyWhenAskedAndMissing) {
   }
 }
 
-std::string leakReportOf(ZvrContext context) {
-  ::testing::internal::CaptureStdout();
-  reportContextLeaks(context);
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
-
-TEST_F(LeakReport, CountsSurvivorsByKind) {
-  EXPECT_EQ(leakReportOf(nullptr), "");
-  EXPECT_EQ(leakReportOf(context_), "");
-
+TEST_F(EngineSetup, LeakReportCountsSurvivorsByKind) {
+  auto report = [](ZvrContext context) {
+    ::testing::internal::CaptureStdout();
+    reportContextLeaks(context);
+    std::fflush(stdout);
+    return ::testing::internal::GetCapturedStdout();
+  };
+  EXPECT_EQ(report(nullptr), "");
+  EXPECT_EQ(report(context_), "");
   ZvrCamera cameras[2] = {nullptr, nullptr};
   for (ZvrCamera& camera : cameras) ASSERT_EQ(zvrContextCreateCamera(context_, &camera), 0);
   const uint8_t pixel[4] = {1, 2, 3, 4};
   const ZvrImageDesc desc = {1, 1, 4, ZVR_COMPONENT_TYPE_UINT8, ZVR_IMAGE_COLORSPACE_LINEAR};
   ZvrImage image = nullptr;
   ASSERT_EQ(zvrContextCreateImage(context_, &desc, pixel, &image), 0);
-  EXPECT_EQ(leakReportOf(context_),
-            "leak of 2 cameras\nleak of 1 images\nWarning : this context has some leak\n");
-
+  EXPECT_EQ(report(context_), "leak of 2 cameras\nleak of 1 images\nWarning : this context has some leak\n");
   ZvrScene scene = nullptr;
   ASSERT_EQ(zvrContextCreateScene(context_, &scene), 0);
   zvrObjectDelete(cameras[0]);
   zvrObjectDelete(image);
-  EXPECT_EQ(leakReportOf(context_), "leak of 1 cameras\nleak of 1 sceces\nWarning : this context has some leak\n");
-
+  EXPECT_EQ(report(context_), "leak of 1 cameras\nleak of 1 sceces\nWarning : this context has some leak\n");
   zvrObjectDelete(cameras[1]);
   zvrObjectDelete(scene);
-  EXPECT_EQ(leakReportOf(context_), "");
+  EXPECT_EQ(report(context_), "");
 }
 
 }  // namespace

@@ -2,10 +2,9 @@
 // belong to the machine, are masked.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <fstream>
 #include <cctype>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -38,12 +37,7 @@ std::string masked(const std::string& path) {
   return text.str();
 }
 
-OutputElement element(const char* name, std::vector<std::string> files) {
-  OutputElement e;
-  e.name = name;
-  e.fileNames = std::move(files);
-  return e;
-}
+OutputElement element(const char* name, std::vector<std::string> files) { return {name, std::move(files), nullptr, ""}; }
 
 TEST_F(Statistics, DocumentLineByLine) {
   uint32_t pluginVersion = 0;
@@ -52,8 +46,8 @@ TEST_F(Statistics, DocumentLineByLine) {
   std::snprintf(versionLine, sizeof(versionLine), "\"plugin.version\": \"0x%x\"\n", pluginVersion);
 
   ZvrPostEffect normalization = nullptr, gamma = nullptr;
-  ASSERT_EQ(zvrContextCreatePostEffect(context_, 3, &normalization), 0);
-  ASSERT_EQ(zvrContextCreatePostEffect(context_, 4, &gamma), 0);
+  ASSERT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_NORMALIZATION, &normalization), 0);
+  ASSERT_EQ(zvrContextCreatePostEffect(context_, ZVR_POST_EFFECT_GAMMA_CORRECTION, &gamma), 0);
 
   const std::string head =
       "{\n\"input\": \"C:/scenes/box.glb\",\n\"output\": [\"a.png\", \"b.exr\"],\n\"gpumem.total.mb\": #,\n"
@@ -71,21 +65,13 @@ TEST_F(Statistics, DocumentLineByLine) {
     std::string body;
   } cases[] = {
       {"one element, one tile, no effects", {element("color", {"a.png", "b.exr"})}, {}, 4, ""},
-      {"two elements: the last is left out",
-       {element("color", {"a.png", "b.exr"}), element("depth", {"d.exr"})},
-       {},
-       4,
-       "\"aovs\": {\n  \"color\": [\"a.png\", \"b.exr\"]\n},\n"},
+      {"two elements: the last is left out", {element("color", {"a.png", "b.exr"}), element("depth", {"d.exr"})},
+       {}, 4, "\"aovs\": {\n  \"color\": [\"a.png\", \"b.exr\"]\n},\n"},
       {"three elements, tiles",
-       {element("color", {"a.png"}), element("depth", {"d.exr"}), element("normal", {"n.png"})},
-       {},
-       2,
-       tiles + "\"aovs\": {\n  \"color\": [\"a.png\"],\n  \"depth\": [\"d.exr\"]\n},\n"},
-      {"post effects close their bracket on the last line",
-       {element("color", {"a.png"})},
-       {{normalization, true}, {gamma, false}},
-       4,
-       "\"posteffects\": [\n  \"normalization\",\n  \"gammacorrection\"],\n"},
+       {element("color", {"a.png"}), element("depth", {"d.exr"}), element("normal", {"n.png"})}, {},
+       2, tiles + "\"aovs\": {\n  \"color\": [\"a.png\"],\n  \"depth\": [\"d.exr\"]\n},\n"},
+      {"post effects close their bracket on the last line", {element("color", {"a.png"})},
+       {{normalization, true}, {gamma, false}}, 4, "\"posteffects\": [\n  \"normalization\",\n  \"gammacorrection\"],\n"},
   };
   for (const auto& c : cases) {
     const std::string path = tempFile("stats.json");
@@ -93,15 +79,10 @@ TEST_F(Statistics, DocumentLineByLine) {
     root["output.json"] = picojson::value(path);
     RenderSettings settings;
     settings.iterations = 5;
-    settings.width = 8;
+    settings.width = settings.tileWidth = 8;
     settings.height = 4;
-    settings.tileWidth = 8;
     settings.tileHeight = c.tileHeight;
-    TimingRecord timing;
-    timing.stampCount = 2;
-    timing.frequency = 1000;
-    timing.stamps[0] = 2000;
-    timing.stamps[1] = 4500;
+    const TimingRecord timing{2, 1000, {2000, 4500}};
     writeStatistics("C:\\scenes\\box.glb", picojson::value(root), context_, settings, {"a.png", "b.exr"}, c.elements,
                     c.effects, timing, 12.5f);
     EXPECT_EQ(masked(path), head + c.body + tail) << c.label;
@@ -111,25 +92,14 @@ TEST_F(Statistics, DocumentLineByLine) {
 }
 
 TEST_F(Statistics, DefaultFileNameWithoutAStringKey) {
-  char previous[4096];
-  ASSERT_NE(getcwd(previous, sizeof(previous)), nullptr);
-  const std::string folder = tempFile("cwd");
-  ASSERT_EQ(system(("mkdir -p '" + folder + "'").c_str()), 0);
-  ASSERT_EQ(chdir(folder.c_str()), 0);
+  const std::filesystem::path previous = std::filesystem::current_path();
+  std::filesystem::current_path(tempFile(""));
   RenderSettings settings;
   TimingRecord timing;
   timing.frequency = 1;
   writeStatistics("s.glb", parse(R"({"output.json": 3})"), context_, settings, {"out.png"}, {}, {}, timing, 0.0f);
-  std::ifstream written("out.json");
-  std::string first;
-  std::getline(written, first);
-  std::string second;
-  std::getline(written, second);
-  EXPECT_EQ(first, "{");
-  EXPECT_EQ(second, "\"input\": \"s.glb\",");
-  std::remove("out.json");
-  ASSERT_EQ(chdir(previous), 0);
-  rmdir(folder.c_str());
+  std::filesystem::current_path(previous);
+  EXPECT_EQ(readWholeFile(tempFile("out.json")).rfind("{\n\"input\": \"s.glb\",\n", 0), 0u);
 }
 
 }  // namespace

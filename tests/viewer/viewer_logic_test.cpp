@@ -62,15 +62,6 @@ TEST(Navigation, DragYawsFromItsSecondFrameAndFollowsARolledCamera) {
   }
 }
 
-TEST(Navigation, QuaternionRotationTurnsAboutTheAxis) {
-  const Vector4 turned = rotateVector({1.0f, 0.0f, 0.0f, 7.0f}, rotationQuaternion({0.0f, 0.0f, 2.0f, 0.0f}, M_PI_2));
-  EXPECT_NEAR(turned[0], 0.0f, 1e-6f);
-  EXPECT_NEAR(turned[1], 1.0f, 1e-6f);
-  EXPECT_EQ(turned[3], 0.0f);
-  const Vector4 same = rotateVector({1.0f, 2.0f, 3.0f, 0.0f}, {0.0f, 0.0f, 0.0f, 0.0f});
-  EXPECT_EQ(same[0], 0.0f) << "a zero quaternion rotates through the identity inverse";
-}
-
 // Runs the schedule as the window loop does, moving the camera in every batch when asked.
 std::vector<uint32_t> renderedBatches(int32_t stopAt, uint32_t batchSize, bool moveEveryBatch, int batches) {
   BatchCounters counters;
