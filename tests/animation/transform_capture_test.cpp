@@ -6,6 +6,7 @@
 #include "animation/keyframe_evaluation.h"
 #include "animation/transform_capture.h"
 #include "engine/ZvrLoadStore.h"
+#include "tests/support/scoped_context.h"
 
 using namespace zvrs;
 
@@ -14,10 +15,9 @@ namespace {
 // BoxAnimated holds a chain child -> parent -> grandparent -> root, the inner box hanging on the
 // child, a rotation channel on the child and a translation channel on the grandparent.
 TEST(TransformCapture, ChainChannelsAndPosingOnce) {
-  const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
-  ZvrContext context = nullptr;
+  const ScopedContext context;
   ZvrObject materials = nullptr, scene = nullptr;
-  ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+  ASSERT_EQ(context.status(), 0);
   ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &materials), 0);
   const std::string path = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/BoxAnimated/BoxAnimated.glb";
   ASSERT_EQ(zvrsImport(path.c_str(), context, materials, &scene, 0, nullptr), 0);
@@ -55,7 +55,6 @@ TEST(TransformCapture, ChainChannelsAndPosingOnce) {
   EXPECT_EQ(state.objectAppliedTransforms, applied);
   zvrsReleaseImportedData();
   zvrsDeleteListImportedObjects(context);
-  zvrObjectDelete(context);  // and everything made in it
 }
 
 }  // namespace

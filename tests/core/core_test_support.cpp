@@ -6,14 +6,6 @@
 
 namespace core_test {
 
-ScopedContext::ScopedContext(uint32_t flags, std::vector<int32_t> plugins, const ZvrContextProperties* properties) {
-  status_ = zvrCreateContext(ZVR_API_VERSION, plugins.data(), plugins.size(), flags, properties, nullptr, &context_);
-}
-
-ScopedContext::~ScopedContext() {
-  if (context_) zvrObjectDelete(context_);
-}
-
 ::testing::AssertionResult fails(ZvrStatus got, ZvrStatus want, ZvrContext context, const std::string& words) {
   const std::string text = lastError(context);
   if (got == want && text.find(words) != std::string::npos) return ::testing::AssertionSuccess();

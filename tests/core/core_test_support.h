@@ -10,27 +10,12 @@
 
 #include "engine/ZvrCore.h"
 #include "tests/support/last_error.h"
+#include "tests/support/scoped_context.h"
 
 namespace core_test {
 
 // The id of the tests' plug-in, registered by its short name.
 int32_t testPluginId();
-
-// Deletes the context when the test ends, whatever happened.
-class ScopedContext {
- public:
-  explicit ScopedContext(uint32_t flags = ZVR_CREATION_FLAGS_ENABLE_CPU, std::vector<int32_t> plugins = {testPluginId()},
-                         const ZvrContextProperties* properties = nullptr);
-  ~ScopedContext();
-  ScopedContext(const ScopedContext&) = delete;
-  ScopedContext& operator=(const ScopedContext&) = delete;
-  operator ZvrContext() const { return context_; }
-  ZvrStatus status() const { return status_; }
-
- private:
-  ZvrContext context_ = nullptr;
-  ZvrStatus status_;
-};
 
 std::string makeFolder();
 
@@ -39,7 +24,7 @@ std::string makeFolder();
 class CoreTest : public ::testing::Test {
  protected:
   ~CoreTest() override { std::filesystem::remove_all(folder); }
-  ScopedContext context;
+  ScopedContext context{{testPluginId()}};
   const std::string folder = makeFolder();
 };
 

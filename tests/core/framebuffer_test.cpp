@@ -97,7 +97,7 @@ TEST_F(CoreTest, ResolveRunsAttachedEffectsInOrder) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    core_test::ScopedContext local;
+    ScopedContext local({core_test::testPluginId()});
     ZvrFrameBuffer source = renderedFrameBuffer(local), destination = makeFrameBuffer(local);
     for (const auto& [type, parameters] : c.effects) attach(local, type, parameters);
     ASSERT_EQ(zvrContextResolveFrameBuffer(local, source, destination, c.dataOnly), ZVR_SUCCESS) << lastError(local);

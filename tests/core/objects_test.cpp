@@ -260,7 +260,7 @@ TEST_F(CoreTest, NamesRenderLayersAndOwnedFiles) {
   std::ofstream(owned) << "ocio_profile_version: 2\n";
   struct stat st;
   {
-    core_test::ScopedContext local;
+    ScopedContext local({core_test::testPluginId()});
     ZvrShape shape = core_test::makeTriangle(local);
     EXPECT_EQ(info<uint32_t>(zvrObjectGetInfo, shape, ZVR_OBJECT_TYPE), uint32_t(ZVR_OBJECT_SHAPE));
     EXPECT_EQ(zvrObjectSetName(shape, std::string(300, 'x').c_str()), ZVR_ERROR_INVALID_ARGUMENT);

@@ -16,7 +16,6 @@ namespace {
 using core_test::CoreTest;
 using core_test::fails;
 using core_test::info;
-using core_test::ScopedContext;
 
 float getKey(ZvrContext context, uint32_t key, bool isFloat) {
   return isFloat ? info<float>(zvrContextGetInfo, context, key) : float(info<uint32_t>(zvrContextGetInfo, context, key));
@@ -97,7 +96,7 @@ TEST_F(CoreTest, TileSizeTakesFourFloatsUpTo65536) {
 }
 
 TEST_F(CoreTest, NoGpuDeviceAndMemoryCountsFramebuffersAndTheProcess) {
-  core_test::ScopedContext gpu(ZVR_CREATION_FLAGS_ENABLE_GPU0 | ZVR_CREATION_FLAGS_ENABLE_CPU);
+  ScopedContext gpu({core_test::testPluginId()}, ZVR_CREATION_FLAGS_ENABLE_GPU0 | ZVR_CREATION_FLAGS_ENABLE_CPU);
   ASSERT_EQ(gpu.status(), ZVR_SUCCESS) << "GPU flags are accepted and fall back to the CPU";
   EXPECT_TRUE(fails(zvrContextGetInfo(gpu, ZVR_CONTEXT_GPU0_NAME, sizeof(core_test::Text), core_test::Text().data(), nullptr),
                     ZVR_ERROR_UNSUPPORTED, gpu, "no GPU device"));
@@ -155,7 +154,7 @@ TEST_F(CoreTest, CreationChecksVersionPluginsFlagsAndProperties) {
   const char* binaryPath = "/nowhere";
   ZvrContextProperties known[16] = {ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, 3, ZVR_CONTEXT_CREATEPROP_KEY_338, 3,
                                     ZVR_CONTEXT_CREATEPROP_PRECOMPILED_BINARY_PATH, reinterpret_cast<intptr_t>(binaryPath)};
-  EXPECT_EQ(ScopedContext(cpu, {plugin}, known).status(), ZVR_SUCCESS);
+  EXPECT_EQ(ScopedContext({plugin}, cpu, known).status(), ZVR_SUCCESS);
 }
 
 TEST_F(CoreTest, DebugFlagTracesToVelderLogInTheWorkingFolder) {
@@ -164,7 +163,7 @@ TEST_F(CoreTest, DebugFlagTracesToVelderLogInTheWorkingFolder) {
   ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
   ASSERT_EQ(chdir(folder.c_str()), 0);
   {
-    ScopedContext debug(ZVR_CREATION_FLAGS_ENABLE_CPU | ZVR_CREATION_FLAGS_ENABLE_DEBUG);
+    ScopedContext debug({core_test::testPluginId()}, ZVR_CREATION_FLAGS_ENABLE_CPU | ZVR_CREATION_FLAGS_ENABLE_DEBUG);
     EXPECT_EQ(info<core_test::Text>(zvrContextGetInfo, debug, ZVR_CONTEXT_API_TRACE_PATH).data(), folder + "/velder.log");
     EXPECT_STREQ(info<core_test::Text>(zvrContextGetInfo, context, ZVR_CONTEXT_API_TRACE_PATH).data(), "") << "no flag, no trace";
   }

@@ -21,7 +21,7 @@ constexpr uint32_t kDepthKeys[] = {ZVR_CONTEXT_MAX_DEPTH, ZVR_CONTEXT_MAX_DEPTH_
 // casts a shadow on it: hiding the card changes what the camera sees, the shadow and the light.
 class Stage {
  public:
-  explicit Stage(const char* plugin) : context_(ZVR_CREATION_FLAGS_ENABLE_CPU, {zvrRegisterPlugin(plugin)}, kThreads) {
+  explicit Stage(const char* plugin) : context_({zvrRegisterPlugin(plugin)}, ZVR_CREATION_FLAGS_ENABLE_CPU, kThreads) {
     ZvrMaterialSystem system = nullptr;
     EXPECT_EQ(zvrContextCreateMaterialSystem(context_, 0, &system), ZVR_SUCCESS);
     ZvrMaterialNode white = material(system, 0), glowing = material(system, 6);
@@ -104,7 +104,7 @@ class Stage {
     return shape;
   }
 
-  core_test::ScopedContext context_;
+  ScopedContext context_{{core_test::testPluginId()}};
   core_test::TestScene scene_;
 };
 

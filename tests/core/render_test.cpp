@@ -16,7 +16,6 @@ namespace {
 
 using core_test::CoreTest;
 using core_test::makeFrameBuffer;
-using core_test::ScopedContext;
 
 CoreTestPluginReport pluginReport() {
   void* library = dlopen(ZVR_BIN_DIR "/libZvrCoreTestPlugin.so", RTLD_NOW | RTLD_NOLOAD);
@@ -38,7 +37,7 @@ TEST_F(CoreTest, RenderRefusesWithoutWhatItNeeds) {
        }, "all bound framebuffers must match"},
   };
   for (const auto& [setup, words] : cases) {
-    ScopedContext local;
+    ScopedContext local({core_test::testPluginId()});
     setup(local);
     EXPECT_TRUE(core_test::fails(zvrContextRender(local), ZVR_ERROR_INVALID_ARGUMENT, local, words));
   }
@@ -87,7 +86,7 @@ TEST_F(CoreTest, IterationsAccumulateAcrossCallsWithCallbacksInOrder) {
 
 TEST_F(CoreTest, ParametersLayersAndTheSceneReachThePlugin) {
   const ZvrContextProperties properties[] = {ZVR_CONTEXT_CREATEPROP_CPU_THREAD_LIMIT, 3, 0};
-  ScopedContext threaded(ZVR_CREATION_FLAGS_ENABLE_CPU, {core_test::testPluginId()}, properties);
+  ScopedContext threaded({core_test::testPluginId()}, ZVR_CREATION_FLAGS_ENABLE_CPU, properties);
   auto scene = core_test::makeScene(threaded, 3, 0.5f);
   ASSERT_EQ(zvrShapeSetVisibility(scene.shapes[1], 0), ZVR_SUCCESS);
   ZvrLight light = nullptr;
@@ -131,7 +130,7 @@ TEST_F(CoreTest, TraceHasEveryCallIsOneLineWithItsArgumentsAndStatus) {
   ASSERT_GE(plugin, 0);
   setenv("ZVR_TRACE", path.c_str(), 1);
   {
-    ScopedContext context(ZVR_CREATION_FLAGS_ENABLE_CPU, {plugin});
+    ScopedContext context({plugin});
     zvrContextSetParameterByKey1u(context, ZVR_CONTEXT_ITERATIONS, 4);
     ASSERT_EQ(zvrTestLayerSetIterations(context, 5), ZVR_SUCCESS);  // a layered library's call: not traced
     zvrContextSetParameterByKey1f(context, ZVR_CONTEXT_DISPLAY_GAMMA, 2.4f);

@@ -8,23 +8,18 @@
 
 #include "engine/ZvrLoadStore.h"
 #include "tests/support/last_error.h"
+#include "tests/support/scoped_context.h"
 
 namespace zvr::testing {
-
-// A context over the Velder plug-in: a context needs one, and the load/store tests never render.
-inline ZvrStatus createContext(ZvrContext* context) {
-  const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
-  return zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, context);
-}
 
 class LoadStoreApi : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(createContext(&context), 0);
+    ASSERT_EQ(context.status(), 0);
     ASSERT_EQ(zvrContextCreateMaterialSystem(context, 0, &materialSystem), 0);
   }
 
-  // The program's teardown order: material system, scene, then the imported objects.
+  // The program's teardown order: material system, scene, the imported objects, then the context.
   void TearDown() override {
     if (materialSystem) {
       EXPECT_EQ(zvrObjectDelete(materialSystem), 0);
@@ -33,9 +28,6 @@ class LoadStoreApi : public ::testing::Test {
       EXPECT_EQ(zvrObjectDelete(scene), 0);
     }
     EXPECT_EQ(zvrsDeleteListImportedObjects(nullptr), 0);
-    if (context) {
-      EXPECT_EQ(zvrObjectDelete(context), 0);
-    }
   }
 
   std::string lastError() const { return ::lastError(context); }
@@ -61,7 +53,7 @@ class LoadStoreApi : public ::testing::Test {
     return handles;
   }
 
-  ZvrContext context = nullptr;
+  ScopedContext context;
   ZvrMaterialSystem materialSystem = nullptr;
   ZvrScene scene = nullptr;
 };

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "tests/loadstore/api_fixture.h"
@@ -50,8 +51,9 @@ TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContextAndGl
                    "<file name=\"curve.spi1d\">AQID/w==</file></ocio>");
   std::ofstream(xml, std::ios::trunc) << text;
 
-  ZvrContext context = nullptr;
-  ASSERT_EQ(testing::createContext(&context), 0);
+  std::optional<ScopedContext> scoped(std::in_place);
+  ASSERT_EQ(scoped->status(), 0);
+  const ZvrContext context = *scoped;
   const std::string temp = folder + "/scene_TEMP_ZVRS_OCIO";
   ASSERT_EQ(zvrsBuildOCIOFiles(xml.c_str(), context, temp.c_str(), 0), 0);
   char path[2048] = {};
@@ -68,7 +70,7 @@ TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContextAndGl
   EXPECT_FALSE(fs::exists(folder + "/gltf.ocio"));
   EXPECT_EQ(zvrsBuildOCIOFiles("/nonexistent/scene.xml", context, temp.c_str(), 0), ZVR_ERROR_IO);
   EXPECT_NE(::lastError(context).find("scene.xml: does not exist"), std::string::npos) << ::lastError(context);
-  ASSERT_EQ(zvrObjectDelete(context), 0);
+  scoped.reset();  // the context's files go with it
   EXPECT_FALSE(fs::exists(temp + ".ocio"));
   EXPECT_FALSE(fs::exists(temp + "_curve.spi1d"));
 }

@@ -7,24 +7,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/ZvrCore.h"
 #include "picojson.h"
 #include "tests/support/program_run.h"
+#include "tests/support/scoped_context.h"
 
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override {
     setenv("ZVR_TRACE", tracePath_.c_str(), 1);
-    const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
-    ASSERT_GE(plugin, 0) << "Velder64 not found beside the core";
-    ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context_),
-              ZVR_SUCCESS);
+    scoped_.emplace();  // after the trace is named, so the trace holds the creation too
+    ASSERT_EQ(scoped_->status(), ZVR_SUCCESS);
+    context_ = *scoped_;
   }
   void TearDown() override {
-    if (context_ != nullptr) zvrObjectDelete(context_);
+    scoped_.reset();
     unsetenv("ZVR_TRACE");
   }
 
@@ -72,6 +73,7 @@ class EngineTest : public ::testing::Test {
   const RunFolder folder_{std::string(::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name()) +
                           "_" + ::testing::UnitTest::GetInstance()->current_test_info()->name()};
   const std::string tracePath_ = folder_ / "api.trace";
+  std::optional<ScopedContext> scoped_;
   ZvrContext context_ = nullptr;
 };
 

@@ -75,9 +75,8 @@ TEST_F(EngineSetup, PostEffectsNormalizationAlwaysGammaOnlyWhenAskedAndMissing) 
        {{kWhiteBalance, false}, {kBloom, false}, {kNormalization, true}, {kGamma, true}}},
   };
   for (const auto& c : cases) {
-    ZvrContext context = nullptr;
-    const int32_t plugin = zvrRegisterPlugin("Velder64.dll");
-    ASSERT_EQ(zvrCreateContext(ZVR_API_VERSION, &plugin, 1, ZVR_CREATION_FLAGS_ENABLE_CPU, nullptr, nullptr, &context), 0);
+    const ScopedContext context;
+    ASSERT_EQ(context.status(), 0);
     for (uint32_t type : c.attached) {
       ZvrPostEffect effect = nullptr;
       ASSERT_EQ(zvrContextCreatePostEffect(context, type, &effect), 0) << c.label;
@@ -97,7 +96,6 @@ TEST_F(EngineSetup, PostEffectsNormalizationAlwaysGammaOnlyWhenAskedAndMissing) 
     uint32_t attachedCount = 0;
     ASSERT_EQ(zvrContextGetAttachedPostEffectCount(context, &attachedCount), 0);
     EXPECT_EQ(attachedCount, c.expected.size()) << c.label;
-    zvrObjectDelete(context);
   }
 }
 
