@@ -2,7 +2,10 @@
 # side-by-side benchmark (bench_versus_cycles). Run by Blender, never by the product:
 #
 #   blender --background --factory-startup --python bench/cycles_scene.py -- \
-#       scene.glb out.exr samples threads size seed
+#       scene.glb out.exr samples threads size seed [sky]
+#
+# Without `sky` the scene is the Lambertian Cornell box under a black background; with it, the
+# glTF's own materials are kept under a white sky of that strength.
 #
 # Prints "cycles-render-seconds <wall> cpu <processor seconds>": the render call alone (scene sync,
 # BVH and samples), not Blender's own start-up, the import or the file write.
@@ -23,10 +26,11 @@ def fail(text):
 
 
 args = sys.argv[sys.argv.index("--") + 1:] if "--" in sys.argv else []
-if len(args) != 6:
-    fail("expected: scene.glb out.exr samples threads size seed")
+if len(args) not in (6, 7):
+    fail("expected: scene.glb out.exr samples threads size seed [sky]")
 scene_path, out_path = args[0], args[1]
-samples, threads, size, seed = (int(a) for a in args[2:])
+samples, threads, size, seed = (int(a) for a in args[2:6])
+sky = float(args[6]) if len(args) == 7 else 0.0
 if samples < 1 or threads < 1 or size < 1:
     fail("samples, threads and size must be positive")
 
@@ -43,7 +47,7 @@ scene.camera = cameras[0]
 # The scene is Lambertian by intent (specularFactor 0). Cycles' Principled BSDF has no Lambertian
 # setting (its diffuse lobe brightens at grazing angles with roughness), so each material becomes
 # a Diffuse BSDF of its base colour plus its emission, as the reference was rendered.
-for material in bpy.data.materials:
+for material in (bpy.data.materials if sky == 0 else []):
     if not material.use_nodes:
         continue
     nodes = material.node_tree.nodes
@@ -68,12 +72,12 @@ for material in bpy.data.materials:
     links.new(emit.outputs["Emission"], add.inputs[1])
     links.new(add.outputs["Shader"], output.inputs["Surface"])
 
-# A black background: the glTF carries no environment.
-world = bpy.data.worlds.new("black")
+# The glTF carries no environment: black, or the white sky asked for.
+world = bpy.data.worlds.new("sky")
 world.use_nodes = True
 background = world.node_tree.nodes.get("Background")
-background.inputs["Color"].default_value = (0, 0, 0, 1)
-background.inputs["Strength"].default_value = 0
+background.inputs["Color"].default_value = (1, 1, 1, 1) if sky > 0 else (0, 0, 0, 1)
+background.inputs["Strength"].default_value = sky
 scene.world = world
 
 render = scene.render
