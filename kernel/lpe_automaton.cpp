@@ -141,15 +141,21 @@ bool LpeAutomaton::build(const LpeExpression& expression, std::string* error, ui
   std::unordered_map<std::vector<uint32_t>, uint16_t, StateSetHash> ids;
   std::vector<std::vector<uint32_t>> sets(1);
   ids[{}] = kDead;
-  // Every state's closure once: a successor set is then the union of its members' closures.
+  // Each state's closure once, for the states a set is built from (the start and the targets of
+  // event edges): a successor set is then the union of its members' closures.
   std::vector<uint32_t> mark;
   uint32_t stamp = 0;
   std::vector<std::vector<uint32_t>> closures(nfa.states.size());
-  for (uint32_t s = 0; s < closures.size(); ++s) {
-    closures[s] = {s};
-    nfa.close(closures[s], mark, stamp);
-  }
-  std::vector<uint32_t> first = closures[whole.start];
+  std::vector<uint8_t> closed(nfa.states.size(), 0);
+  auto closureOf = [&](uint32_t s) -> const std::vector<uint32_t>& {
+    if (!closed[s]) {
+      closures[s] = {s};
+      nfa.close(closures[s], mark, stamp);
+      closed[s] = 1;
+    }
+    return closures[s];
+  };
+  std::vector<uint32_t> first = closureOf(whole.start);
   table_.clear();
   accepting_.clear();
   auto idOf = [&](std::vector<uint32_t>& set) -> int32_t {
@@ -161,28 +167,31 @@ bool LpeAutomaton::build(const LpeExpression& expression, std::string* error, ui
     sets.push_back(set);
     return id;
   };
-  int32_t startId = idOf(first);
+  const int32_t startId = idOf(first);
+  bool fits = startId >= 0;
   std::vector<std::vector<uint32_t>> successors(classCount_);
-  for (size_t d = 0; d < sets.size() && startId >= 0; ++d) {
+  for (size_t d = 0; d < sets.size() && fits; ++d) {
     const std::vector<uint32_t> current = sets[d];
     accepting_.push_back(std::binary_search(current.begin(), current.end(), whole.accept) ? 1 : 0);
     for (std::vector<uint32_t>& next : successors) next.clear();
     for (uint32_t s : current) {
       const Nfa::State& st = nfa.states[s];
-      if (st.predicate >= 0)
-        for (uint16_t c : classesOf[size_t(st.predicate)])
-          successors[c].insert(successors[c].end(), closures[st.next].begin(), closures[st.next].end());
+      if (st.predicate < 0) continue;
+      const std::vector<uint32_t>& reached = closureOf(st.next);
+      for (uint16_t c : classesOf[size_t(st.predicate)]) successors[c].insert(successors[c].end(), reached.begin(), reached.end());
     }
     for (std::vector<uint32_t>& next : successors) {
       std::sort(next.begin(), next.end());
       next.erase(std::unique(next.begin(), next.end()), next.end());
-      int32_t id = idOf(next);
-      if (id < 0) break;
+      const int32_t id = idOf(next);
+      if (id < 0) {
+        fits = false;
+        break;
+      }
       table_.push_back(uint16_t(id));
     }
-    if (table_.size() != (d + 1) * classCount_) startId = -1;
   }
-  if (startId < 0) {
+  if (!fits) {
     if (error) *error = "the expression needs more than " + std::to_string(maxStates) + " automaton states";
     return false;
   }
