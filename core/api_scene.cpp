@@ -34,6 +34,11 @@ void requireFinite(float value, const char* what) {
   if (!std::isfinite(value)) fail(ZVR_ERROR_INVALID_ARGUMENT, std::string(what) + " is not a finite number");
 }
 
+// Light groups 0 to 15 each have an output; -1 is no group.
+void requireLightGroup(int32_t group) {
+  if (group < -1 || group > 15) fail(ZVR_ERROR_INVALID_ARGUMENT, "light group " + std::to_string(group) + " is not -1 to 15");
+}
+
 }  // namespace
 
 extern "C" {
@@ -403,7 +408,7 @@ ZVR_API ZvrStatus zvrShapeSetLightGroup(ZvrShape shape, int32_t group) {
   call.handle("shape", shape).number("group", group);
   return call.run([&] {
     Shape* s = objectOf<Shape>(call, shape, ZVR_OBJECT_SHAPE, "shape");
-    if (group < -1 || group > 15) fail(ZVR_ERROR_INVALID_ARGUMENT, "light group " + std::to_string(group) + " is not -1 to 15");
+    requireLightGroup(group);
     s->lightGroup = group;
     // The emitters are rebuilt with the materials.
     ++s->context()->revisions.material;
@@ -518,7 +523,7 @@ ZVR_API ZvrStatus zvrLightSetGroup(ZvrLight light, int32_t group) {
   call.handle("light", light).number("group", group);
   return call.run([&] {
     Light* l = objectOf<Light>(call, light, ZVR_OBJECT_LIGHT, "light");
-    if (group < -1 || group > 15) fail(ZVR_ERROR_INVALID_ARGUMENT, "light group " + std::to_string(group) + " is not -1 to 15");
+    requireLightGroup(group);
     l->data.group = group;
     ++l->context()->revisions.light;
   });
