@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,16 @@ class LoadStoreApi : public ::testing::Test {
   ZvrMaterialSystem materialSystem = nullptr;
   ZvrScene scene = nullptr;
 };
+
+// A fixed-size value read through any of the render library's get-info calls.
+template <class T, class Get, class Key>
+T info(Get get, ZvrObject object, Key key) {
+  T value{};
+  EXPECT_EQ(get(object, key, sizeof value, &value, nullptr), 0) << "key " << key;
+  return value;
+}
+
+using Name = std::array<char, 256>;
 
 inline std::string parentName(ZvrStatus (*get)(ZvrObject, size_t, char*, size_t*), ZvrObject object) {
   char name[1024] = "unset";
