@@ -69,16 +69,14 @@ T info(Get get, ZvrObject object, Key key) {
 
 using Name = std::array<char, 256>;
 
-inline std::string parentName(ZvrStatus (*get)(ZvrObject, size_t, char*, size_t*), ZvrObject object) {
+// The name of the group above a shape, light, camera or group.
+template <class Of>
+std::string parentName(ZvrStatus (*get)(Of, size_t, char*, size_t*), Of of) {
   char name[1024] = "unset";
-  EXPECT_EQ(get(object, sizeof name, name, nullptr), 0);
+  EXPECT_EQ(get(of, sizeof name, name, nullptr), 0);
   return name;
 }
 
-inline std::string groupParent(const std::string& group) {
-  char name[1024] = "unset";
-  EXPECT_EQ(zvrsGetParentGroupFromGroup(group.c_str(), sizeof name, name, nullptr), 0);
-  return name;
-}
+inline std::string groupParent(const std::string& group) { return parentName(zvrsGetParentGroupFromGroup, group.c_str()); }
 
 }  // namespace zvr::testing
