@@ -77,6 +77,8 @@ std::string parentName(ZvrStatus (*get)(Of, size_t, char*, size_t*), Of of) {
   return name;
 }
 
-inline std::string groupParent(const std::string& group) { return parentName(zvrsGetParentGroupFromGroup, group.c_str()); }
+inline std::string groupParent(const std::string& group) {
+  return parentName(zvrsGetParentGroupFromGroup, group.c_str());
+}
 
 }  // namespace zvr::testing

@@ -50,7 +50,8 @@ TEST_F(ImportApi, EverySharedSceneImportsAndIsDeletedWithoutLeaks) {
         group = groupParent(group);
       }
     }
-    EXPECT_EQ(info<ZvrScene>(zvrContextGetInfo, context, ZVR_CONTEXT_SCENE), imported) << "the new scene must be the context's";
+    EXPECT_EQ(info<ZvrScene>(zvrContextGetInfo, context, ZVR_CONTEXT_SCENE), imported)
+        << "the new scene must be the context's";
     EXPECT_EQ(zvrsReleaseImportedData(), 0);
     EXPECT_EQ(zvrObjectDelete(imported), 0);
   }
@@ -86,7 +87,8 @@ TEST_F(ImportApi, BoxAnimatedGroupsAndRecordsAsTheProgramReadsThem) {
     }
     // Import leaves the group transforms to the program: the shape's own matrix is the identity.
     using Matrix = std::array<float, 16>;
-    EXPECT_EQ(info<Matrix>(zvrShapeGetInfo, shape, ZVR_SHAPE_TRANSFORM), (Matrix{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(info<Matrix>(zvrShapeGetInfo, shape, ZVR_SHAPE_TRANSFORM),
+              (Matrix{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}));
   }
   const auto& channels = j["animations"][0]["channels"];
   for (uint32_t i = 0; i < channels.size(); ++i) {
@@ -189,10 +191,10 @@ TEST_F(ImportApi, ParametersByNameReachTheirKeys) {
   };
   for (const auto& [name, key, isFloat, value] : cases) {
     SCOPED_TRACE(name);
-    const ZvrStatus set =
-        isFloat ? zvrContextSetParameter1f(context, name, value) : zvrContextSetParameter1u(context, name, uint32_t(value));
-    ASSERT_EQ(set, 0) << lastError();
-    EXPECT_EQ(isFloat ? info<float>(zvrContextGetInfo, context, key) : float(info<uint32_t>(zvrContextGetInfo, context, key)), value);
+    ASSERT_EQ(isFloat ? zvrContextSetParameter1f(context, name, value)
+                      : zvrContextSetParameter1u(context, name, uint32_t(value)), 0) << lastError();
+    EXPECT_EQ(isFloat ? info<float>(zvrContextGetInfo, context, key)
+                      : float(info<uint32_t>(zvrContextGetInfo, context, key)), value);
     EXPECT_EQ(isFloat ? zvrContextSetParameter1u(context, name, 1) : zvrContextSetParameter1f(context, name, 1.f),
               ZVR_ERROR_INVALID_ARGUMENT);
   }

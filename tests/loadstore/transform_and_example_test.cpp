@@ -39,7 +39,8 @@ TEST(TransformMath, MatricesSplitBackIntoTheirParts) {
     for (int i = 0; i < 4; ++i) EXPECT_NEAR(back.rotation[i], sign * c.trs.rotation[i], 1e-5f) << "component " << i;
   }
   Trs m;
-  EXPECT_FALSE(decomposeMatrix(matrixFromTrs(Trs{{0, 0, 0}, {0, 0, 0, 1}, {1, 0, 1}}), &m)) << "a collapsed axis has no rotation";
+  EXPECT_FALSE(decomposeMatrix(matrixFromTrs(Trs{{0, 0, 0}, {0, 0, 0, 1}, {1, 0, 1}}), &m))
+      << "a collapsed axis has no rotation";
   const Matrix4 mirrored = matrixFromTrs(Trs{{0, 0, 0}, {0, 0, 0, 1}, {-1, 1, 1}});
   ASSERT_TRUE(decomposeMatrix(mirrored, &m));
   const Matrix4 rebuilt = matrixFromTrs(m);
