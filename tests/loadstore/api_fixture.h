@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -58,16 +59,26 @@ class LoadStoreApi : public ::testing::Test {
   ZvrScene scene = nullptr;
 };
 
-inline std::string parentName(ZvrStatus (*get)(ZvrObject, size_t, char*, size_t*), ZvrObject object) {
+// A fixed-size value read through any of the render library's get-info calls.
+template <class T, class Get, class Key>
+T info(Get get, ZvrObject object, Key key) {
+  T value{};
+  EXPECT_EQ(get(object, key, sizeof value, &value, nullptr), 0) << "key " << key;
+  return value;
+}
+
+using Name = std::array<char, 256>;
+
+// The name of the group above a shape, light, camera or group.
+template <class Of>
+std::string parentName(ZvrStatus (*get)(Of, size_t, char*, size_t*), Of of) {
   char name[1024] = "unset";
-  EXPECT_EQ(get(object, sizeof name, name, nullptr), 0);
+  EXPECT_EQ(get(of, sizeof name, name, nullptr), 0);
   return name;
 }
 
 inline std::string groupParent(const std::string& group) {
-  char name[1024] = "unset";
-  EXPECT_EQ(zvrsGetParentGroupFromGroup(group.c_str(), sizeof name, name, nullptr), 0);
-  return name;
+  return parentName(zvrsGetParentGroupFromGroup, group.c_str());
 }
 
 }  // namespace zvr::testing

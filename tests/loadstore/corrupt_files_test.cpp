@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
-
-const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+using Json = nlohmann::json;
+using testing::kScenes;
 
 void writeBytes(const std::string& path, const Bytes& b) {
   std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(b.data()), std::streamsize(b.size()));
@@ -25,13 +25,18 @@ void writeBytes(const std::string& path, const Bytes& b) {
 
 void putU32(Bytes* b, size_t at, uint32_t v) { std::memcpy(b->data() + at, &v, 4); }
 
-std::string textOfFailure(const std::string& path) {
+// The text of the LoadError that `action` throws.
+std::string failureOf(const std::function<void()>& action) {
   try {
-    readSceneFile(path);
+    action();
   } catch (const LoadError& e) {
     return e.what();
   }
   return "(no failure)";
+}
+
+std::string textOfFailure(const std::string& path) {
+  return failureOf([&] { readSceneFile(path); });
 }
 
 // Rewrites the JSON of a glTF; a binary one keeps its binary chunk, with the lengths made right.
@@ -69,63 +74,57 @@ std::function<void(const std::string&)> removeFile(const std::string& name) {
 }
 
 TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
-  using Json = nlohmann::json;
+  // The file below the shared scenes, copied with its folder; what is done to its bytes, or else to
+  // the copied folder; words that must appear in the failure text. The case's label is its words.
   struct Corruption {
-    const char* name;
-    const char* source;                               // file below the shared scenes, copied with its folder
-    std::function<void(Bytes*)> mutate;               // applied to the bytes of `source`
-    std::function<void(const std::string&)> prepare;  // extra changes to the copied folder
-    const char* words;                                // must appear in the failure text
+    const char* source;
+    std::function<void(Bytes*)> mutate;
+    std::function<void(const std::string&)> prepare;
+    const char* words;
   };
-  const char* box = "Box/Box.glb";
-  const char* cameras = "Cameras/Cameras.gltf";
+  const char *box = "Box/Box.glb", *cameras = "Cameras/Cameras.gltf", *textured = "BoxTextured/BoxTextured.glb";
   const Corruption cases[] = {
-      {"bad magic", box, [](Bytes* b) { (*b)[3] = 'X'; }, nullptr, "Box.glb: is neither glTF"},
-      {"wrong version", box, [](Bytes* b) { putU32(b, 4, 1); }, nullptr, "binary glTF version 1, not 2"},
-      {"truncated", box, [](Bytes* b) { b->resize(b->size() - 100); }, nullptr, "but holds 1564"},
-      {"4 GB declared length", box, [](Bytes* b) { putU32(b, 8, 0xFFFFFFFFu); }, nullptr, "declares a length of 4294967295 bytes"},
-      {"huge JSON chunk", box, [](Bytes* b) { putU32(b, 12, 0xFFFFFF00u); }, nullptr, "chunk 0 declares"},
-      {"header only", box, [](Bytes* b) { b->resize(12); }, nullptr, "Box.glb"},
-      {"empty", box, [](Bytes* b) { b->clear(); }, nullptr, "Box.glb: is empty"},
-      {"garbage", box, [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
-      {"missing scene file", box, nullptr, removeFile("Box.glb"), "Box.glb: does not exist or cannot be reached"},
-      {"JSON syntax", cameras, [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
-      {"accessor past its view", cameras, editJson([](Json& j) { j["accessors"][1]["count"] = 400; }), nullptr,
+      {box, [](Bytes* b) { (*b)[3] = 'X'; }, nullptr, "Box.glb: is neither glTF"},
+      {box, [](Bytes* b) { putU32(b, 4, 1); }, nullptr, "binary glTF version 1, not 2"},
+      {box, [](Bytes* b) { b->resize(b->size() - 100); }, nullptr, "but holds 1564"},
+      {box, [](Bytes* b) { putU32(b, 8, 0xFFFFFFFFu); }, nullptr, "declares a length of 4294967295 bytes"},
+      {box, [](Bytes* b) { putU32(b, 12, 0xFFFFFF00u); }, nullptr, "chunk 0 declares"},
+      {box, [](Bytes* b) { b->resize(12); }, nullptr, "Box.glb"},
+      {box, [](Bytes* b) { b->clear(); }, nullptr, "Box.glb: is empty"},
+      {box, [](Bytes* b) { b->assign(64, 0x5A); }, nullptr, "is neither glTF"},
+      {box, nullptr, removeFile("Box.glb"), "Box.glb: does not exist or cannot be reached"},
+      {cameras, [](Bytes* b) { b->resize(b->size() / 2); }, nullptr, "Cameras.gltf: "},
+      {cameras, editJson([](Json& j) { j["accessors"][1]["count"] = 400; }), nullptr,
        "accessor 1 reads past the end of buffer view 1"},
-      {"view past its buffer", cameras, editJson([](Json& j) { j["bufferViews"][1]["byteLength"] = 4800; }), nullptr,
+      {cameras, editJson([](Json& j) { j["bufferViews"][1]["byteLength"] = 4800; }), nullptr,
        "reads past the end of buffer 0"},
-      {"missing accessor", cameras, editJson([](Json& j) { j["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 7; }),
-       nullptr, "accessor 7 does not exist"},
-      {"float indices", cameras, editJson([](Json& j) { j["accessors"][0]["componentType"] = 5126; }), nullptr, "non-integer"},
-      {"4 GB buffer declared", cameras, editJson([](Json& j) { j["buffers"][0]["byteLength"] = 4294967295u; }), nullptr,
-       "Cameras.gltf: "},
-      {"huge accessor without data", cameras,
-       editJson([](Json& j) { j["accessors"][1].erase("bufferView"), j["accessors"][1]["count"] = 1u << 30; }), nullptr,
-       "declares 1073741824 elements without data"},
-      {"required extension unknown", cameras,
+      {cameras, editJson([](Json& j) { j["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 7; }), nullptr,
+       "accessor 7 does not exist"},
+      {cameras, editJson([](Json& j) { j["accessors"][0]["componentType"] = 5126; }), nullptr, "non-integer"},
+      {cameras, editJson([](Json& j) { j["buffers"][0]["byteLength"] = 4294967295u; }), nullptr, "Cameras.gltf: "},
+      {cameras, editJson([](Json& j) { j["accessors"][1].erase("bufferView"), j["accessors"][1]["count"] = 1u << 30; }),
+       nullptr, "declares 1073741824 elements without data"},
+      {cameras,
        editJson([](Json& j) { j["extensionsUsed"] = j["extensionsRequired"] = {"KHR_draco_mesh_compression"}; }), nullptr,
        "requires the extension KHR_draco_mesh_compression, which is not supported"},
-      {"node cycle", cameras, editJson([](Json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
-      {"catcher not true or false", cameras, editJson([](Json& j) { j["nodes"][0]["extras"]["shadowCatcher"] = 1; }), nullptr,
+      {cameras, editJson([](Json& j) { j["nodes"][0]["children"] = {0}; }), nullptr, "cycle"},
+      {cameras, editJson([](Json& j) { j["nodes"][0]["extras"]["shadowCatcher"] = 1; }), nullptr,
        "node 0: extras \"shadowCatcher\" is not true or false"},
-      {"missing buffer file", cameras, nullptr, removeFile("simpleSquare.bin"), "simpleSquare.bin"},
-      {"index past the vertex count", cameras, nullptr, editBin(0, 9, 2), "mesh 0 primitive 0 has index 9 past its vertex count 4"},
-      {"NaN position", cameras, nullptr, editBin(12, 0x7FC00000u, 4), "position that is not a finite number"},
-      {"light group beyond 15", "LightsPunctualLamp/LightsPunctualLamp.gltf",
+      {cameras, nullptr, removeFile("simpleSquare.bin"), "simpleSquare.bin"},
+      {cameras, nullptr, editBin(0, 9, 2), "mesh 0 primitive 0 has index 9 past its vertex count 4"},
+      {cameras, nullptr, editBin(12, 0x7FC00000u, 4), "position that is not a finite number"},
+      {"LightsPunctualLamp/LightsPunctualLamp.gltf",
        editJson([](Json& j) { j["extensions"]["KHR_lights_punctual"]["lights"][0]["extras"]["lightGroup"] = 16; }), nullptr,
        "light 0 has a \"lightGroup\" in its extras that is not a whole number from 0 to 15"},
-      {"missing texture image", "TextureTransformTest/TextureTransformTest.gltf", nullptr, removeFile("UV.png"),
-       "(UV.png) could not be read"},
-      {"image view past its buffer", "BoxTextured/BoxTextured.glb",
-       editJson([](Json& j) { j["bufferViews"][3]["byteOffset"] = 2147483648u; }), nullptr,
+      {"TextureTransformTest/TextureTransformTest.gltf", nullptr, removeFile("UV.png"), "(UV.png) could not be read"},
+      {textured, editJson([](Json& j) { j["bufferViews"][3]["byteOffset"] = 2147483648u; }), nullptr,
        "image 0 reads buffer view 3 past the end of buffer 0"},
-      {"image view longer than its buffer", "BoxTextured/BoxTextured.glb",
-       editJson([](Json& j) { j["bufferViews"][3]["byteLength"] = 100000; }), nullptr,
+      {textured, editJson([](Json& j) { j["bufferViews"][3]["byteLength"] = 100000; }), nullptr,
        "image 0 reads buffer view 3 past the end of buffer 0"},
   };
   for (const Corruption& c : cases) {
-    SCOPED_TRACE(c.name);
-    const fs::path source = kScenes + c.source;
+    SCOPED_TRACE(std::to_string(&c - cases) + ": " + c.words);
+    const fs::path source = testing::kScenes + c.source;
     const std::string folder = testing::scratchDir() + "/corrupt_files/" + std::to_string(&c - cases);
     fs::remove_all(folder);
     fs::create_directories(folder);
@@ -141,8 +140,8 @@ TEST(CorruptFiles, EachFailsWithTheFileAndTheProblemNamed) {
   }
 }
 
-TEST(CorruptFiles, BrokenXmlDocumentsFail) {
-  const std::string good = writeSceneXml(readSceneFile(kScenes + "Box/Box.glb"));
+TEST(CorruptFiles, BrokenXmlDocumentsFailAndAnUnwritableTargetIsNamed) {
+  const std::string good = writeSceneXml(readSceneFile(testing::kScenes + "Box/Box.glb"));
   const auto replaced = [&good](const std::string& from, const std::string& to) {
     std::string s = good;
     const size_t at = s.find(from);
@@ -170,6 +169,8 @@ TEST(CorruptFiles, BrokenXmlDocumentsFail) {
   otherRoot.replace(otherRoot.rfind("</zvrscene>"), 11, "</scene>");
   writeBytes(path, Bytes(otherRoot.begin(), otherRoot.end()));
   EXPECT_NE(textOfFailure(path).find("no <zvrscene> root"), std::string::npos) << textOfFailure(path);
+  const std::string unwritable = failureOf([] { saveSceneXml(SceneDescription(), "/nonexistent-folder/out.xml"); });
+  EXPECT_NE(unwritable.find("out.xml: cannot be created"), std::string::npos) << unwritable;
 }
 
 // Random byte changes anywhere in real files: every outcome is a description or a LoadError,
@@ -184,7 +185,7 @@ TEST(CorruptFiles, RandomByteChangesNeverCrash) {
   };
   const std::string path = testing::scratchDir() + "/mutated.glb";
   for (const char* source : {"Box/Box.glb", "BoxAnimated/BoxAnimated.glb", "BoxTextured/BoxTextured.glb"}) {
-    const Bytes original = testing::fileBytes(kScenes + source);
+    const Bytes original = testing::fileBytes(testing::kScenes + source);
     int failures = 0;
     for (int round = 0; round < 100; ++round) {
       Bytes b = original;

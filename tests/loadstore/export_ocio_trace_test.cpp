@@ -13,8 +13,6 @@ namespace zvr::testing {
 namespace {
 
 namespace fs = std::filesystem;
-const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
-
 // Whole-line match where '*' stands for any run of characters (std::regex warns in the
 // sanitizer build).
 bool matchesPattern(const char* text, const char* pattern) {
@@ -56,22 +54,20 @@ TEST(OcioFiles, XmlSceneConfigurationIsWrittenOwnedAndRemovedWithTheContextAndGl
   const ZvrContext context = *scoped;
   const std::string temp = folder + "/scene_TEMP_ZVRS_OCIO";
   ASSERT_EQ(zvrsBuildOCIOFiles(xml.c_str(), context, temp.c_str(), 0), 0);
-  char path[2048] = {};
-  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, sizeof path, path, nullptr), 0);
-  EXPECT_EQ(std::string(path), temp + ".ocio");
-  const std::string config = readText(temp + ".ocio");
-  EXPECT_NE(config.find("src: scene_TEMP_ZVRS_OCIO_curve.spi1d\n"), std::string::npos) << config;
-  EXPECT_NE(config.find("other: mycurve.spi1d\n"), std::string::npos) << "only whole names are rewritten: " << config;
+  const std::string config = temp + ".ocio";
+  EXPECT_STREQ(info<Name>(zvrContextGetInfo, context, ZVR_CONTEXT_OCIO_CONFIG_PATH).data(), config.c_str());
+  const std::string written = readText(config);
+  EXPECT_NE(written.find("src: scene_TEMP_ZVRS_OCIO_curve.spi1d\n"), std::string::npos) << written;
+  EXPECT_NE(written.find("other: mycurve.spi1d\n"), std::string::npos) << "only whole names are rewritten: " << written;
   EXPECT_EQ(readText(temp + "_curve.spi1d"), std::string("\x01\x02\x03\xff"));
   // The same context, asked again for a glTF file, which carries none, keeps the path it has.
   EXPECT_EQ(zvrsBuildOCIOFiles((kScenes + "Box/Box.glb").c_str(), context, (folder + "/gltf").c_str(), 0), 0);
-  ASSERT_EQ(zvrContextGetInfo(context, ZVR_CONTEXT_OCIO_CONFIG_PATH, sizeof path, path, nullptr), 0);
-  EXPECT_EQ(std::string(path), temp + ".ocio");
+  EXPECT_STREQ(info<Name>(zvrContextGetInfo, context, ZVR_CONTEXT_OCIO_CONFIG_PATH).data(), config.c_str());
   EXPECT_FALSE(fs::exists(folder + "/gltf.ocio"));
   EXPECT_EQ(zvrsBuildOCIOFiles("/nonexistent/scene.xml", context, temp.c_str(), 0), ZVR_ERROR_IO);
   EXPECT_NE(::lastError(context).find("scene.xml: does not exist"), std::string::npos) << ::lastError(context);
   scoped.reset();  // the context's files go with it
-  EXPECT_FALSE(fs::exists(temp + ".ocio"));
+  EXPECT_FALSE(fs::exists(config));
   EXPECT_FALSE(fs::exists(temp + "_curve.spi1d"));
 }
 
@@ -100,8 +96,6 @@ TEST_F(TracedApi, TraceHasOneLinePerCallInCallOrder) {
                                               "scene=0x*, useExistingScene=0, options=0x0) -> 0"))
       << ours[1];
   EXPECT_TRUE(matchesPattern(ours[2].c_str(), "zvrContextSetParameter1u(context=0x*, name=\"nonsense\", x=2) -> -5")) << ours[2];
-  EXPECT_FALSE(matchesPattern(ours[2].c_str(), "zvrContextSetParameter1u(context=0x*, name=\"nonsense\", x=2) -> 0"))
-      << "the pattern must see the status";
   EXPECT_EQ(ours[3], "zvrsReleaseImportedData() -> 0");
 }
 

@@ -11,16 +11,7 @@
 namespace zvr::testing {
 namespace {
 
-const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
-
 using InstantiateApi = LoadStoreApi;
-
-template <typename T>
-T cameraInfo(ZvrCamera camera, uint32_t key) {
-  T value{};
-  EXPECT_EQ(zvrCameraGetInfo(camera, key, sizeof value, &value, nullptr), 0) << "key " << key;
-  return value;
-}
 
 TEST_F(InstantiateApi, CamerasKeepTheirProjectionAndTheFirstIsTheScenes) {
   ASSERT_EQ(zvrsImport((kScenes + "Cameras/Cameras.gltf").c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
@@ -29,13 +20,12 @@ TEST_F(InstantiateApi, CamerasKeepTheirProjectionAndTheFirstIsTheScenes) {
   ZvrCamera active = nullptr;
   ASSERT_EQ(zvrSceneGetCamera(scene, &active), 0);
   EXPECT_EQ(active, cameras[0]) << "the first camera in node order is the scene's";
-  EXPECT_EQ(cameraInfo<uint32_t>(cameras[0], ZVR_CAMERA_TYPE), uint32_t(ZVR_CAMERA_PERSPECTIVE));
-  EXPECT_FLOAT_EQ(cameraInfo<float>(cameras[0], ZVR_CAMERA_FOVY), 0.7f);
-  EXPECT_EQ(cameraInfo<uint32_t>(cameras[1], ZVR_CAMERA_TYPE), uint32_t(ZVR_CAMERA_ORTHOGRAPHIC));
-  EXPECT_FLOAT_EQ(cameraInfo<float>(cameras[1], ZVR_CAMERA_ORTHO_HEIGHT), 2.f) << "ymag is half the height";
-  const auto clip = cameraInfo<std::array<float, 2>>(cameras[0], ZVR_CAMERA_CLIP);
-  EXPECT_FLOAT_EQ(clip[0], 0.01f);
-  EXPECT_FLOAT_EQ(clip[1], 100.f);
+  EXPECT_EQ(info<uint32_t>(zvrCameraGetInfo, cameras[0], ZVR_CAMERA_TYPE), uint32_t(ZVR_CAMERA_PERSPECTIVE));
+  EXPECT_FLOAT_EQ(info<float>(zvrCameraGetInfo, cameras[0], ZVR_CAMERA_FOVY), 0.7f);
+  EXPECT_EQ(info<uint32_t>(zvrCameraGetInfo, cameras[1], ZVR_CAMERA_TYPE), uint32_t(ZVR_CAMERA_ORTHOGRAPHIC));
+  EXPECT_FLOAT_EQ(info<float>(zvrCameraGetInfo, cameras[1], ZVR_CAMERA_ORTHO_HEIGHT), 2.f) << "ymag is half the height";
+  using Clip = std::array<float, 2>;
+  EXPECT_EQ(info<Clip>(zvrCameraGetInfo, cameras[0], ZVR_CAMERA_CLIP), (Clip{0.01f, 100.f}));
   EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, cameras[0]), "node_1");
   EXPECT_EQ(parentName(zvrsGetParentGroupFromCamera, cameras[1]), "node_2");
   // The file's quaternion is slightly off unit length; the group gets it normalized.
@@ -76,30 +66,20 @@ TEST_F(InstantiateApi, LightsGroupsAndCatchersArriveFromGltfAndTravelThroughXml)
     const auto lights = imported<zvrsListImportedLights>();
     ASSERT_EQ(lights.size(), definitions.size());
     for (ZvrObject light : lights) {
-      char name[256] = {};
-      int32_t group = -5;
-      uint32_t type = 99;
-      float radiance[3];
-      ASSERT_EQ(zvrLightGetInfo(light, ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
-      EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_GROUP, sizeof group, &group, nullptr), 0);
-      EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_TYPE, sizeof type, &type, nullptr), 0);
-      EXPECT_EQ(zvrLightGetInfo(light, ZVR_LIGHT_RADIANCE, sizeof radiance, radiance, nullptr), 0);
-      EXPECT_EQ(type, uint32_t(ZVR_LIGHT_POINT)) << name;
+      const std::string name = info<Name>(zvrLightGetInfo, light, ZVR_OBJECT_NAME).data();
+      EXPECT_EQ(info<uint32_t>(zvrLightGetInfo, light, ZVR_LIGHT_TYPE), uint32_t(ZVR_LIGHT_POINT)) << name;
       EXPECT_FALSE(parentName(zvrsGetParentGroupFromLight, light).empty()) << name;
       const auto d = std::find_if(definitions.begin(), definitions.end(), [&](const auto& d) { return d["name"] == name; });
       ASSERT_NE(d, definitions.end()) << name;
-      EXPECT_EQ(group, int32_t(d - definitions.begin()) + 1) << name;
+      EXPECT_EQ(info<int32_t>(zvrLightGetInfo, light, ZVR_LIGHT_GROUP), int32_t(d - definitions.begin()) + 1) << name;
+      const auto radiance = info<std::array<float, 3>>(zvrLightGetInfo, light, ZVR_LIGHT_RADIANCE);
       const std::vector<float> colour = d->value("color", std::vector<float>{1, 1, 1});
       for (int c = 0; c < 3; ++c) EXPECT_NEAR(radiance[c], colour[c] * d->value("intensity", 1.f), 1e-4f) << name;
     }
     std::multiset<std::pair<uint32_t, int32_t>> shapes;  // catcher flags and light group of each shape
-    for (ZvrObject shape : imported<zvrsListImportedShapes>()) {
-      uint32_t catcher = 99;
-      int32_t group = -5;
-      EXPECT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_CATCHER, sizeof catcher, &catcher, nullptr), 0);
-      EXPECT_EQ(zvrShapeGetInfo(shape, ZVR_SHAPE_LIGHT_GROUP, sizeof group, &group, nullptr), 0);
-      shapes.insert({catcher, group});
-    }
+    for (ZvrObject shape : imported<zvrsListImportedShapes>())
+      shapes.insert({info<uint32_t>(zvrShapeGetInfo, shape, ZVR_SHAPE_CATCHER),
+                     info<int32_t>(zvrShapeGetInfo, shape, ZVR_SHAPE_LIGHT_GROUP)});
     EXPECT_EQ(shapes, (std::multiset<std::pair<uint32_t, int32_t>>{
                           {ZVR_CATCHER_SHADOW, 9}, {ZVR_CATCHER_REFLECTION, -1}, {ZVR_CATCHER_SHADOW | ZVR_CATCHER_REFLECTION, 9}}));
     // The library's own operation refuses bits it does not know.
@@ -116,30 +96,18 @@ TEST_F(InstantiateApi, TexturesAreSharedPerColourSpaceAndMaterialsCarryTheirFact
   ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
   const auto shapes = imported<zvrsListImportedShapes>();
   ASSERT_EQ(shapes.size(), 1u);
-  ZvrMaterialNode material = nullptr;
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_MATERIAL, sizeof material, &material, nullptr), 0);
+  const auto material = info<ZvrMaterialNode>(zvrShapeGetInfo, shapes[0], ZVR_SHAPE_MATERIAL);
   ASSERT_NE(material, nullptr);
-  auto slotImage = [&](const char* slot) {
-    ZvrImage image = nullptr;
-    EXPECT_EQ(zvrMaterialNodeGetParameter(material, slot, sizeof image, &image, nullptr), 0) << slot;
-    return image;
-  };
-  auto colourSpace = [](ZvrImage image) {
-    ZvrImageDesc desc{};
-    EXPECT_EQ(zvrImageGetInfo(image, ZVR_IMAGE_DESC, sizeof desc, &desc, nullptr), 0);
-    return desc.colorSpace;
-  };
+  const auto slotImage = [&](const char* slot) { return info<ZvrImage>(zvrMaterialNodeGetParameter, material, slot); };
+  const auto colourSpace = [](ZvrImage i) { return info<ZvrImageDesc>(zvrImageGetInfo, i, ZVR_IMAGE_DESC).colorSpace; };
   // Occlusion and metallic-roughness read one image, both linear: it is decoded once.
   EXPECT_EQ(slotImage("occlusion"), slotImage("metallic_roughness"));
   EXPECT_EQ(colourSpace(slotImage("base_color")), uint32_t(ZVR_IMAGE_COLORSPACE_SRGB));
   EXPECT_EQ(colourSpace(slotImage("normal")), uint32_t(ZVR_IMAGE_COLORSPACE_LINEAR));
   EXPECT_EQ(colourSpace(slotImage("occlusion")), uint32_t(ZVR_IMAGE_COLORSPACE_LINEAR));
   EXPECT_EQ(liveObjects(ZVR_CONTEXT_LIST_CREATED_IMAGES).size(), 3u);
-  uint32_t doubleSided = 0, materialId = 99;
-  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "double_sided", sizeof doubleSided, &doubleSided, nullptr), 0);
-  EXPECT_EQ(doubleSided, 1u);
-  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "material_id", sizeof materialId, &materialId, nullptr), 0);
-  EXPECT_EQ(materialId, 0u);
+  EXPECT_EQ(info<uint32_t>(zvrMaterialNodeGetParameter, material, "double_sided"), 1u);
+  EXPECT_EQ(info<uint32_t>(zvrMaterialNodeGetParameter, material, "material_id"), 0u);
 }
 
 TEST_F(InstantiateApi, ShapesCarryIdsNamesAndTheirMaterials) {
@@ -148,27 +116,19 @@ TEST_F(InstantiateApi, ShapesCarryIdsNamesAndTheirMaterials) {
   ASSERT_EQ(zvrsImport(file.c_str(), context, materialSystem, &scene, 0, nullptr), 0) << lastError();
   const auto shapes = imported<zvrsListImportedShapes>();
   ASSERT_EQ(shapes.size(), 1u);
-  uint32_t objectId = 99, meshId = 99, groupId = 99;
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_OBJECT_ID, 4, &objectId, nullptr), 0);
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_MESH_ID, 4, &meshId, nullptr), 0);
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_GROUP_ID, 4, &groupId, nullptr), 0);
-  EXPECT_EQ(objectId, 0u);
-  EXPECT_EQ(meshId, 0u);
-  EXPECT_EQ(j["nodes"][groupId]["mesh"], 0) << "the group id is the index of the node holding the mesh";
-  char name[256] = {};
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_OBJECT_NAME, sizeof name, name, nullptr), 0);
-  EXPECT_EQ(std::string(name), parentName(zvrsGetParentGroupFromShape, shapes[0])) << "a single primitive takes its node's name";
-  ZvrMaterialNode material = nullptr;
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_MATERIAL, sizeof material, &material, nullptr), 0);
-  float metallic = -1, base[4] = {};
-  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "metallic", sizeof metallic, &metallic, nullptr), 0);
-  EXPECT_EQ(metallic, 0.f);
-  ASSERT_EQ(zvrMaterialNodeGetParameter(material, "base_color", sizeof base, base, nullptr), 0);
-  EXPECT_EQ(base[0], 1.f) << "the default factor is white";
-  uint32_t vertices = 0;
-  ASSERT_EQ(zvrShapeGetInfo(shapes[0], ZVR_SHAPE_VERTEX_COUNT, 4, &vertices, nullptr), 0);
+  const ZvrShape shape = shapes[0];
+  EXPECT_EQ(info<uint32_t>(zvrShapeGetInfo, shape, ZVR_SHAPE_OBJECT_ID), 0u);
+  EXPECT_EQ(info<uint32_t>(zvrShapeGetInfo, shape, ZVR_SHAPE_MESH_ID), 0u);
+  EXPECT_EQ(j["nodes"][info<uint32_t>(zvrShapeGetInfo, shape, ZVR_SHAPE_GROUP_ID)]["mesh"], 0)
+      << "the group id is the index of the node holding the mesh";
+  EXPECT_EQ(info<Name>(zvrShapeGetInfo, shape, ZVR_OBJECT_NAME).data(), parentName(zvrsGetParentGroupFromShape, shape))
+      << "a single primitive takes its node's name";
+  const auto material = info<ZvrMaterialNode>(zvrShapeGetInfo, shape, ZVR_SHAPE_MATERIAL);
+  EXPECT_EQ(info<float>(zvrMaterialNodeGetParameter, material, "metallic"), 0.f);
+  EXPECT_EQ((info<std::array<float, 4>>(zvrMaterialNodeGetParameter, material, "base_color")[0]), 1.f)
+      << "the default factor is white";
   const int positions = j["meshes"][0]["primitives"][0]["attributes"]["POSITION"];
-  EXPECT_EQ(vertices, j["accessors"][positions]["count"].get<uint32_t>());
+  EXPECT_EQ(info<uint32_t>(zvrShapeGetInfo, shape, ZVR_SHAPE_VERTEX_COUNT), j["accessors"][positions]["count"]);
 }
 
 }  // namespace

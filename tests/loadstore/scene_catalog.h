@@ -16,6 +16,8 @@
 
 namespace zvr::testing {
 
+inline const std::string kScenes = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/";
+
 // A scratch folder of this test process alone (other runs on the machine share /tmp), removed
 // when the process ends.
 inline std::string scratchDir() {

@@ -70,7 +70,7 @@ TEST(SkinPose, AffineInverseUndoesTheMatrix) {
 TEST(SkinPose, SkinnedMeshIgnoresTheTransformOfItsNode) {
   // RiggedSimple's mesh node sits under an armature turned 90 degrees, but its joints' bind
   // matrices undo that turn: at the bind pose the mesh stands under the Z_UP root alone.
-  const std::string file = std::string(ZVR_SHARED_DIR) + "/scenes/gltf/RiggedSimple/RiggedSimple.glb";
+  const std::string file = testing::kScenes + "RiggedSimple/RiggedSimple.glb";
   const nlohmann::json j = testing::gltfJson(file);
   const SceneDescription s = readSceneFile(file);
   const std::vector<float> raw = testing::accessorFloats(file, j, j["meshes"][0]["primitives"][0]["attributes"]["POSITION"]);

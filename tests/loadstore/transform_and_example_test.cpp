@@ -38,13 +38,10 @@ TEST(TransformMath, MatricesSplitBackIntoTheirParts) {
     const float sign = c.trs.rotation[3] < 0 ? -1.f : 1.f;
     for (int i = 0; i < 4; ++i) EXPECT_NEAR(back.rotation[i], sign * c.trs.rotation[i], 1e-5f) << "component " << i;
   }
-  Matrix4 collapsed = matrixFromTrs(Trs{});
-  collapsed[5] = 0;
-  Trs unused;
-  EXPECT_FALSE(decomposeMatrix(collapsed, &unused)) << "a collapsed axis has no rotation";
-  Matrix4 mirrored = matrixFromTrs(Trs{});
-  mirrored[0] = -1;
   Trs m;
+  EXPECT_FALSE(decomposeMatrix(matrixFromTrs(Trs{{0, 0, 0}, {0, 0, 0, 1}, {1, 0, 1}}), &m))
+      << "a collapsed axis has no rotation";
+  const Matrix4 mirrored = matrixFromTrs(Trs{{0, 0, 0}, {0, 0, 0, 1}, {-1, 1, 1}});
   ASSERT_TRUE(decomposeMatrix(mirrored, &m));
   const Matrix4 rebuilt = matrixFromTrs(m);
   for (int i = 0; i < 16; ++i) EXPECT_NEAR(rebuilt[i], mirrored[i], 1e-6f) << "a mirror survives in the scale";

@@ -80,27 +80,20 @@ TEST(XmlRoundTrip, EverySharedSceneReadsBackAsTheSameDescription) {
     const std::vector<uint8_t> saved = testing::fileBytes(out);
     EXPECT_TRUE(writeSceneXml(back) == std::string(saved.begin(), saved.end()));
   }
-  EXPECT_FALSE(std::filesystem::exists(folder + "/scene.xml.tmp")) << "no temporary file may stay behind";
+  // The writer's temporary file carries the process id after ".tmp".
+  const auto entries = std::distance(std::filesystem::directory_iterator(folder), {});
+  EXPECT_EQ(entries, 1) << "no temporary file may stay behind";
 }
 
 // What no shared scene holds: OCIO files, catchers, light groups.
 TEST(XmlRoundTrip, OcioFilesAndTagsTravelWithTheScene) {
-  SceneDescription scene = readSceneFile(std::string(ZVR_SHARED_DIR) + "/scenes/gltf/LightsPunctualLamp/LightsPunctualLamp.gltf");
+  SceneDescription scene = readSceneFile(testing::kScenes + "LightsPunctualLamp/LightsPunctualLamp.gltf");
   scene.ocio.configText = "ocio_profile_version: 2\nsearch_path: .\n";
   scene.ocio.files.push_back({"curve.spi1d", {'V', 'e', 'r', 's', 'i', 'o', 'n', ' ', '1', 0, 255}});
   scene.nodes.at(0).catcher = 3;
   scene.lights.at(1).lightGroup = 15;
   scene.materials.at(0).lightGroup = 0;
   expectSameDescription(scene, readSceneXml("lamp.xml", writeSceneXml(scene)));
-}
-TEST(XmlRoundTrip, UnwritableTargetFailsWithTheFileNamed) {
-  const SceneDescription scene = readSceneFile(std::string(ZVR_SHARED_DIR) + "/scenes/gltf/Box/Box.glb");
-  try {
-    saveSceneXml(scene, "/nonexistent-folder/out.xml");
-    FAIL() << "writing into a missing folder must fail";
-  } catch (const std::exception& e) {
-    EXPECT_NE(std::string(e.what()).find("out.xml: cannot be created"), std::string::npos) << e.what();
-  }
 }
 
 }  // namespace
