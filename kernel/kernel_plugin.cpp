@@ -133,19 +133,32 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   const SceneSnapshot& snap = *request.scene;
   const RenderParams& params = *request.params;
 
+  // TBB warns on standard error when an arena asks for more workers than it allows: never ask.
+  const uint32_t allowed = uint32_t(std::max<size_t>(
+      1, tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism)));
+  const uint32_t threads = params.threadCount > 0 ? std::min(params.threadCount, allowed) : allowed;
+  // The scene update runs in the render's arena too, so BVH builds and texture preparation keep to
+  // the threads the context was given.
+  tbb::task_arena arena{int(threads)};
+
   auto updateStart = std::chrono::steady_clock::now();
   auto include = [&](const ShapeData& s) { return includeShape(s, params); };
-  if (!scene_->update(snap, params, textureBudgetScale(params), include, error)) return ZVR_ERROR_INVALID_ARGUMENT;
-  // Emissive triangles belong to the lights, so a changed scene rebuilds them as well.
-  std::vector<float> signature = lightSignature(snap);
-  if (!lightsBuilt_ || snap.lightRevision != lightRevision_ || scene_->version() != lightSceneVersion_ ||
-      signature != lightSignature_) {
-    lightSignature_ = std::move(signature);
-    lights_.build(snap, *scene_);
-    lightsBuilt_ = true;
-    lightRevision_ = snap.lightRevision;
-    lightSceneVersion_ = scene_->version();
-  }
+  bool updated = false;
+  arena.execute([&] {
+    updated = scene_->update(snap, params, textureBudgetScale(params), include, error);
+    if (!updated) return;
+    // Emissive triangles belong to the lights, so a changed scene rebuilds them as well.
+    std::vector<float> signature = lightSignature(snap);
+    if (!lightsBuilt_ || snap.lightRevision != lightRevision_ || scene_->version() != lightSceneVersion_ ||
+        signature != lightSignature_) {
+      lightSignature_ = std::move(signature);
+      lights_.build(snap, *scene_);
+      lightsBuilt_ = true;
+      lightRevision_ = snap.lightRevision;
+      lightSceneVersion_ = scene_->version();
+    }
+  });
+  if (!updated) return ZVR_ERROR_INVALID_ARGUMENT;
   request.host->reportUpdateTime(float(millisecondsSince(updateStart)));
 
   Camera camera(snap.camera, request.width, request.height);
@@ -155,12 +168,6 @@ int32_t KernelPlugin::renderChecked(const RenderRequest& request, std::string* e
   settings.lightPaths = &lightPaths;
   PathIntegrator integrator(*scene_, lights_, camera, params, settings);
   Film film(request.targets, request.width, request.height, params.indexColors);
-  // TBB warns on standard error when an arena asks for more workers than it allows: never ask.
-  const uint32_t allowed = uint32_t(std::max<size_t>(
-      1, tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism)));
-  const uint32_t threads = params.threadCount > 0 ? std::min(params.threadCount, allowed) : allowed;
-  tbb::task_arena arena{int(threads)};
-
   cryptomatte_.begin(request.targets, snap, request.width, request.height);
 
   raysTraced_ = 0;

@@ -1,5 +1,10 @@
 #include "kernel/texture.h"
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <array>
+
 namespace zvr::kernel {
 namespace {
 
@@ -21,6 +26,44 @@ int wrapCoord(int i, int n, uint32_t mode) {
   }
 }
 
+// Images decoded from 8-bit files hold exact multiples of 1/255: those take the decode from a table,
+// which is most of the cost of preparing a large colour texture.
+float decodeSrgb(float v) {
+  static const std::array<float, 256> table = [] {
+    std::array<float, 256> t{};
+    for (int i = 0; i < 256; ++i) t[i] = srgbToLinear(float(i) / 255.0f);
+    return t;
+  }();
+  if (v >= 0 && v <= 1) {
+    int i = int(v * 255.0f + 0.5f);
+    if (float(i) / 255.0f == v) return table[i];
+  }
+  return srgbToLinear(v);
+}
+
+// One row of the finest level from the decoded image, as RGBA.
+void convertRow(const ImageData& image, bool valid, uint32_t channels, bool color, float gamma, size_t first, size_t count,
+                float* out) {
+  const bool srgb = color && image.colorSpace == ColorSpace::SRGB, powered = color && !srgb && gamma != 1.0f;
+  for (size_t i = first; i < first + count; ++i, out += 4) {
+    float c[4] = {0, 0, 0, 1};
+    if (valid) {
+      const float* p = &image.pixels[i * image.channels];
+      for (uint32_t k = 0; k < channels; ++k) c[k] = p[k];
+      // Grey images (1 or 2 channels) spread luminance over RGB; the second channel is alpha.
+      if (channels <= 2) {
+        c[3] = channels == 2 ? p[1] : 1;
+        c[1] = c[2] = c[0];
+      }
+    }
+    for (int k = 0; k < 3; ++k) {
+      if (srgb) c[k] = decodeSrgb(c[k]);
+      else if (powered && c[k] > 0) c[k] = std::pow(c[k], gamma);
+    }
+    for (int k = 0; k < 4; ++k) out[k] = c[k];
+  }
+}
+
 }  // namespace
 
 Texture::Texture(const ImageData& image, bool color, float gamma) {
@@ -30,41 +73,29 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
   Level base{baseWidth_, baseHeight_, std::vector<float>(size_t(baseWidth_) * baseHeight_ * 4)};
   size_t count = size_t(image.width) * image.height;
   bool valid = image.width > 0 && image.height > 0 && image.channels >= 1 && image.pixels.size() >= count * image.channels;
-  for (size_t i = 0; i < size_t(baseWidth_) * baseHeight_; ++i) {
-    float c[4] = {0, 0, 0, 1};
-    if (valid) {
-      const float* p = &image.pixels[i * image.channels];
-      for (uint32_t k = 0; k < channels_; ++k) c[k] = p[k];
-      // Grey images (1 or 2 channels) spread luminance over RGB; the second channel is alpha.
-      if (channels_ <= 2) {
-        c[3] = channels_ == 2 ? p[1] : 1;
-        c[1] = c[2] = c[0];
-      }
-    }
-    if (color) {
-      for (int k = 0; k < 3; ++k) {
-        if (image.colorSpace == ColorSpace::SRGB) c[k] = srgbToLinear(c[k]);
-        else if (gamma != 1.0f && c[k] > 0) c[k] = std::pow(c[k], gamma);
-      }
-    }
-    for (int k = 0; k < 4; ++k) base.texels[i * 4 + k] = c[k];
-  }
+  // Rows in parallel: a scene's large textures would otherwise hold up its first picture.
+  tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
+    for (uint32_t y = rows.begin(); y < rows.end(); ++y)
+      convertRow(image, valid, channels_, color, gamma, size_t(y) * baseWidth_, baseWidth_,
+                 &base.texels[size_t(y) * baseWidth_ * 4]);
+  });
   levels_.push_back(std::move(base));
   while (levels_.back().width > 1 || levels_.back().height > 1) {
     const Level& f = levels_.back();
     Level next{std::max(1u, f.width / 2), std::max(1u, f.height / 2), {}};
     next.texels.resize(size_t(next.width) * next.height * 4);
-    for (uint32_t y = 0; y < next.height; ++y)
-      for (uint32_t x = 0; x < next.width; ++x)
-        for (int k = 0; k < 4; ++k) {
-          float s = 0;
-          for (uint32_t dy = 0; dy < 2; ++dy)
-            for (uint32_t dx = 0; dx < 2; ++dx) {
-              uint32_t sx = std::min(f.width - 1, 2 * x + dx), sy = std::min(f.height - 1, 2 * y + dy);
-              s += f.texels[(size_t(sy) * f.width + sx) * 4 + k];
-            }
-          next.texels[(size_t(y) * next.width + x) * 4 + k] = s / 4;
+    tbb::parallel_for(tbb::blocked_range<uint32_t>(0, next.height, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
+      for (uint32_t y = rows.begin(); y < rows.end(); ++y) {
+        // An odd last row or column repeats: the box filter reads the edge twice.
+        const float* row0 = &f.texels[size_t(std::min(f.height - 1, 2 * y)) * f.width * 4];
+        const float* row1 = &f.texels[size_t(std::min(f.height - 1, 2 * y + 1)) * f.width * 4];
+        float* out = &next.texels[size_t(y) * next.width * 4];
+        for (uint32_t x = 0; x < next.width; ++x, out += 4) {
+          const size_t x0 = size_t(std::min(f.width - 1, 2 * x)) * 4, x1 = size_t(std::min(f.width - 1, 2 * x + 1)) * 4;
+          for (int k = 0; k < 4; ++k) out[k] = (row0[x0 + k] + row0[x1 + k] + row1[x0 + k] + row1[x1 + k]) / 4;
         }
+      }
+    });
     levels_.push_back(std::move(next));
   }
 }
