@@ -1,5 +1,7 @@
 #include "kernel/filter.h"
 
+#include <algorithm>
+
 namespace zvr::kernel {
 namespace {
 
@@ -48,23 +50,34 @@ FilterSampler::FilterSampler(uint32_t type, float radius) : type_(FilterType(typ
     type_ = FilterType::Box;
     radius_ = 0.5f;
   }
-  std::vector<float> weights(kBins);
+  float weights[kBins];
+  double cdf[kBins + 1] = {0};
   for (int i = 0; i < kBins; ++i) {
     // Midpoint plus two inner points per bin keep narrow lobes from vanishing.
     float sum = 0;
     for (int k = 0; k < 4; ++k) sum += filterProfile(type_, radius_, (i + (k + 0.5f) / 4) * radius_ / kBins);
-    weights[i] = std::fabs(sum);
+    weights[i] = std::isfinite(sum) ? std::fabs(sum) : 0;
     signs_[i] = sum < 0 ? -1.0f : 1.0f;
+    cdf[i + 1] = cdf[i] + weights[i];
   }
-  table_ = Distribution1D(std::move(weights));
+  // Every profile has weight next to the centre, so the total is positive.
+  const double total = cdf[kBins];
+  int bin = 0;
+  for (int j = 0; j <= kInverseNodes; ++j) {
+    const double target = total * j / kInverseNodes;
+    while (bin + 1 < kBins && cdf[bin + 1] < target) ++bin;
+    const double inBin = weights[bin] > 0 ? std::clamp((target - cdf[bin]) / weights[bin], 0.0, 1.0) : 0.0;
+    inverse_[j] = float((bin + inBin) / kBins) * radius_;
+  }
 }
 
 float FilterSampler::sampleAxis(float u, float& sign) const {
   bool negative = u < 0.5f;
   u = negative ? 2 * u : 2 * u - 1;
-  size_t bin = 0;
-  float x = table_.sampleContinuous(std::min(u, 0x1.fffffep-1f), nullptr, &bin) * radius_;
-  sign = signs_[bin];
+  const float t = std::clamp(u, 0.0f, 1.0f) * kInverseNodes;
+  const int j = std::min(int(t), kInverseNodes - 1);
+  const float x = inverse_[j] + (inverse_[j + 1] - inverse_[j]) * (t - float(j));
+  sign = signs_[std::min(kBins - 1, int(x / radius_ * kBins))];
   return negative ? -x : x;
 }
 
