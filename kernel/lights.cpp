@@ -21,6 +21,60 @@ Vec3 latLongToDirection(float u, float v) {
   return {std::sin(theta) * std::sin(phi), std::cos(theta), -std::sin(theta) * std::cos(phi)};
 }
 
+// Solid angles outside this range are sampled by area: below it the spherical construction loses
+// precision and both densities agree anyway, above it the triangle nearly surrounds the point.
+constexpr float kMinSphericalSolidAngle = 3e-4f;
+constexpr float kMaxSphericalSolidAngle = 6.22f;
+
+// Solid angle of triangle (a, b, c) seen from the origin (Van Oosterom and Strackee).
+float solidAngleFromOrigin(Vec3 a, Vec3 b, Vec3 c) {
+  a = normalize(a);
+  b = normalize(b);
+  c = normalize(c);
+  float denominator = 1 + dot(a, b) + dot(b, c) + dot(c, a);
+  return std::fabs(2 * std::atan2(dot(a, cross(b, c)), denominator));
+}
+
+Vec3 orthogonalPart(Vec3 v, Vec3 unit) { return normalize(v - unit * dot(v, unit)); }
+
+// A direction from the origin to triangle (v0, v1, v2) uniform in solid angle (Arvo 1995), as the
+// barycentrics (b1, b2) of the point it meets. False when the triangle is too thin to sample so.
+bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float u1, float u2, float& b1, float& b2) {
+  Vec3 a = normalize(v0), b = normalize(v1), c = normalize(v2);
+  Vec3 nab = cross(a, b), nbc = cross(b, c), nca = cross(c, a);
+  if (dot(nab, nab) <= 0 || dot(nbc, nbc) <= 0 || dot(nca, nca) <= 0) return false;
+  nab = normalize(nab);
+  nbc = normalize(nbc);
+  nca = normalize(nca);
+  auto angle = [](Vec3 x, Vec3 y) { return std::acos(std::clamp(dot(x, y), -1.0f, 1.0f)); };
+  float alpha = angle(nab, -nca), beta = angle(nbc, -nab), gamma = angle(nca, -nbc);
+  // The sub-triangle of area u1 * A, then a point along its far arc.
+  float areaPlusPi = kPi + u1 * (alpha + beta + gamma - kPi);
+  float cosAlpha = std::cos(alpha), sinAlpha = std::sin(alpha);
+  float sinArea = std::sin(areaPlusPi), cosArea = std::cos(areaPlusPi);
+  float sinPhi = sinArea * cosAlpha - cosArea * sinAlpha, cosPhi = cosArea * cosAlpha + sinArea * sinAlpha;
+  float k1 = cosPhi + cosAlpha, k2 = sinPhi - sinAlpha * dot(a, b);
+  float denominator = (k2 * sinPhi + k1 * cosPhi) * sinAlpha;
+  if (!(std::fabs(denominator) > 0)) return false;
+  float cosBp = std::clamp((k2 + (k2 * cosPhi - k1 * sinPhi) * cosAlpha) / denominator, -1.0f, 1.0f);
+  Vec3 cp = a * cosBp + orthogonalPart(c, a) * std::sqrt(std::max(0.0f, 1 - cosBp * cosBp));
+  float cosTheta = 1 - u2 * (1 - dot(cp, b));
+  Vec3 w = b * cosTheta + orthogonalPart(cp, b) * std::sqrt(std::max(0.0f, 1 - cosTheta * cosTheta));
+  // Where w meets the triangle's plane (Moller and Trumbore, from the origin).
+  Vec3 e1 = v1 - v0, e2 = v2 - v0, s1 = cross(w, e2);
+  float divisor = dot(s1, e1);
+  if (!(std::fabs(divisor) > 0)) return false;
+  Vec3 s = -v0;
+  b1 = std::clamp(dot(s, s1) / divisor, 0.0f, 1.0f);
+  b2 = std::clamp(dot(w, cross(s, e1)) / divisor, 0.0f, 1.0f);
+  float sum = b1 + b2;
+  if (sum > 1) {
+    b1 /= sum;
+    b2 /= sum;
+  }
+  return isFinite(Vec3(b1, b2, 0));
+}
+
 }  // namespace
 
 void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
@@ -213,7 +267,10 @@ float LightSet::trianglePdf(const Scene&, uint32_t shape, uint32_t prim, Vec3 re
   if (shape >= firstTriangleEntry_.size() || firstTriangleEntry_[shape] < 0) return 0;
   size_t entry = size_t(firstTriangleEntry_[shape]) + prim;
   if (entry >= entries_.size()) return 0;
-  float area = triangles_[entries_[entry].index].area;
+  const Triangle& t = triangles_[entries_[entry].index];
+  float area = t.area;
+  float solidAngle = solidAngleFromOrigin(t.p0 - ref, t.p0 + t.e1 - ref, t.p0 + t.e2 - ref);
+  if (solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle) return selection_.pmf(entry) / solidAngle;
   Vec3 d = lightPoint - ref;
   float dist2 = dot(d, d);
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
@@ -296,12 +353,19 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
     }
     case Kind::Triangle: {
       const Triangle& t = triangles_[e.index];
+      if (t.area <= 0) return false;
+      // Uniform in solid angle where the triangle looks large, so points near an emitter are not
+      // lit by samples bunched on its near edge; by area where it looks small.
+      const Vec3 v0 = t.p0 - ref, v1 = v0 + t.e1, v2 = v0 + t.e2;
+      const float solidAngle = solidAngleFromOrigin(v0, v1, v2);
+      const bool spherical = solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle;
       float b1, b2;
-      squareToTriangle(u1, u2, b1, b2);
+      if (!spherical) squareToTriangle(u1, u2, b1, b2);
+      else if (!sampleSphericalTriangle(v0, v1, v2, u1, u2, b1, b2)) return false;
       Vec3 p = t.p0 + t.e1 * b1 + t.e2 * b2;
       Vec3 d = p - ref;
       float dist2 = dot(d, d);
-      if (dist2 <= 0 || t.area <= 0) return false;
+      if (dist2 <= 0) return false;
       out.distance = std::sqrt(dist2);
       out.wi = d / out.distance;
       float facing = -dot(t.normal, out.wi);
@@ -319,7 +383,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       out.emitterType = kEventObject;
       out.group = t.group;
       out.labelKey = t.shape;
-      out.pdf = pmf * dist2 / (t.area * cosL);
+      out.pdf = spherical ? pmf / solidAngle : pmf * dist2 / (t.area * cosL);
       return true;
     }
   }

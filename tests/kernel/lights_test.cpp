@@ -103,14 +103,52 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
     if (!lights.sample(ref, u(), u(), u(), *scene_, ls)) continue;
     EXPECT_NEAR(ls.radiance.x, 3, 1e-6f);
     // Ask the triangle along the sampled direction for its density, skipping points hidden behind
-    // another triangle (also a neighbour just in front near an edge).
+    // another triangle and points on an edge, which the neighbour may answer for.
     SurfaceHit hit;
-    if (!scene_->intersect(Ray{ref, ls.wi, 0, 1e30f}, hit) || std::fabs(hit.t - ls.distance) > 1e-5f * ls.distance)
+    if (!scene_->intersect(Ray{ref, ls.wi, 0, 1e30f}, hit) || std::fabs(hit.t - ls.distance) > 1e-5f * ls.distance ||
+        std::min({hit.b1, hit.b2, 1 - hit.b1 - hit.b2}) < 1e-4f)
       continue;
     ASSERT_NEAR(lights.trianglePdf(*scene_, hit.shape, hit.prim, ref, hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
     ++checked;
   }
   EXPECT_GT(checked, 1000);
+}
+
+// Irradiance from an emissive quad overhead against Lambert's closed form for a polygon, once for a
+// quad close enough to be sampled by solid angle and once for one small enough to be sampled by area.
+TEST_F(KernelTest, EmissiveQuadIrradianceMatchesLambertsFormula) {
+  struct Case {
+    const char* name;
+    float halfSize, height;
+  } cases[] = {{"near, by solid angle", 0.5f, 0.6f}, {"far, by area", 0.01f, 3}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Vec3 offset(0.2f, c.height, -0.1f), up(0, 1, 0);
+    SceneSnapshot snap;
+    auto lamp = emitter(3);
+    lamp->doubleSided = true;  // the quad faces up, away from the point below it
+    snap.shapes.push_back(shape(1, makeQuad(c.halfSize), lamp, translation(offset.x, offset.y, offset.z)));
+    reset();
+    ASSERT_TRUE(build(snap));
+    LightSet lights;
+    lights.build(snap, *scene_);
+    const float h = c.halfSize;
+    const Vec3 corners[] = {offset + Vec3(-h, 0, h), offset + Vec3(h, 0, h), offset + Vec3(h, 0, -h), offset + Vec3(-h, 0, -h)};
+    double lambert = 0;
+    for (int i = 0; i < 4; ++i) {
+      Vec3 a = normalize(corners[i]), b = normalize(corners[(i + 1) % 4]);
+      // atan2 keeps the small angles of the far quad that acos would lose to rounding.
+      lambert += std::atan2(length(cross(a, b)), dot(a, b)) * dot(up, normalize(cross(a, b))) / 2;
+    }
+    Uniform u(11);
+    constexpr int n = 100000;
+    double sum = 0;
+    for (int i = 0; i < n; ++i) {
+      LightSample ls;
+      if (lights.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) sum += ls.radiance.x * dot(up, ls.wi) / ls.pdf;
+    }
+    EXPECT_NEAR(sum / n / (3 * std::fabs(lambert)), 1.0, 0.005);
+  }
 }
 
 // A unit-albedo diffuse plane under one light: radiance = irradiance / pi.
