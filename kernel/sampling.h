@@ -74,9 +74,9 @@ inline uint32_t reversedSobol1(uint32_t reversedIndex) {
 
 inline float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f); }
 
-// Beyond the first few bounces stratification no longer pays for its cost: later dimensions
-// use a plain hash of pixel, sample and dimension.
-constexpr uint32_t kScrambledDimensions = 12;
+// Every bounce of a depth-8 path keeps its stratification (indirect light is most of the noise in
+// interiors); only dimensions past these use a plain hash of pixel, sample and dimension.
+constexpr uint32_t kScrambledDimensions = 64;
 
 }  // namespace sampling_detail
 
