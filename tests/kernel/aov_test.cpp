@@ -60,12 +60,9 @@ TEST(Aovs, IdsCarryTheExactIdOrItsColour) {
 }
 
 TEST(Aovs, DepthIsTheDistanceAlongTheRayAndNormalsFaceUp) {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(10), diffuseMaterial(0.5f, 0.5f, 0.5f)));
-  scene.hasCamera = true;
   const float height = 2.5f;
-  scene.camera.transform = lookAt(0, height, 0, 0, 0, 0);
-  scene.camera.fovY = 1.0f;
+  const SceneSnapshot scene =
+      sceneOf({shape(1, makeQuad(10), diffuseMaterial(0.5f, 0.5f, 0.5f))}, {}, cameraAt(0, height, 0, 0, 0, 0, 1.0f));
   auto images = render(scene, boxFilter(), 32, 32, 8, {kAovDepth, kAovWorldCoordinate, kAovNormal, kAovCameraNormal});
   const auto &depth = images[0], &pos = images[1], &normal = images[2], &camNormal = images[3];
   for (size_t p = 0; p < depth.size(); p += 4) {
@@ -83,10 +80,7 @@ TEST(Aovs, VarianceIsZeroForAConstantPixelAndPositiveForNoise) {
     for (int k = 0; k < 3; ++k) ASSERT_GE(v[p + k], -1e-4f);
   EXPECT_GT(meanChannel(v, 0), 0);
   // A constant environment with nothing in view has no variance.
-  SceneSnapshot empty;
-  empty.lights.push_back(environmentLight(0.7f));
-  empty.hasCamera = true;
-  auto flat = render(empty, RenderParams{}, 8, 8, 6, {kAovVariance})[0];
+  auto flat = render(sceneOf({}, {environmentLight(0.7f)}, CameraData{}), RenderParams{}, 8, 8, 6, {kAovVariance})[0];
   for (size_t p = 0; p < flat.size(); p += 4)
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(flat[p + k], 0.0f, 1e-6f);
 }

@@ -83,9 +83,7 @@ TEST(Camera, LampToTheRightLightsTheExpectedPixels) {
     SCOPED_TRACE(mode);
     auto lamp = emitter(1);
     lamp->emissiveStrength = 50;
-    SceneSnapshot scene;
-    scene.shapes.push_back(shape(1, makeSphere(0.3f, 16, 8), lamp, translation(5, 0, 0)));
-    scene.hasCamera = true;
+    SceneSnapshot scene = sceneOf({shape(1, makeSphere(0.3f, 16, 8), lamp, translation(5, 0, 0))}, {}, CameraData{});
     scene.camera.mode = mode;
     const uint32_t w = 64, h = mode == kModeStereoLatLong ? 64 : 32;
     auto img = render(scene, boxFilter(), w, h, 2, {kAovColor})[0];

@@ -81,11 +81,9 @@ SceneSnapshot twoRectangles() {
   auto red = diffuseMaterial(0.8f, 0.2f, 0.2f), blue = diffuseMaterial(0.2f, 0.2f, 0.8f);
   red->materialId = 1;
   blue->materialId = 2;
-  SceneSnapshot scene;
-  scene.shapes = {shape(1, rectangle(-1.5f, 0), red), shape(2, rectangle(0, 1.5f), blue)};
+  SceneSnapshot scene = sceneOf({shape(1, rectangle(-1.5f, 0), red), shape(2, rectangle(0, 1.5f), blue)},
+                                {environmentLight(1)}, orthoDown(5, 2));
   for (auto& s : scene.shapes) s.objectId = 7;
-  scene.lights.push_back(environmentLight(1));
-  orthoDown(scene, 5, 2);
   return scene;
 }
 

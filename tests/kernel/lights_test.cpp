@@ -27,9 +27,7 @@ TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
           2 * pixels[(y * 16 + x) * 3] * (std::cos(kPi * y / 8) - std::cos(kPi * (y + 1) / 8)) * 2 * kPi / 16;
   for (int kind = 0; kind < 3; ++kind) {
     const char* name = kind == 0 ? "constant" : kind == 1 ? "image" : "rotated image";
-    SceneSnapshot snap;
-    snap.shapes.push_back(shape(1, makeQuad(1), diffuseMaterial(1, 1, 1)));
-    snap.lights.push_back(environmentLight(2));
+    SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(1, 1, 1))}, {environmentLight(2)});
     if (kind > 0) snap.lights[0].image = image(16, 8, 3, pixels, ColorSpace::Linear, 5);
     if (kind > 1) snap.lights[0].transform = lookAt(0, 0, 0, 1, 0.3f, 0.2f);
     reset();
@@ -67,8 +65,7 @@ TEST_F(KernelTest, EnvironmentTableGivesTheSameDensityForEveryChannelCount) {
   for (uint32_t channels : {1u, 3u, 4u}) {
     std::vector<float> pixels;
     for (float g : grey) pixels.insert(pixels.end(), channels, g);
-    SceneSnapshot snap;
-    snap.lights.push_back(environmentLight(1));
+    SceneSnapshot snap = sceneOf({}, {environmentLight(1)});
     snap.lights[0].image = image(kW, kH, channels, pixels, ColorSpace::Linear, channels);
     reset();
     ASSERT_TRUE(build(snap));
@@ -87,11 +84,10 @@ TEST_F(KernelTest, EnvironmentTableGivesTheSameDensityForEveryChannelCount) {
 }
 
 TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
-  SceneSnapshot snap;
   auto lamp = emitter(3);
   lamp->doubleSided = true;  // the quad turns its back to the reference point
-  snap.shapes.push_back(shape(1, makeQuad(0.5f), lamp, translation(0.2f, 2, -0.1f)));
-  snap.shapes.push_back(shape(2, makeSphere(0.3f, 8, 4), lamp, translation(1, 1, 1)));
+  const SceneSnapshot snap = sceneOf({shape(1, makeQuad(0.5f), lamp, translation(0.2f, 2, -0.1f)),
+                                      shape(2, makeSphere(0.3f, 8, 4), lamp, translation(1, 1, 1))});
   ASSERT_TRUE(build(snap));
   LightSet lights;
   lights.build(snap, *scene_);
@@ -116,16 +112,11 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
 // A unit-albedo diffuse plane under one light: radiance = irradiance / pi.
 TEST(PunctualLights, PointSpotAndDirectionalIrradiance) {
   const float h = 2, cosInner = std::cos(0.3f), cosOuter = std::cos(0.5f);
-  LightData spot;
-  spot.type = LightType::Spot;
-  spot.transform = lookAt(0, h, 0, 0, 0, 0);  // shines along its -z: straight down
-  spot.radiance[0] = spot.radiance[1] = spot.radiance[2] = 4;
+  LightData spot = light(0, LightType::Spot, lookAt(0, h, 0, 0, 0, 0), 4);  // shines along its -z: straight down
   spot.innerCone = 0.3f;
   spot.outerCone = 0.5f;
-  LightData sun;
-  sun.type = LightType::Directional;
-  sun.transform = lookAt(1, 1, 0, 0, 0, 0);  // travels along -(1,1,0)/sqrt2
-  sun.radiance[0] = sun.radiance[1] = sun.radiance[2] = 1.5f;
+  // Travels along -(1,1,0)/sqrt2.
+  const LightData sun = light(0, LightType::Directional, lookAt(1, 1, 0, 0, 0, 0), 1.5f);
   auto spotIrradiance = [&](float x, float z) {
     float r2 = x * x + z * z + h * h, cosT = h / std::sqrt(r2);
     float s = std::clamp((cosT - cosOuter) / (cosInner - cosOuter), 0.0f, 1.0f);
@@ -150,10 +141,7 @@ TEST(PunctualLights, PointSpotAndDirectionalIrradiance) {
   }
   for (const auto& [name, light, irradiance, relative, absolute] : probes) {
     SCOPED_TRACE(name);
-    SceneSnapshot scene;
-    scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(1, 1, 1)));
-    scene.lights.push_back(light);
-    orthoDown(scene, 3, 4);
+    const SceneSnapshot scene = sceneOf({shape(1, makeQuad(3), diffuseMaterial(1, 1, 1))}, {light}, orthoDown(3, 4));
     auto images = render(scene, boxFilter(), 48, 48, 16, {kAovColor, kAovWorldCoordinate});
     const auto &color = images[0], &pos = images[1];
     int lit = 0, dark = 0;

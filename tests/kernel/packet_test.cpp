@@ -46,10 +46,7 @@ Packet tracePacket(const Scene& scene, const Ray* rays, size_t count) {
 }
 
 TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeSphere(1, 24, 12), nullptr));
-  snap.shapes.push_back(shape(2, makeQuad(3, -1.5f), nullptr));
-  ASSERT_TRUE(build(snap));
+  ASSERT_TRUE(build(sceneOf({shape(1, makeSphere(1, 24, 12), nullptr), shape(2, makeQuad(3, -1.5f), nullptr)})));
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> u(-1, 1);
   for (int round = 0; round < 20; ++round) {
@@ -90,9 +87,7 @@ TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
 // Embree stops the process on a ray it cannot trace; such a lane must miss and count as blocked
 // instead, and leave its neighbours' answers alone.
 TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeCube(), nullptr));
-  ASSERT_TRUE(build(snap));
+  ASSERT_TRUE(build(sceneOf({shape(1, makeCube(), nullptr)})));
   struct Lane {
     const char* name;
     Ray ray;
@@ -130,9 +125,8 @@ TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
 // along an edge where two triangles meet: a leak there lets light through walls.
 TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeCube(), nullptr));
-  snap.shapes.push_back(shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0)));
+  const SceneSnapshot snap =
+      sceneOf({shape(1, makeCube(), nullptr), shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0))});
   ASSERT_TRUE(build(snap));
   const Vec3 centers[] = {Vec3(0), Vec3(5, 0, 0)};
   std::vector<Ray> rays;
@@ -168,13 +162,10 @@ TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
 // A lane's sample is the same traced alone or among fifteen others at different pixels, down to
 // the last bit, so the grouping of pixels can never show in a picture.
 TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(2), diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  snap.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), material(1, 0.3f), translation(0, 0.5f, 0)));
-  snap.lights = {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)};
-  snap.hasCamera = true;
-  snap.camera.transform = lookAt(0, 1.5f, 3, 0, 0.3f, 0);
-  snap.camera.fovY = 0.9f;
+  const SceneSnapshot snap = sceneOf({shape(1, makeQuad(2), diffuseMaterial(0.7f, 0.7f, 0.7f)),
+                                      shape(2, makeSphere(0.5f, 16, 8), material(1, 0.3f), translation(0, 0.5f, 0))},
+                                     {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)},
+                                     cameraAt(0, 1.5f, 3, 0, 0.3f, 0, 0.9f));
   ASSERT_TRUE(build(snap));
   LightSet lights;
   lights.build(snap, *scene_);

@@ -16,13 +16,9 @@ namespace {
 using namespace kernel;
 
 SceneSnapshot simpleScene() {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(0.5f, 0.5f, 0.5f)));
-  scene.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), diffuseMaterial(0.8f, 0.2f, 0.2f), translation(0, 0.5f, 0)));
-  scene.lights = {environmentLight(1), pointLight(1, 2, 1, 3)};
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1, 3, 0, 0.4f, 0);
-  return scene;
+  return sceneOf({shape(1, makeQuad(3), diffuseMaterial(0.5f, 0.5f, 0.5f)),
+                  shape(2, makeSphere(0.5f, 16, 8), diffuseMaterial(0.8f, 0.2f, 0.2f), translation(0, 0.5f, 0))},
+                 {environmentLight(1), pointLight(1, 2, 1, 3)}, cameraAt(0, 1, 3, 0, 0.4f, 0));
 }
 
 TEST(Plugins, SharedLibrariesExportOnlyTheVersionedEntryAndRender) {

@@ -14,9 +14,8 @@ float probeDown(const Scene& scene) {
 }
 
 TEST_F(KernelTest, SceneRebuildsOnlyWhatChanged) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f)));
-  snap.shapes.push_back(shape(2, makeSphere(0.5f, 12, 6), nullptr, translation(0, 2, 0)));
+  SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f)),
+                                shape(2, makeSphere(0.5f, 12, 6), nullptr, translation(0, 2, 0))});
   snap.geometryRevision = snap.transformRevision = snap.materialRevision = 1;
   ASSERT_TRUE(build(snap));
   const RTCScene handle = scene_->handle();
@@ -59,8 +58,7 @@ TEST_F(KernelTest, SceneRebuildsOnlyWhatChanged) {
 }
 
 TEST_F(KernelTest, RayEpsilonScalesWithTheScene) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f)));
+  SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f))});
   RenderParams params;
   params.rayEpsilon = 1e-3f;
   ASSERT_TRUE(build(snap, params));
@@ -79,8 +77,7 @@ TEST_F(KernelTest, TextureCacheLimitAndBudgetScaleDropFineLevels) {
   auto material = diffuseMaterial(1, 1, 1);
   material->baseColorTexture.image =
       image(512, 512, 4, std::vector<float>(512 * 512 * 4, 0.5f), ColorSpace::Linear, 321);
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(1), material));
+  const SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), material)});
   struct Case {
     uint32_t cacheMB;
     float scale;

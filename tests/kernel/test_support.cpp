@@ -2,23 +2,16 @@
 
 #include <cmath>
 
+#include "kernel/vector_math.h"
 #include "plugins/velder/velder_plugin.h"
 
 namespace zvr::test {
 
-void TestTarget::addIteration(const float* rgba) {
+void TestTarget::accumulate(const float* rgba, bool average) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (size_t i = 0; i < data_.size(); ++i) data_[i] += rgba[i];
-  ++iterations_;
-  ++adds;
-}
-
-void TestTarget::averageIteration(const float* rgba) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  float n = float(iterations_ + 1);
-  for (size_t i = 0; i < data_.size(); ++i) data_[i] += (rgba[i] - data_[i]) / n;
-  ++iterations_;
-  ++averages;
+  const float n = float(++iterations_);
+  for (size_t i = 0; i < data_.size(); ++i) data_[i] += average ? (rgba[i] - data_[i]) / n : rgba[i];
+  ++(average ? averages : adds);
 }
 
 std::vector<float> TestTarget::normalized() const {
@@ -80,17 +73,12 @@ Matrix4 facingDown(float y) {
 }
 
 Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
-  float b[3] = {ex - tx, ey - ty, ez - tz};
-  float bl = std::sqrt(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]);
-  for (float& v : b) v /= bl;
-  float up[3] = {0, 1, 0};
-  if (std::fabs(b[1]) > 0.999f) up[1] = 0, up[2] = -1;
-  float r[3] = {up[1] * b[2] - up[2] * b[1], up[2] * b[0] - up[0] * b[2], up[0] * b[1] - up[1] * b[0]};
-  float rl = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
-  for (float& v : r) v /= rl;
-  float u[3] = {b[1] * r[2] - b[2] * r[1], b[2] * r[0] - b[0] * r[2], b[0] * r[1] - b[1] * r[0]};
+  using kernel::Vec3;
+  const Vec3 back = kernel::normalize(Vec3(ex - tx, ey - ty, ez - tz));
+  const Vec3 up = std::fabs(back.y) > 0.999f ? Vec3(0, 0, -1) : Vec3(0, 1, 0);
+  const Vec3 right = kernel::normalize(kernel::cross(up, back));
+  const Vec3 rows[4] = {right, kernel::cross(back, right), back, Vec3(ex, ey, ez)};
   Matrix4 m;
-  float rows[4][3] = {{r[0], r[1], r[2]}, {u[0], u[1], u[2]}, {b[0], b[1], b[2]}, {ex, ey, ez}};
   for (int i = 0; i < 4; ++i)
     for (int j = 0; j < 3; ++j) m.m[4 * i + j] = rows[i][j];
   return m;
@@ -121,14 +109,7 @@ std::shared_ptr<MaterialData> emitter(float radiance) {
 
 std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std::vector<float> pixels,
                                  ColorSpace space, uint64_t id) {
-  auto img = std::make_shared<ImageData>();
-  img->id = id;
-  img->width = w;
-  img->height = h;
-  img->channels = channels;
-  img->colorSpace = space;
-  img->pixels = std::move(pixels);
-  return img;
+  return std::make_shared<ImageData>(ImageData{id, w, h, channels, space, std::move(pixels)});
 }
 
 ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
@@ -141,51 +122,64 @@ ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_p
   return s;
 }
 
-LightData environmentLight(float radiance) {
+// A white light of the given strength.
+LightData light(uint64_t id, LightType type, const Matrix4& transform, float strength) {
   LightData l;
-  l.id = 1000;
-  l.type = LightType::Environment;
-  l.radiance[0] = l.radiance[1] = l.radiance[2] = radiance;
+  l.id = id;
+  l.type = type;
+  l.transform = transform;
+  l.radiance[0] = l.radiance[1] = l.radiance[2] = strength;
   return l;
 }
+
+LightData environmentLight(float radiance) { return light(1000, LightType::Environment, Matrix4{}, radiance); }
 
 LightData pointLight(float x, float y, float z, float intensity) {
-  LightData l;
-  l.id = 1001;
-  l.type = LightType::Point;
-  l.transform = translation(x, y, z);
-  l.radiance[0] = l.radiance[1] = l.radiance[2] = intensity;
-  return l;
+  return light(1001, LightType::Point, translation(x, y, z), intensity);
 }
 
-void orthoDown(SceneSnapshot& scene, float y, float orthoHeight) {
-  scene.hasCamera = true;
-  scene.camera.type = 1;
-  scene.camera.orthoHeight = orthoHeight;
-  scene.camera.transform = lookAt(0, y, 0, 0, 0, 0);
+CameraData cameraAt(float ex, float ey, float ez, float tx, float ty, float tz, float fovY) {
+  CameraData camera;
+  camera.transform = lookAt(ex, ey, ez, tx, ty, tz);
+  camera.fovY = fovY;
+  return camera;
+}
+
+CameraData orthoDown(float y, float orthoHeight) {
+  CameraData camera;
+  camera.type = 1;
+  camera.orthoHeight = orthoHeight;
+  camera.transform = lookAt(0, y, 0, 0, 0, 0);
+  return camera;
+}
+
+SceneSnapshot sceneOf(std::vector<ShapeData> shapes, std::vector<LightData> lights, std::optional<CameraData> camera) {
+  SceneSnapshot scene;
+  scene.shapes = std::move(shapes);
+  scene.lights = std::move(lights);
+  scene.hasCamera = camera.has_value();
+  if (camera) scene.camera = *camera;
+  return scene;
 }
 
 SceneSnapshot mixedScene(bool diffuseOnly) {
   auto plastic = diffuseOnly ? diffuseMaterial(0.8f, 0.5f, 0.3f) : material(0, 0.3f);
   auto glass = diffuseOnly ? diffuseMaterial(0.3f, 0.6f, 0.8f) : material(0, 0, 1);
   plastic->materialId = 11;
-  SceneSnapshot scene;
-  scene.shapes = {shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
-                  shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
-                  shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
-                  shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))};
+  SceneSnapshot scene = sceneOf({shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
+                                 shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
+                                 shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
+                                 shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))},
+                                {environmentLight(0.4f), pointLight(1, 3, 2, 4)},
+                                cameraAt(0, 1.2f, 3.5f, 0, 0.4f, 0, 0.9f));
   for (uint32_t i = 0; i < 3; ++i) scene.shapes[i].objectId = 7 + i;
   scene.shapes[0].meshId = 70;
   scene.shapes[0].groupId = 700;
   scene.shapes[2].name = "floor";
   scene.shapes[3].lightGroup = 5;
-  scene.lights = {environmentLight(0.4f), pointLight(1, 3, 2, 4)};
   scene.lights[0].group = 0;
   scene.lights[1].group = 12;
   scene.lights[1].name = "key";
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1.2f, 3.5f, 0, 0.4f, 0);
-  scene.camera.fovY = 0.9f;
   return scene;
 }
 

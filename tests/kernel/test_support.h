@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,8 +23,8 @@ class TestTarget : public FrameBufferTarget {
   TestTarget(uint32_t w, uint32_t h) : w_(w), h_(h), data_(size_t(w) * h * 4, 0.0f) {}
   uint32_t width() const override { return w_; }
   uint32_t height() const override { return h_; }
-  void addIteration(const float* rgba) override;
-  void averageIteration(const float* rgba) override;
+  void addIteration(const float* rgba) override { accumulate(rgba, false); }
+  void averageIteration(const float* rgba) override { accumulate(rgba, true); }
   uint32_t iterations() const override { return iterations_; }
   std::string lightPathExpression() const override { return expression; }
   // RGB divided by A (sums), or as stored (averages).
@@ -33,6 +34,7 @@ class TestTarget : public FrameBufferTarget {
   std::string expression;  // the light path expression, for lpe AOVs
 
  private:
+  void accumulate(const float* rgba, bool average);
   uint32_t w_, h_;
   std::vector<float> data_;
   uint32_t iterations_ = 0;
@@ -66,10 +68,16 @@ std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std:
                                  ColorSpace space = ColorSpace::Linear, uint64_t id = 1);
 ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
                 Matrix4 transform = Matrix4{});
+LightData light(uint64_t id, LightType type, const Matrix4& transform, float strength);
 LightData environmentLight(float radiance);
 LightData pointLight(float x, float y, float z, float intensity);
-// An orthographic camera looking straight down from height y onto the origin.
-void orthoDown(SceneSnapshot& scene, float y, float orthoHeight);
+// A perspective camera at the eye looking at the target, and an orthographic camera looking straight
+// down from height y onto the origin.
+CameraData cameraAt(float ex, float ey, float ez, float tx, float ty, float tz, float fovY = CameraData{}.fovY);
+CameraData orthoDown(float y, float orthoHeight);
+// A scene of these shapes and lights, seen by `camera` when one is given.
+SceneSnapshot sceneOf(std::vector<ShapeData> shapes, std::vector<LightData> lights = {},
+                      std::optional<CameraData> camera = std::nullopt);
 // Plastic and glass spheres on a floor (ids 7, 8, 9; material 11 and mesh 70 and group 700 on the
 // first; the floor named "floor") lit by the sky (light group 0), a point light named "key" (group
 // 12) and an emissive sphere (group 5). `diffuseOnly` makes the spheres diffuse.

@@ -91,10 +91,7 @@ TEST(Texture, BaseColourTextureReachesThePixels) {
   auto material = diffuseMaterial(1, 1, 1);
   material->baseColorTexture.image = image(2, 2, 3, {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1}, ColorSpace::SRGB, 77);
   material->baseColorTexture.magFilter = material->baseColorTexture.minFilter = 1;
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(1), material));
-  scene.lights.push_back(environmentLight(1));
-  orthoDown(scene, 2, 2);
+  const SceneSnapshot scene = sceneOf({shape(1, makeQuad(1), material)}, {environmentLight(1)}, orthoDown(2, 2));
   auto img = render(scene, boxFilter(), 8, 8, 64, {kAovColor})[0];
   // The camera's up is -z, so image top is -z where the quad's v is 0 (texture top row).
   const int corners[4][2] = {{1, 1}, {6, 1}, {1, 6}, {6, 6}};

@@ -29,12 +29,8 @@ TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
   auto material = test::material(c.metallic, c.roughness, c.transmission);
   material->thickness = c.transmission > 0 ? 1.0f : 0.0f;
   material->specular = c.specular;
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeSphere(1.0f, 64, 32), material));
-  scene.lights.push_back(environmentLight(1.0f));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 0, 3.2f, 0, 0, 0);
-  scene.camera.fovY = 0.75f;
+  const SceneSnapshot scene = sceneOf({shape(1, makeSphere(1.0f, 64, 32), material)}, {environmentLight(1.0f)},
+                                      cameraAt(0, 0, 3.2f, 0, 0, 0, 0.75f));
   RenderParams params;
   params.maxDepth = params.maxDepthDiffuse = params.maxDepthGlossy = params.maxDepthRefraction =
       params.maxDepthRefractionGlossy = 64;
@@ -71,19 +67,13 @@ INSTANTIATE_TEST_SUITE_P(Roughness, FurnaceTest, ::testing::ValuesIn(furnaceSwee
                          [](const auto& info) { return info.param.name; });
 
 SceneSnapshot boxScene() {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(2.0f), diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  scene.shapes.push_back(
-      shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)));
-  scene.shapes.push_back(shape(3, makeSphere(0.4f, 24, 12), material(1, 0.3f), translation(0.6f, 0.4f, 0.2f)));
   auto lamp = emitter(1);
   lamp->emissiveStrength = 8;
-  scene.shapes.push_back(shape(4, makeQuad(0.4f), lamp, facingDown(2.5f)));
-  scene.lights.push_back(environmentLight(0.2f));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1.5f, 4, 0, 0.5f, 0);
-  scene.camera.fovY = 0.8f;
-  return scene;
+  return sceneOf({shape(1, makeQuad(2.0f), diffuseMaterial(0.7f, 0.7f, 0.7f)),
+                  shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)),
+                  shape(3, makeSphere(0.4f, 24, 12), material(1, 0.3f), translation(0.6f, 0.4f, 0.2f)),
+                  shape(4, makeQuad(0.4f), lamp, facingDown(2.5f))},
+                 {environmentLight(0.2f)}, cameraAt(0, 1.5f, 4, 0, 0.5f, 0, 0.8f));
 }
 
 double rmse(const std::vector<float>& a, const std::vector<float>& b) {
