@@ -57,21 +57,6 @@ std::shared_ptr<MeshData> makeQuad(float h, float y) {
   return m;
 }
 
-Matrix4 translation(float x, float y, float z) {
-  Matrix4 m;
-  m.m[12] = x;
-  m.m[13] = y;
-  m.m[14] = z;
-  return m;
-}
-
-Matrix4 facingDown(float y) {
-  Matrix4 m;
-  m.m[5] = m.m[10] = -1;
-  m.m[13] = y;
-  return m;
-}
-
 Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
   using kernel::Vec3;
   const Vec3 back = kernel::normalize(Vec3(ex - tx, ey - ty, ez - tz));
@@ -82,84 +67,6 @@ Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
   for (int i = 0; i < 4; ++i)
     for (int j = 0; j < 3; ++j) m.m[4 * i + j] = rows[i][j];
   return m;
-}
-
-std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b) {
-  auto m = material(0, 1);
-  m->baseColor[0] = r;
-  m->baseColor[1] = g;
-  m->baseColor[2] = b;
-  m->specular = 0;
-  return m;
-}
-
-std::shared_ptr<MaterialData> material(float metallic, float roughness, float transmission) {
-  auto m = std::make_shared<MaterialData>();
-  m->metallic = metallic;
-  m->roughness = roughness;
-  m->transmission = transmission;
-  return m;
-}
-
-std::shared_ptr<MaterialData> emitter(float radiance) {
-  auto m = diffuseMaterial(0, 0, 0);
-  m->emissive[0] = m->emissive[1] = m->emissive[2] = radiance;
-  return m;
-}
-
-std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std::vector<float> pixels,
-                                 ColorSpace space, uint64_t id) {
-  return std::make_shared<ImageData>(ImageData{id, w, h, channels, space, std::move(pixels)});
-}
-
-ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
-                Matrix4 transform) {
-  ShapeData s;
-  s.id = id;
-  s.mesh = std::move(mesh);
-  s.material = std::move(material);
-  s.transform = transform;
-  return s;
-}
-
-// A white light of the given strength.
-LightData light(uint64_t id, LightType type, const Matrix4& transform, float strength) {
-  LightData l;
-  l.id = id;
-  l.type = type;
-  l.transform = transform;
-  l.radiance[0] = l.radiance[1] = l.radiance[2] = strength;
-  return l;
-}
-
-LightData environmentLight(float radiance) { return light(1000, LightType::Environment, Matrix4{}, radiance); }
-
-LightData pointLight(float x, float y, float z, float intensity) {
-  return light(1001, LightType::Point, translation(x, y, z), intensity);
-}
-
-CameraData cameraAt(float ex, float ey, float ez, float tx, float ty, float tz, float fovY) {
-  CameraData camera;
-  camera.transform = lookAt(ex, ey, ez, tx, ty, tz);
-  camera.fovY = fovY;
-  return camera;
-}
-
-CameraData orthoDown(float y, float orthoHeight) {
-  CameraData camera;
-  camera.type = 1;
-  camera.orthoHeight = orthoHeight;
-  camera.transform = lookAt(0, y, 0, 0, 0, 0);
-  return camera;
-}
-
-SceneSnapshot sceneOf(std::vector<ShapeData> shapes, std::vector<LightData> lights, std::optional<CameraData> camera) {
-  SceneSnapshot scene;
-  scene.shapes = std::move(shapes);
-  scene.lights = std::move(lights);
-  scene.hasCamera = camera.has_value();
-  if (camera) scene.camera = *camera;
-  return scene;
 }
 
 SceneSnapshot mixedScene(bool diffuseOnly) {
@@ -181,18 +88,6 @@ SceneSnapshot mixedScene(bool diffuseOnly) {
   scene.lights[1].group = 12;
   scene.lights[1].name = "key";
   return scene;
-}
-
-RenderParams boxFilter() {
-  RenderParams params;
-  params.imageFilterType = 0;
-  return params;
-}
-
-float meanChannel(const std::vector<float>& rgba, int channel) {
-  double s = 0;
-  for (size_t i = channel; i < rgba.size(); i += 4) s += rgba[i];
-  return float(s / (rgba.size() / 4));
 }
 
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
@@ -243,14 +138,6 @@ void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t
     }
   // A part that stays black would make the sum prove nothing.
   for (size_t p = 0; p < parts.size(); ++p) EXPECT_GT(totals[p], 0.0) << what << ": part " << p << " stayed black";
-}
-
-::testing::AssertionResult KernelTest::build(const SceneSnapshot& snap, const RenderParams& params,
-                                             float textureBudgetScale,
-                                             const std::function<bool(const ShapeData&)>& include) {
-  std::string error;
-  if (scene_->update(snap, params, textureBudgetScale, include, &error)) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << error;
 }
 
 }  // namespace zvr::test
