@@ -32,18 +32,16 @@ TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
     if (kind > 1) snap.lights[0].transform = lookAt(0, 0, 0, 1, 0.3f, 0.2f);
     reset();
     ASSERT_TRUE(build(snap));
-    LightSet lights;
-    lights.build(snap, *scene_);
     Uniform u(7);
     constexpr int n = 200000;
     double sum = 0;
     for (int i = 0; i < n; ++i) {
       LightSample ls;
-      if (!lights.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) continue;
+      if (!lights_.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) continue;
       ASSERT_TRUE(ls.infinite && !ls.delta) << name;
       if (i < 1000) {
-        ASSERT_NEAR(ls.pdf, lights.environmentPdf(ls.wi), 1e-3f * ls.pdf) << name;
-        ASSERT_NEAR(ls.radiance.x, lights.environment(ls.wi).x, 1e-5f) << name;
+        ASSERT_NEAR(ls.pdf, lights_.environmentPdf(ls.wi), 1e-3f * ls.pdf) << name;
+        ASSERT_NEAR(ls.radiance.x, lights_.environment(ls.wi).x, 1e-5f) << name;
       }
       sum += ls.radiance.x / ls.pdf;
     }
@@ -69,12 +67,10 @@ TEST_F(KernelTest, EnvironmentTableGivesTheSameDensityForEveryChannelCount) {
     snap.lights[0].image = image(kW, kH, channels, pixels, ColorSpace::Linear, channels);
     reset();
     ASSERT_TRUE(build(snap));
-    LightSet lights;
-    lights.build(snap, *scene_);
     std::vector<float> d;
     for (int i = 0; i < 200; ++i) {
       const float theta = kPi * (i % 20 + 0.5f) / 20, phi = 2 * kPi * (i / 20 + 0.37f) / 10;
-      d.push_back(lights.environmentPdf(
+      d.push_back(lights_.environmentPdf(
           Vec3(std::sin(theta) * std::sin(phi), std::cos(theta), std::sin(theta) * std::cos(phi))));
     }
     densities.push_back(d);
@@ -89,21 +85,19 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
   const SceneSnapshot snap = sceneOf({shape(1, makeQuad(0.5f), lamp, translation(0.2f, 2, -0.1f)),
                                       shape(2, makeSphere(0.3f, 8, 4), lamp, translation(1, 1, 1))});
   ASSERT_TRUE(build(snap));
-  LightSet lights;
-  lights.build(snap, *scene_);
   Uniform u(3);
   const Vec3 ref(0, 0, 0);
   int checked = 0;
   for (int i = 0; i < 2000; ++i) {
     LightSample ls;
-    if (!lights.sample(ref, u(), u(), u(), *scene_, ls)) continue;
+    if (!lights_.sample(ref, u(), u(), u(), *scene_, ls)) continue;
     EXPECT_NEAR(ls.radiance.x, 3, 1e-6f);
     // Ask the triangle along the sampled direction for its density, skipping points hidden behind
     // another triangle (also a neighbour just in front near an edge).
     SurfaceHit hit;
     if (!scene_->intersect(Ray{ref, ls.wi, 0, 1e30f}, hit) || std::fabs(hit.t - ls.distance) > 1e-5f * ls.distance)
       continue;
-    ASSERT_NEAR(lights.trianglePdf(*scene_, hit.shape, hit.prim, ref, hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
+    ASSERT_NEAR(lights_.trianglePdf(*scene_, hit.shape, hit.prim, ref, hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
     ++checked;
   }
   EXPECT_GT(checked, 1000);

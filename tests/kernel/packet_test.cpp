@@ -167,13 +167,11 @@ TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
                                      {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)},
                                      cameraAt(0, 1.5f, 3, 0, 0.3f, 0, 0.9f));
   ASSERT_TRUE(build(snap));
-  LightSet lights;
-  lights.build(snap, *scene_);
   Camera camera(snap.camera, 32, 32);
   RenderParams params;
   IntegratorSettings settings;
   settings.wantAo = true;
-  PathIntegrator integrator(*scene_, lights, camera, params, settings);
+  PathIntegrator integrator(*scene_, lights_, camera, params, settings);
 
   FilmPoint film[kPacketSize];
   std::vector<Sampler> samplers;

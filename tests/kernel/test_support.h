@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/plugin_api.h"
+#include "kernel/lights.h"
 #include "kernel/scene.h"
 
 namespace zvr::test {
@@ -204,7 +205,7 @@ std::vector<std::vector<float>> render(const SceneSnapshot& scene, const RenderP
 // The images of targets `parts` add up to that of `whole`, pixel by pixel, and none stays black.
 void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t whole, const char* what);
 
-// A ray tracing device with one scene on it, for tests below the plug-ins.
+// A ray tracing device with one scene and its lights on it, for tests below the plug-ins.
 class KernelTest : public ::testing::Test {
  protected:
   KernelTest() : device_(rtcNewDevice(nullptr)) { reset(); }
@@ -217,13 +218,17 @@ class KernelTest : public ::testing::Test {
       const SceneSnapshot& snap, const RenderParams& params = {}, float textureBudgetScale = 1,
       const std::function<bool(const ShapeData&)>& include = [](const ShapeData& s) { return s.visible; }) {
     std::string error;
-    if (scene_->update(snap, params, textureBudgetScale, include, &error)) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << error;
+    if (!scene_->update(snap, params, textureBudgetScale, include, &error)) {
+      return ::testing::AssertionFailure() << error;
+    }
+    lights_.build(snap, *scene_);
+    return ::testing::AssertionSuccess();
   }
 
   RTCDevice device_;
   kernel::DeviceErrors errors_;
   std::unique_ptr<kernel::Scene> scene_;
+  kernel::LightSet lights_;
 };
 
 }  // namespace zvr::test
