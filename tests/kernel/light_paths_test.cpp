@@ -1,6 +1,7 @@
 // Light path expression and light group outputs partition the beauty: the parts a partition
 // names add up to colour sample for sample, and a group is the light of its emitters alone.
 #include <functional>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "kernel/light_paths.h"
@@ -39,21 +40,18 @@ TEST(LightPaths, PartitionsAddUpToTheirWhole) {
 TEST(LightPaths, AGroupIsTheLightOfItsEmittersAlone) {
   auto grouped = render(mixedScene(), RenderParams{}, 24, 18, 256, {lightGroupAov(5), lightGroupAov(12)});
   // The same scene with only the emissive sphere, then with only the point light.
-  struct Case {
-    size_t target;
-    std::function<void(SceneSnapshot&)> keepOnly;
-  };
-  const Case cases[] = {
+  // Which group output, and how the scene keeps only that group's emitters.
+  const std::tuple<size_t, std::function<void(SceneSnapshot&)>> cases[] = {
       {0, [](SceneSnapshot& s) { s.lights.clear(); }},
       {1, [](SceneSnapshot& s) {
          s.lights.erase(s.lights.begin());
          s.shapes.back().material = diffuseMaterial(0, 0, 0);  // still there, no longer emitting
        }},
   };
-  for (const Case& c : cases) {
+  for (const auto& [target, keepOnly] : cases) {
     SceneSnapshot alone = mixedScene();
-    c.keepOnly(alone);
-    const auto& group = grouped[c.target];
+    keepOnly(alone);
+    const auto& group = grouped[target];
     auto color = render(alone, RenderParams{}, 24, 18, 256, {kAovColor})[0];
     double a = 0, b = 0, difference = 0;
     for (size_t i = 0; i < color.size(); i += 4)
@@ -63,8 +61,8 @@ TEST(LightPaths, AGroupIsTheLightOfItsEmittersAlone) {
         difference += std::fabs(group[i + k] - color[i + k]);
       }
     ASSERT_GT(b, 0.0);
-    EXPECT_NEAR(a / b, 1.0, 0.03) << "group output " << c.target;
-    EXPECT_LT(difference / b, 0.25) << "group output " << c.target << " differs pixel by pixel beyond noise";
+    EXPECT_NEAR(a / b, 1.0, 0.03) << "group output " << target;
+    EXPECT_LT(difference / b, 0.25) << "group output " << target << " differs pixel by pixel beyond noise";
   }
 }
 

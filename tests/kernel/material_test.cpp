@@ -1,6 +1,7 @@
 // Material features seen in renders: alpha modes, vertex colours, normal maps, unlit, emission
 // strength, Beer absorption, depth limits, radiance clamp and caustics reduction.
 #include <cmath>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "plugins/quillon/quillon_plugin.h"
@@ -24,23 +25,20 @@ float meanRed(SceneSnapshot scene, uint32_t size, uint32_t iterations, bool dark
 }
 
 TEST(Alpha, ModesMixSurfaceAndBackground) {
-  struct Case {
-    const char* name;
-    uint32_t mode;
-    float alpha, color, coverage;  // the quad's albedo is 0.5; the sky behind is 1
-  };
   // Half transparent: 0.3 * 0.5 (surface) + 0.7 * 1 (sky) = 0.85.
-  const Case cases[] = {{"opaque ignores alpha", 0, 0.3f, 0.5f, 1}, {"mask below cutoff cuts", 1, 0.3f, 1.0f, 0},
-                        {"mask above cutoff keeps", 1, 0.7f, 0.5f, 1}, {"blend mixes", 2, 0.3f, 0.85f, 0.3f}};
-  for (const Case& c : cases) {
+  // Label, alpha mode and alpha; the colour and coverage expected (the quad's albedo is 0.5, the sky behind is 1).
+  const std::tuple<const char*, uint32_t, float, float, float> cases[] = {
+      {"opaque ignores alpha", 0, 0.3f, 0.5f, 1}, {"mask below cutoff cuts", 1, 0.3f, 1.0f, 0},
+      {"mask above cutoff keeps", 1, 0.7f, 0.5f, 1}, {"blend mixes", 2, 0.3f, 0.85f, 0.3f}};
+  for (const auto& [name, mode, alpha, color, coverage] : cases) {
     auto m = diffuseMaterial(0.5f, 0.5f, 0.5f);
-    m->alphaMode = c.mode;
-    m->baseColor[3] = c.alpha;
+    m->alphaMode = mode;
+    m->baseColor[3] = alpha;
     m->alphaCutoff = 0.5f;
     m->doubleSided = true;
     auto images = render(quadUnderSky(m), boxFilter(), 8, 8, 256, {kAovColor, kAovOpacity});
-    EXPECT_NEAR(meanChannel(images[0], 0), c.color, 0.02f) << c.name;
-    EXPECT_NEAR(meanChannel(images[1], 0), c.coverage, 0.03f) << c.name;
+    EXPECT_NEAR(meanChannel(images[0], 0), color, 0.02f) << name;
+    EXPECT_NEAR(meanChannel(images[1], 0), coverage, 0.03f) << name;
   }
 }
 
@@ -170,23 +168,18 @@ TEST(Volume, BeerAbsorptionDarkensThickerGlass) {
 // A floor and a sphere of one kind of material under a sky: every bounce of that kind is counted
 // against its own limit and against the total, and light after a bounce is indirect.
 TEST(DepthLimits, DecideWhetherIndirectLightExists) {
-  struct Case {
-    const char* name;
-    bool metal;
-    uint32_t RenderParams::*limit;
-    uint32_t value;
-    bool indirect;
-  };
-  const Case cases[] = {{"total zero, diffuse", false, &RenderParams::maxDepth, 0, false},
-                        {"total zero, metal", true, &RenderParams::maxDepth, 0, false},
-                        {"diffuse zero stops diffuse", false, &RenderParams::maxDepthDiffuse, 0, false},
-                        {"diffuse zero keeps glossy", true, &RenderParams::maxDepthDiffuse, 0, true},
-                        {"glossy zero stops glossy", true, &RenderParams::maxDepthGlossy, 0, false},
-                        {"glossy zero keeps diffuse", false, &RenderParams::maxDepthGlossy, 0, true},
-                        {"defaults", false, &RenderParams::maxDepth, 8, true}};
-  for (const Case& c : cases) {
+  // Label, metal or diffuse, the limit and its value; whether indirect light remains.
+  const std::tuple<const char*, bool, uint32_t RenderParams::*, uint32_t, bool> cases[] = {
+      {"total zero, diffuse", false, &RenderParams::maxDepth, 0, false},
+      {"total zero, metal", true, &RenderParams::maxDepth, 0, false},
+      {"diffuse zero stops diffuse", false, &RenderParams::maxDepthDiffuse, 0, false},
+      {"diffuse zero keeps glossy", true, &RenderParams::maxDepthDiffuse, 0, true},
+      {"glossy zero stops glossy", true, &RenderParams::maxDepthGlossy, 0, false},
+      {"glossy zero keeps diffuse", false, &RenderParams::maxDepthGlossy, 0, true},
+      {"defaults", false, &RenderParams::maxDepth, 8, true}};
+  for (const auto& [name, metal, limit, value, hasIndirect] : cases) {
     auto m = diffuseMaterial(0.7f, 0.7f, 0.7f);
-    if (c.metal) {
+    if (metal) {
       m->metallic = 1;
       m->roughness = 0.3f;
     }
@@ -194,12 +187,12 @@ TEST(DepthLimits, DecideWhetherIndirectLightExists) {
         sceneOf({shape(1, makeQuad(3), m), shape(2, makeSphere(0.5f, 16, 8), m, translation(0, 0.5f, 0))},
                 {environmentLight(1), pointLight(0.5f, 2, 0.5f, 2)}, cameraAt(0, 1.5f, 2.5f, 0, 0.3f, 0));
     RenderParams params;
-    params.*(c.limit) = c.value;
+    params.*(limit) = value;
     auto images = render(scene, params, 16, 16, 16, {kAovDirectIllumination, kAovIndirectIllumination});
-    EXPECT_GT(meanChannel(images[0], 0), 0.05f) << c.name << ": direct light never depends on bounce limits";
+    EXPECT_GT(meanChannel(images[0], 0), 0.05f) << name << ": direct light never depends on bounce limits";
     float indirect = meanChannel(images[1], 0);
-    if (c.indirect) EXPECT_GT(indirect, 1e-3f) << c.name;
-    else EXPECT_EQ(indirect, 0.0f) << c.name;
+    if (hasIndirect) EXPECT_GT(indirect, 1e-3f) << name;
+    else EXPECT_EQ(indirect, 0.0f) << name;
   }
 }
 

@@ -2,6 +2,7 @@
 // aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
 // not depend on the lanes beside it.
 #include <random>
+#include <tuple>
 
 #include "kernel/camera.h"
 #include "kernel/lights.h"
@@ -88,15 +89,11 @@ TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
 // instead, and leave its neighbours' answers alone.
 TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
   ASSERT_TRUE(build(sceneOf({shape(1, makeCube(), nullptr)})));
-  struct Lane {
-    const char* name;
-    Ray ray;
-    bool traceable;
-  };
   auto ray = [](Vec3 origin, Vec3 direction, float tMin = 0, float tMax = 1e30f) {
     return Ray{origin, direction, tMin, tMax};
   };
-  const Lane lanes[] = {
+  // Label, ray, whether it can be traced.
+  const std::tuple<const char*, Ray, bool> lanes[] = {
       {"inside", ray(Vec3(0), Vec3(1, 0, 0)), true},
       {"nan_direction", ray(Vec3(0), Vec3(NAN, 0, 1)), false},
       {"inf_origin", ray(Vec3(INFINITY, 0, 0), Vec3(-1, 0, 0)), false},
@@ -107,16 +104,17 @@ TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
   };
   const int n = int(std::size(lanes));
   Ray rays[n];
-  for (int k = 0; k < n; ++k) rays[k] = lanes[k].ray;
+  for (int k = 0; k < n; ++k) rays[k] = std::get<Ray>(lanes[k]);
   const Packet p = tracePacket(*scene_, rays, n);
   for (int k = 0; k < n; ++k) {
-    SCOPED_TRACE(lanes[k].name);
-    EXPECT_EQ(isTraceable(lanes[k].ray), lanes[k].traceable);
-    EXPECT_EQ(p.found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
+    const auto& [name, laneRay, traceable] = lanes[k];
+    SCOPED_TRACE(name);
+    EXPECT_EQ(isTraceable(laneRay), traceable);
+    EXPECT_EQ(p.found[k], traceable) << "a traceable lane here hits the cube";
     EXPECT_TRUE(p.blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
     SurfaceHit single;
-    EXPECT_EQ(scene_->intersect(lanes[k].ray, single), lanes[k].traceable);
-    EXPECT_TRUE(scene_->occluded(lanes[k].ray));
+    EXPECT_EQ(scene_->intersect(laneRay, single), traceable);
+    EXPECT_TRUE(scene_->occluded(laneRay));
   }
   EXPECT_NEAR(p.hits[0].t, 1, 1e-5f);
   EXPECT_NEAR(p.hits[n - 1].t, 4, 1e-5f);

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <set>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "plugins/dorrik/dorrik_plugin.h"
@@ -22,16 +23,13 @@ SceneSnapshot simpleScene() {
 }
 
 TEST(Plugins, SharedLibrariesExportOnlyTheVersionedEntryAndRender) {
-  struct Case {
-    const char* file;
-    const char* name;
-    ZvrPluginFamily family;
-  };
-  for (const Case& c : {Case{"libVelder64.so", "Velder", ZVR_PLUGIN_FAMILY_VELDER},
-                        Case{"libQuillon64.so", "Quillon", ZVR_PLUGIN_FAMILY_QUILLON},
-                        Case{"libDorrik.so", "Dorrik", ZVR_PLUGIN_FAMILY_DORRIK}}) {
-    SCOPED_TRACE(c.file);
-    void* lib = dlopen((std::string(ZVR_BIN_DIR) + "/" + c.file).c_str(), RTLD_NOW | RTLD_LOCAL);
+  const std::tuple<const char*, const char*, ZvrPluginFamily> plugins[] = {
+      {"libVelder64.so", "Velder", ZVR_PLUGIN_FAMILY_VELDER},
+      {"libQuillon64.so", "Quillon", ZVR_PLUGIN_FAMILY_QUILLON},
+      {"libDorrik.so", "Dorrik", ZVR_PLUGIN_FAMILY_DORRIK}};
+  for (const auto& [file, name, family] : plugins) {
+    SCOPED_TRACE(file);
+    void* lib = dlopen((std::string(ZVR_BIN_DIR) + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(lib, nullptr) << dlerror();
     auto entry = reinterpret_cast<ZvrPluginEntryFn>(dlsym(lib, ZVR_PLUGIN_ENTRY_NAME));
     ASSERT_NE(entry, nullptr);
@@ -39,8 +37,8 @@ TEST(Plugins, SharedLibrariesExportOnlyTheVersionedEntryAndRender) {
     EXPECT_EQ(dlsym(lib, "_ZN3zvr6kernel9invert3x3ERKNS_7Matrix4EPf"), nullptr) << "the kernel's symbols must stay hidden";
     std::unique_ptr<RenderPlugin> plugin(entry());
     ASSERT_NE(plugin, nullptr);
-    EXPECT_STREQ(plugin->name(), c.name);
-    EXPECT_EQ(plugin->family(), c.family);
+    EXPECT_STREQ(plugin->name(), name);
+    EXPECT_EQ(plugin->family(), family);
     EXPECT_NE(plugin->version(), 0u);
     EXPECT_GT(meanChannel(render(simpleScene(), RenderParams{}, 8, 8, 2, {kAovColor}, plugin.get())[0], 0), 0.0f);
     plugin.reset();

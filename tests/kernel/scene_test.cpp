@@ -1,5 +1,7 @@
 // The scene follows snapshots: it rebuilds what changed, keeps what did not, and a transform or
 // a layer filter change moves or removes geometry; the texture budget drops fine levels.
+#include <tuple>
+
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -78,19 +80,16 @@ TEST_F(KernelTest, TextureCacheLimitAndBudgetScaleDropFineLevels) {
   material->baseColorTexture.image =
       image(512, 512, 4, std::vector<float>(512 * 512 * 4, 0.5f), ColorSpace::Linear, 321);
   const SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), material)});
-  struct Case {
-    uint32_t cacheMB;
-    float scale;
-    uint32_t expectedWidth;
-  };
-  for (Case c : {Case{0, 1, 512}, Case{2, 1, 256}, Case{2, 0.25f, 128}, Case{8, 1, 512}}) {
+  // Cache limit in MB, budget scale; the width of the finest level kept.
+  const std::tuple<uint32_t, float, uint32_t> cases[] = {{0, 1, 512}, {2, 1, 256}, {2, 0.25f, 128}, {8, 1, 512}};
+  for (const auto& [cacheMB, scale, expectedWidth] : cases) {
     reset();
     RenderParams params;
-    params.textureCacheMB = c.cacheMB;
-    ASSERT_TRUE(build(snap, params, c.scale));
+    params.textureCacheMB = cacheMB;
+    ASSERT_TRUE(build(snap, params, scale));
     const Texture* tex = scene_->shapes()[0].material->textures[kTexBaseColor];
     ASSERT_NE(tex, nullptr);
-    EXPECT_EQ(tex->width(), c.expectedWidth) << c.cacheMB << " MB at scale " << c.scale;
+    EXPECT_EQ(tex->width(), expectedWidth) << cacheMB << " MB at scale " << scale;
   }
 }
 
