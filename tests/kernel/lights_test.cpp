@@ -3,6 +3,7 @@
 #include <cmath>
 #include <array>
 #include <functional>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "kernel/lights.h"
@@ -116,22 +117,19 @@ TEST(PunctualLights, PointSpotAndDirectionalIrradiance) {
     float s = std::clamp((cosT - cosOuter) / (cosInner - cosOuter), 0.0f, 1.0f);
     return 4 * s * s * (3 - 2 * s) * cosT / r2;
   };
-  struct Probe {
-    const char* name;
-    LightData light;
-    std::function<float(float x, float z)> irradiance;
-    float relative, absolute;  // pixels straddling the cone's edge average a steep falloff: allow them more
-  };
   auto sunIrradiance = [](float, float) { return 1.5f * std::sqrt(0.5f); };
-  std::vector<Probe> probes = {{"spot", spot, spotIrradiance, 0.03f, 0.004f},
-                               {"directional", sun, sunIrradiance, 0.03f, 0.004f}};
+  // Label, light, its irradiance at (x, z) on the plane, relative and absolute tolerance: pixels
+  // straddling the cone's edge average a steep falloff, so they are allowed more.
+  using Irradiance = std::function<float(float x, float z)>;
+  std::vector<std::tuple<const char*, LightData, Irradiance, float, float>> probes = {
+      {"spot", spot, spotIrradiance, 0.03f, 0.004f}, {"directional", sun, sunIrradiance, 0.03f, 0.004f}};
   // Point lights: irradiance I cos(theta) / r^2.
   for (auto [x, y, intensity] : {std::array<float, 3>{0, 1, 1}, {0, 2.5f, 10}, {1.5f, 0.7f, 2}}) {
     auto irradiance = [x = x, y = y, intensity = intensity](float px, float pz) {
       float r2 = (px - x) * (px - x) + y * y + pz * pz;
       return intensity * y / std::sqrt(r2) / r2;
     };
-    probes.push_back({"point", pointLight(x, y, 0, intensity), irradiance, 0.01f, 1e-5f});
+    probes.emplace_back("point", pointLight(x, y, 0, intensity), irradiance, 0.01f, 1e-5f);
   }
   for (const auto& [name, light, irradiance, relative, absolute] : probes) {
     SCOPED_TRACE(name);
