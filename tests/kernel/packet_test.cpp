@@ -28,21 +28,25 @@ std::shared_ptr<MeshData> makeCube() {
   return m;
 }
 
-// The answers of one packet of up to sixteen rays; lanes past the rays given stay idle.
+// The answers of one packet of up to sixteen rays. Idle lanes (past the rays given, or off in
+// `active`) must keep what they start with: found and blocked, at distance -7.
 struct Packet {
   SurfaceHit hits[kPacketSize];
-  bool found[kPacketSize] = {}, blocked[kPacketSize] = {};
+  bool found[kPacketSize], blocked[kPacketSize];
 };
-Packet tracePacket(const Scene& scene, const Ray* rays, size_t count) {
+Packet tracePacket(const Scene& scene, const Ray* rays, size_t count, const bool* active = nullptr,
+                   bool coherent = false) {
   Ray lanes[kPacketSize];
-  bool active[kPacketSize] = {};
-  for (size_t k = 0; k < count && k < kPacketSize; ++k) {
-    lanes[k] = rays[k];
-    active[k] = true;
-  }
+  bool on[kPacketSize];
   Packet p;
-  scene.intersect16(lanes, active, p.hits, p.found, false);
-  scene.occluded16(lanes, active, p.blocked);
+  for (size_t k = 0; k < kPacketSize; ++k) {
+    if (k < count) lanes[k] = rays[k];
+    on[k] = k < count && (!active || active[k]);
+    p.found[k] = p.blocked[k] = true;
+    p.hits[k].t = -7;
+  }
+  scene.intersect16(lanes, on, p.hits, p.found, coherent);
+  scene.occluded16(lanes, on, p.blocked);
   return p;
 }
 
@@ -52,35 +56,31 @@ TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
   std::uniform_real_distribution<float> u(-1, 1);
   for (int round = 0; round < 20; ++round) {
     Ray rays[kPacketSize];
-    bool active[kPacketSize], found[kPacketSize], blocked[kPacketSize];
-    SurfaceHit hits[kPacketSize];
+    bool active[kPacketSize];
     for (int k = 0; k < kPacketSize; ++k) {
       rays[k].origin = Vec3(u(rng), u(rng), u(rng)) * 3.0f;
       rays[k].direction = normalize(Vec3(u(rng), u(rng), u(rng)));
       rays[k].tMax = round % 2 ? 1.0f : 1e30f;  // short rays miss more often
       active[k] = (k + round) % 5 != 0;
-      found[k] = blocked[k] = true;
-      hits[k].t = -7;
     }
-    scene_->intersect16(rays, active, hits, found, round == 0);
-    scene_->occluded16(rays, active, blocked);
+    const Packet p = tracePacket(*scene_, rays, kPacketSize, active, round == 0);
     for (int k = 0; k < kPacketSize; ++k) {
       SCOPED_TRACE("round " + std::to_string(round) + " lane " + std::to_string(k));
       if (!active[k]) {
-        EXPECT_TRUE(found[k] && blocked[k]) << "an idle lane's answers were overwritten";
-        EXPECT_EQ(hits[k].t, -7);
+        EXPECT_TRUE(p.found[k] && p.blocked[k]) << "an idle lane's answers were overwritten";
+        EXPECT_EQ(p.hits[k].t, -7);
         continue;
       }
       SurfaceHit single;
       bool hit = scene_->intersect(rays[k], single);
-      ASSERT_EQ(found[k], hit);
-      EXPECT_EQ(blocked[k], scene_->occluded(rays[k]));
+      ASSERT_EQ(p.found[k], hit);
+      EXPECT_EQ(p.blocked[k], scene_->occluded(rays[k]));
       if (!hit) continue;
-      EXPECT_NEAR(hits[k].t, single.t, 1e-5f);
-      EXPECT_EQ(hits[k].shape, single.shape);
-      EXPECT_EQ(hits[k].prim, single.prim);
-      EXPECT_NEAR(hits[k].ns.y, single.ns.y, 1e-5f);
-      EXPECT_NEAR(hits[k].p.x, single.p.x, 1e-5f);
+      EXPECT_NEAR(p.hits[k].t, single.t, 1e-5f);
+      EXPECT_EQ(p.hits[k].shape, single.shape);
+      EXPECT_EQ(p.hits[k].prim, single.prim);
+      EXPECT_NEAR(p.hits[k].ns.y, single.ns.y, 1e-5f);
+      EXPECT_NEAR(p.hits[k].p.x, single.p.x, 1e-5f);
     }
   }
 }
