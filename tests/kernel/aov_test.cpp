@@ -1,30 +1,15 @@
-// AOV contents: the light split sums back to colour, ids are exact, depth is the known distance.
+// AOV contents: ids are exact, depth is the known distance, variance follows the noise. The light
+// split is checked with the other partitions of the beauty among the light path tests.
 #include <cmath>
 #include <set>
 
 #include "kernel/aov.h"
-#include "plugins/velder/velder_plugin.h"
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
 namespace {
 
 using namespace kernel;
-
-TEST(Aovs, LightSplitPartsSumBackToColor) {
-  RenderParams params;
-  params.radianceClamp = 5;  // the clamp must apply to the parts the same way
-  velder::VelderPlugin plugin;
-  const std::vector<uint32_t> aovs = {kAovColor,          kAovEmission,       kAovBackground,      kAovDirectDiffuse,
-                                      kAovDirectReflect,  kAovIndirectDiffuse, kAovIndirectReflect, kAovRefract,
-                                      kAovVolume,         kAovSss,            kAovDirectIllumination,
-                                      kAovIndirectIllumination};
-  auto out = renderWith(plugin, mixedScene(), params, 32, 24, 16, aovs);
-  ASSERT_EQ(out.status, 0) << out.error;
-  expectSum(out, {1, 2, 3, 4, 5, 6, 7}, 0, "by lobe");
-  expectSum(out, {1, 2, 10, 11}, 0, "by depth");
-  EXPECT_EQ(meanChannel(out.image(8), 0) + meanChannel(out.image(9), 0), 0.0f) << "no volume, no subsurface";
-}
 
 TEST(Aovs, IdsCarryTheExactIdOrItsColour) {
   RenderParams params;

@@ -1,5 +1,6 @@
-// Light path expression and light group outputs partition the beauty: the parts a partition
-// names add up to colour sample for sample, and a group is the light of its emitters alone.
+// The light split by lobe and by depth, light path expressions and light groups partition the
+// beauty: the parts a partition names add up to colour sample for sample, and a group is the light
+// of its emitters alone.
 #include <functional>
 #include <tuple>
 
@@ -17,18 +18,26 @@ using namespace kernel;
 TEST(LightPaths, PartitionsAddUpToTheirWhole) {
   velder::VelderPlugin velder;
   quillon::QuillonPlugin quillon;
+  const std::vector<uint32_t> aovs = {
+      kAovColor,          kAovLpe0,         kAovLpe0 + 1,        lightGroupAov(0),    lightGroupAov(5),
+      lightGroupAov(12),  kAovLpe0 + 2,     kAovLpe0 + 3,        kAovLpe0 + 4,        kAovLpe0 + 5,
+      kAovEmission,       kAovBackground,   kAovDirectDiffuse,   kAovDirectReflect,   kAovIndirectDiffuse,
+      kAovIndirectReflect, kAovRefract,     kAovVolume,          kAovSss,             kAovDirectIllumination,
+      kAovIndirectIllumination};
   for (RenderPlugin* plugin : {static_cast<RenderPlugin*>(&velder), static_cast<RenderPlugin*>(&quillon)}) {
+    SCOPED_TRACE(plugin->name());
     RenderParams params;
     params.radianceClamp = 0.3f;  // clamped pieces must land in the outputs as they land in colour
-    auto out = renderWith(*plugin, mixedScene(), params, 32, 24, 8,
-                          {kAovColor, kAovLpe0, kAovLpe0 + 1, lightGroupAov(0), lightGroupAov(5), lightGroupAov(12),
-                           kAovLpe0 + 2, kAovLpe0 + 3, kAovLpe0 + 4, kAovLpe0 + 5},
-                          0, {"", "CL", "C.+L", "", "", "", "C.*<L.'key'>", "C.*<L.[^'key']>", "C'floor'.*L", "C[^'floor'].*L"});
+    auto out = renderWith(*plugin, mixedScene(), params, 32, 24, 8, aovs, 0,
+                          {"", "CL", "C.+L", "", "", "", "C.*<L.'key'>", "C.*<L.[^'key']>", "C'floor'.*L", "C[^'floor'].*L"});
     ASSERT_EQ(out.status, 0) << out.error;
     expectSum(out, {1, 2}, 0, "CL + C.+L");
     expectSum(out, {3, 4, 5}, 0, "light groups");
     expectSum(out, {6, 7}, 0, "the light named key and the others");
     expectSum(out, {1, 8, 9}, 0, "seen directly, first on the floor, first elsewhere");
+    expectSum(out, {10, 11, 12, 13, 14, 15, 16}, 0, "by lobe");
+    expectSum(out, {10, 11, 19, 20}, 0, "by depth");
+    EXPECT_EQ(meanChannel(out.image(17), 0) + meanChannel(out.image(18), 0), 0.0f) << "no volume, no subsurface";
 
     auto diffuse = renderWith(*plugin, mixedScene(true), params, 32, 24, 8, {kAovDirectDiffuse, kAovLpe0 + 3}, 0,
                               {"", "CDL"});
