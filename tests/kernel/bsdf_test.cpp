@@ -172,30 +172,24 @@ INSTANTIATE_TEST_SUITE_P(Materials, BsdfTest, ::testing::ValuesIn(cases()),
 
 // With multiple scattering restored, a white rough metal reflects all light from every direction.
 TEST(MultipleScattering, WhiteRoughMetalReflectsEverything) {
-  struct Case {
-    float roughness, cosO, tolerance;
-  };
-  const Case cases[] = {
-      {0.5f, 0.9f, 0.01f}, {0.5f, 0.3f, 0.01f}, {0.5f, 0.08f, 0.015f},
-      {1.0f, 0.9f, 0.01f}, {1.0f, 0.3f, 0.01f}, {1.0f, 0.08f, 0.015f},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << "roughness " << c.roughness << " cos " << c.cosO);
-    MaterialSample m = makeMaterial(1, c.roughness);
-    m.baseColor = Vec3(1);
-    Bsdf bsdf = bsdfAt(m, c.cosO, 0.4f);
-    test::Uniform uni(17);
-    constexpr int n = 200000;
-    double sum = 0;
-    for (int i = 0; i < n; ++i) {
-      BsdfSample s;
-      if (bsdf.sample(uni(), uni(), uni(), s)) {
-        ASSERT_EQ(s.category, kLobeReflect);
-        sum += s.weight.x;
+  for (float roughness : {0.5f, 1.0f})
+    for (float cosO : {0.9f, 0.3f, 0.08f}) {
+      SCOPED_TRACE(::testing::Message() << "roughness " << roughness << " cos " << cosO);
+      MaterialSample m = makeMaterial(1, roughness);
+      m.baseColor = Vec3(1);
+      Bsdf bsdf = bsdfAt(m, cosO, 0.4f);
+      test::Uniform uni(17);
+      constexpr int n = 200000;
+      double sum = 0;
+      for (int i = 0; i < n; ++i) {
+        BsdfSample s;
+        if (bsdf.sample(uni(), uni(), uni(), s)) {
+          ASSERT_EQ(s.category, kLobeReflect);
+          sum += s.weight.x;
+        }
       }
+      EXPECT_NEAR(sum / n, 1.0, cosO < 0.1f ? 0.015 : 0.01);
     }
-    EXPECT_NEAR(sum / n, 1.0, c.tolerance);
-  }
 }
 
 // The albedo tables against an independent estimate: D G / (4 cos_o cos_i) integrated over a fine
@@ -235,7 +229,8 @@ TEST(MultipleScattering, AlbedoTablesMatchDirectQuadrature) {
 // Rough glass (IOR 1.5, not absorbing), thick or thin, from outside and inside, at every roughness
 // and down to grazing angles: reflection and transmission together return all the light they
 // receive within 0.5%, however much bounces between microfacets on the way. Scrambled Sobol
-// points keep the estimate's own error far below that bound.
+// points keep the estimate's own error far below that bound. Smooth glass splits the light exactly
+// between a mirror reflection and a refraction, both singular.
 TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
   for (bool thin : {false, true})
     for (int r = 0; r <= 10; ++r)
@@ -248,6 +243,7 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
         MaterialSample m = makeMaterial(0, roughness, 1, thin);
         m.baseColor = Vec3(1);
         Bsdf bsdf = bsdfAt(m, cosO, 0.4f);
+        EXPECT_EQ(bsdf.hasNonDelta(), r > 0);
         constexpr uint32_t n = 1u << 16;
         double sum = 0;
         for (uint32_t i = 0; i < n; ++i) {
@@ -255,33 +251,16 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
           const float uLobe = sampler.get1D();
           const auto u = sampler.get2D();
           BsdfSample s;
-          if (bsdf.sample(uLobe, u.first, u.second, s)) sum += energy(m, cosO, s);
+          if (!bsdf.sample(uLobe, u.first, u.second, s)) continue;
+          sum += energy(m, cosO, s);
+          if (r > 0) continue;
+          ASSERT_TRUE(s.delta);
+          if (!s.transmitted) {
+            ASSERT_NEAR(s.wi.z, cosO, 1e-4f);
+          }
         }
-        EXPECT_NEAR(sum / n, 1.0, 0.005);
+        EXPECT_NEAR(sum / n, 1.0, r == 0 ? 1e-3 : 0.005);
       }
-}
-
-// Smooth lobes: a white dielectric splits energy exactly between reflection and refraction.
-TEST(SmoothDielectric, ReflectionAndRefractionConserveEnergy) {
-  MaterialSample m = makeMaterial(0, 0, 1, false);
-  m.baseColor = Vec3(1);
-  for (float cosO : {1.0f, 0.6f, 0.2f, -0.9f}) {
-    Bsdf bsdf = bsdfAt(m, cosO, 0.2f);
-    EXPECT_FALSE(bsdf.hasNonDelta());
-    test::Uniform uni(5);
-    double total = 0;
-    constexpr int n = 20000;
-    for (int i = 0; i < n; ++i) {
-      BsdfSample s;
-      ASSERT_TRUE(bsdf.sample(uni(), uni(), uni(), s));
-      ASSERT_TRUE(s.delta);
-      total += energy(m, cosO, s);
-      if (!s.transmitted) {
-        EXPECT_NEAR(s.wi.z, cosO, 1e-4f);
-      }
-    }
-    EXPECT_NEAR(total / n, 1.0, 1e-3) << "cos " << cosO;
-  }
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Projections map known directions to known pixels, in the ray generator and in a real render.
 #include <cmath>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "kernel/camera.h"
@@ -11,15 +12,11 @@ namespace {
 using namespace kernel;
 
 TEST(Camera, FilmPositionGivesKnownDirection) {
-  struct Case {
-    const char* name;
-    uint32_t mode, type;
-    float postScale, x, y;  // film position in a 200 x 100 picture
-    Vec3 direction, origin;  // expected, camera space
-  };
   const float t = std::tan(0.4f);  // half of fovY 0.8
   const Vec3 forward(0, 0, -1), up(0, 1, 0), o(0), leftEye(-kStereoEyeOffset, 0, 0), rightEye(kStereoEyeOffset, 0, 0);
-  const Case cases[] = {
+  // Label, mode, type, post scale, film position in a 200 x 100 picture; the expected direction and
+  // origin in camera space.
+  const std::tuple<const char*, uint32_t, uint32_t, float, float, float, Vec3, Vec3> cases[] = {
       {"perspective centre", kModePlain, 0, 1, 100, 50, forward, o},
       {"perspective top edge", kModePlain, 0, 1, 100, 0, normalize(Vec3(0, t, -1)), o},
       {"perspective right edge", kModePlain, 0, 1, 200, 50, normalize(Vec3(t * 2, 0, -1)), o},
@@ -37,28 +34,27 @@ TEST(Camera, FilmPositionGivesKnownDirection) {
       {"fisheye rim is sideways", kModeFisheye, 0, 1, 150, 50, Vec3(1, 0, 0), o},
       {"fisheye half radius is 45 degrees", kModeFisheye, 0, 1, 100, 25, normalize(Vec3(0, 1, -1)), o},
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, mode, type, postScale, x, y, direction, origin] : cases) {
     CameraData data;
     data.transform = lookAt(5, 1, 2, 4, 1, 2);  // turned and moved, so the transform shows
-    data.mode = c.mode;
-    data.type = c.type;
+    data.mode = mode;
+    data.type = type;
     data.fovY = 0.8f;
     data.orthoHeight = 3;
-    data.postScale = c.postScale;
+    data.postScale = postScale;
     Ray ray;
-    ASSERT_TRUE(Camera(data, 200, 100).generateRay(c.x, c.y, ray)) << c.name;
-    Vec3 dir = transformVector(data.transform, c.direction), origin = transformPoint(data.transform, c.origin);
+    ASSERT_TRUE(Camera(data, 200, 100).generateRay(x, y, ray)) << name;
+    const Vec3 wantDirection = transformVector(data.transform, direction);
+    const Vec3 wantOrigin = transformPoint(data.transform, origin);
     for (int k = 0; k < 3; ++k) {
-      EXPECT_NEAR(ray.direction[k], dir[k], 2e-3f) << c.name;
-      EXPECT_NEAR(ray.origin[k], origin[k], 1e-4f) << c.name;
+      EXPECT_NEAR(ray.direction[k], wantDirection[k], 2e-3f) << name;
+      EXPECT_NEAR(ray.origin[k], wantOrigin[k], 1e-4f) << name;
     }
   }
-  // Outside the fisheye's circle there is no ray.
   CameraData fisheye;
   fisheye.mode = kModeFisheye;
   Ray ray;
-  EXPECT_FALSE(Camera(fisheye, 200, 100).generateRay(2, 2, ray));
-  EXPECT_TRUE(Camera(fisheye, 200, 100).generateRay(100, 2, ray));
+  EXPECT_FALSE(Camera(fisheye, 200, 100).generateRay(2, 2, ray)) << "outside the fisheye's circle there is no ray";
 }
 
 // Texture footprints start from these: a pixel's angle for projections, its width for orthographic.
@@ -83,9 +79,7 @@ TEST(Camera, LampToTheRightLightsTheExpectedPixels) {
     SCOPED_TRACE(mode);
     auto lamp = emitter(1);
     lamp->emissiveStrength = 50;
-    SceneSnapshot scene;
-    scene.shapes.push_back(shape(1, makeSphere(0.3f, 16, 8), lamp, translation(5, 0, 0)));
-    scene.hasCamera = true;
+    SceneSnapshot scene = sceneOf({shape(1, makeSphere(0.3f, 16, 8), lamp, translation(5, 0, 0))}, {}, CameraData{});
     scene.camera.mode = mode;
     const uint32_t w = 64, h = mode == kModeStereoLatLong ? 64 : 32;
     auto img = render(scene, boxFilter(), w, h, 2, {kAovColor})[0];

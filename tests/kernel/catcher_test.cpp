@@ -15,17 +15,14 @@ using namespace zvr::test;
 constexpr uint32_t kSize = 32;
 
 SceneSnapshot mirrorFloorScene() {
-  SceneSnapshot scene;
   auto mirror = diffuseMaterial(1, 1, 1);
   mirror->metallic = 1;
   mirror->roughness = 0;
-  ShapeData floor = shape(1, makeQuad(4), mirror);
-  floor.catcher = ZVR_CATCHER_SHADOW | ZVR_CATCHER_REFLECTION;
-  scene.shapes.push_back(floor);
-  scene.shapes.push_back(shape(2, makeSphere(1, 24, 12), diffuseMaterial(0.8f, 0.8f, 0.8f), translation(0, 1.2f, 0)));
-  scene.lights.push_back(environmentLight(1));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 3, 5, 0, 0, 0);
+  auto grey = diffuseMaterial(0.8f, 0.8f, 0.8f);
+  SceneSnapshot scene =
+      sceneOf({shape(1, makeQuad(4), mirror), shape(2, makeSphere(1, 24, 12), grey, translation(0, 1.2f, 0))},
+              {environmentLight(1)}, cameraAt(0, 3, 5, 0, 0, 0));
+  scene.shapes[0].catcher = ZVR_CATCHER_SHADOW | ZVR_CATCHER_REFLECTION;
   return scene;
 }
 

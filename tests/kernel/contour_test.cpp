@@ -2,6 +2,7 @@
 // the Quillon integrator that draws them over the path-traced colour.
 #include <cmath>
 #include <functional>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "kernel/contour_lines.h"
@@ -29,13 +30,9 @@ std::vector<ContourSample> splitBuffer(const std::function<void(ContourSample&)>
 }
 
 TEST(ContourLines, EachFeatureDrawsItsLineOnlyWhenItsSwitchIsOn) {
-  struct Case {
-    const char* name;
-    std::function<void(ContourSample&)> change;
-    int feature;  // -1: below the threshold, no line
-  };
   const float a60 = 60 * kPi / 180, a30 = 30 * kPi / 180;
-  const Case cases[] = {
+  // Label, how the right half differs, the feature whose line it draws (-1: below the threshold, no line).
+  const std::tuple<const char*, std::function<void(ContourSample&)>, int> cases[] = {
       {"object id", [](ContourSample& s) { s.objectId = 2; }, kContourObject},
       {"background", [](ContourSample& s) { s = ContourSample{}; }, kContourObject},
       {"material id", [](ContourSample& s) { s.materialId = 5; }, kContourMaterial},
@@ -44,21 +41,21 @@ TEST(ContourLines, EachFeatureDrawsItsLineOnlyWhenItsSwitchIsOn) {
       {"uv jump 2", [](ContourSample& s) { s.uv[0] = 2; }, kContourUv},
       {"uv jump 0.5", [](ContourSample& s) { s.uv[1] = 0.5f; }, -1},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::vector<ContourSample> buffer = splitBuffer(c.change);
+  for (const auto& [name, change, feature] : cases) {
+    SCOPED_TRACE(name);
+    const std::vector<ContourSample> buffer = splitBuffer(change);
     ContourStyle style;
     style.antialiased = false;
     std::vector<ContourCoverage> lines = drawContours(buffer, 12, 8, style);
     for (size_t i = 0; i < lines.size(); ++i) {
-      const bool onLine = c.feature >= 0 && i % 12 == 5;
+      const bool onLine = feature >= 0 && i % 12 == 5;
       ASSERT_EQ(lines[i].amount, onLine ? 1.0f : 0.0f) << "pixel " << i;
       if (onLine) {
-        ASSERT_EQ(lines[i].feature, c.feature);
+        ASSERT_EQ(lines[i].feature, feature);
       }
     }
-    if (c.feature < 0) continue;
-    style.enabled[c.feature] = false;
+    if (feature < 0) continue;
+    style.enabled[feature] = false;
     lines = drawContours(buffer, 12, 8, style);
     for (const ContourCoverage& l : lines) ASSERT_EQ(l.amount, 0.0f);
   }
@@ -81,11 +78,9 @@ SceneSnapshot twoRectangles() {
   auto red = diffuseMaterial(0.8f, 0.2f, 0.2f), blue = diffuseMaterial(0.2f, 0.2f, 0.8f);
   red->materialId = 1;
   blue->materialId = 2;
-  SceneSnapshot scene;
-  scene.shapes = {shape(1, rectangle(-1.5f, 0), red), shape(2, rectangle(0, 1.5f), blue)};
+  SceneSnapshot scene = sceneOf({shape(1, rectangle(-1.5f, 0), red), shape(2, rectangle(0, 1.5f), blue)},
+                                {environmentLight(1)}, orthoDown(5, 2));
   for (auto& s : scene.shapes) s.objectId = 7;
-  scene.lights.push_back(environmentLight(1));
-  orthoDown(scene, 5, 2);
   return scene;
 }
 
@@ -101,61 +96,56 @@ std::vector<float> renderColor(const char* integrator, const RenderParams& param
 }
 
 TEST(QuillonContour, LinesFollowSilhouettesAndTheMaterialBoundaryOverThePathTracedColour) {
-  struct Case {
-    const char* name;
-    uint32_t objectId, materialId, normal, uv, debug;
-  };
-  const Case cases[] = {
+  // Label and the switches: object id, material id, normal, uv, debug colours.
+  const std::tuple<const char*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t> cases[] = {
       {"all features", 1, 1, 1, 1, 0}, {"object id only", 1, 0, 0, 0, 0}, {"material id only", 0, 1, 0, 0, 0},
       {"no feature", 0, 0, 0, 0, 0},   {"debug colours", 1, 1, 1, 1, 1},
   };
   RenderParams params;
   params.contourAntialiasing = -1;  // whole pixels at their centres: every line pixel is exactly covered
   const std::vector<float> plain = renderColor("pathtracer", params);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    params.contourObjectId = c.objectId;
-    params.contourMaterialId = c.materialId;
-    params.contourNormal = c.normal;
-    params.contourUv = c.uv;
-    params.contourDebug = c.debug;
+  for (const auto& [name, objectId, materialId, normal, uv, debug] : cases) {
+    SCOPED_TRACE(name);
+    params.contourObjectId = objectId;
+    params.contourMaterialId = materialId;
+    params.contourNormal = normal;
+    params.contourUv = uv;
+    params.contourDebug = debug;
     const std::vector<float> lined = renderColor("gpucontour", params);
     for (uint32_t y = 0; y < kH; ++y)
       for (uint32_t x = 0; x < kW; ++x) {
         const bool inside = x >= 8 && x < 56 && y >= 8 && y < 24;
         const bool outline = inside && (x == 8 || x == 55 || y == 8 || y == 23);
         int feature = -1;
-        if (outline && c.objectId) feature = kContourObject;
-        else if (inside && x == 31 && c.materialId) feature = kContourMaterial;
+        if (outline && objectId) feature = kContourObject;
+        else if (inside && x == 31 && materialId) feature = kContourMaterial;
         const size_t i = (size_t(y) * kW + x) * 4;
         const Vec3 want = feature < 0 ? Vec3(plain[i], plain[i + 1], plain[i + 2])
-                                      : (c.debug ? contourDebugColor(feature) : Vec3(0));
+                                      : (debug ? contourDebugColor(feature) : Vec3(0));
         for (int k = 0; k < 3; ++k) ASSERT_EQ(lined[i + k], want[k]) << "pixel " << x << ", " << y << " channel " << k;
       }
   }
 }
 
 TEST(QuillonContour, LineWidthIsInPixels) {
-  struct Case {
-    float antialiasing, width, covered;
-  };
   // Across the material boundary (row 16) the line covers its width, in whole pixels without
   // antialiasing (widths round to odd counts there).
-  const Case cases[] = {{1, 1, 1}, {1, 2, 2}, {1, 3, 3}, {-1, 1, 1}, {-1, 3, 3}};
+  // Antialiasing, line width, pixels covered.
+  const std::tuple<float, float, float> cases[] = {{1, 1, 1}, {1, 2, 2}, {1, 3, 3}, {-1, 1, 1}, {-1, 3, 3}};
   RenderParams params;
   params.contourObjectId = 0;
   const std::vector<float> plain = renderColor("pathtracer", params);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << "antialiasing " << c.antialiasing << ", width " << c.width);
-    params.contourAntialiasing = c.antialiasing;
-    params.contourLineWidthMaterialId = c.width;
+  for (const auto& [antialiasing, width, expected] : cases) {
+    SCOPED_TRACE(::testing::Message() << "antialiasing " << antialiasing << ", width " << width);
+    params.contourAntialiasing = antialiasing;
+    params.contourLineWidthMaterialId = width;
     const std::vector<float> lined = renderColor("gpucontour", params);
     double covered = 0;
     for (uint32_t x = 0; x < kW; ++x) {
       const size_t i = (size_t(16) * kW + x) * 4;
       covered += 1 - lined[i] / plain[i];
     }
-    EXPECT_NEAR(covered, c.covered, 0.02);
+    EXPECT_NEAR(covered, expected, 0.02);
   }
 }
 

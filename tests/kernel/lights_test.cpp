@@ -3,6 +3,7 @@
 #include <cmath>
 #include <array>
 #include <functional>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "kernel/lights.h"
@@ -27,25 +28,21 @@ TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
           2 * pixels[(y * 16 + x) * 3] * (std::cos(kPi * y / 8) - std::cos(kPi * (y + 1) / 8)) * 2 * kPi / 16;
   for (int kind = 0; kind < 3; ++kind) {
     const char* name = kind == 0 ? "constant" : kind == 1 ? "image" : "rotated image";
-    SceneSnapshot snap;
-    snap.shapes.push_back(shape(1, makeQuad(1), diffuseMaterial(1, 1, 1)));
-    snap.lights.push_back(environmentLight(2));
+    SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(1, 1, 1))}, {environmentLight(2)});
     if (kind > 0) snap.lights[0].image = image(16, 8, 3, pixels, ColorSpace::Linear, 5);
     if (kind > 1) snap.lights[0].transform = lookAt(0, 0, 0, 1, 0.3f, 0.2f);
     reset();
     ASSERT_TRUE(build(snap));
-    LightSet lights;
-    lights.build(snap, *scene_);
     Uniform u(7);
     constexpr int n = 200000;
     double sum = 0;
     for (int i = 0; i < n; ++i) {
       LightSample ls;
-      if (!lights.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) continue;
+      if (!lights_.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) continue;
       ASSERT_TRUE(ls.infinite && !ls.delta) << name;
       if (i < 1000) {
-        ASSERT_NEAR(ls.pdf, lights.environmentPdf(ls.wi), 1e-3f * ls.pdf) << name;
-        ASSERT_NEAR(ls.radiance.x, lights.environment(ls.wi).x, 1e-5f) << name;
+        ASSERT_NEAR(ls.pdf, lights_.environmentPdf(ls.wi), 1e-3f * ls.pdf) << name;
+        ASSERT_NEAR(ls.radiance.x, lights_.environment(ls.wi).x, 1e-5f) << name;
       }
       sum += ls.radiance.x / ls.pdf;
     }
@@ -67,17 +64,14 @@ TEST_F(KernelTest, EnvironmentTableGivesTheSameDensityForEveryChannelCount) {
   for (uint32_t channels : {1u, 3u, 4u}) {
     std::vector<float> pixels;
     for (float g : grey) pixels.insert(pixels.end(), channels, g);
-    SceneSnapshot snap;
-    snap.lights.push_back(environmentLight(1));
+    SceneSnapshot snap = sceneOf({}, {environmentLight(1)});
     snap.lights[0].image = image(kW, kH, channels, pixels, ColorSpace::Linear, channels);
     reset();
     ASSERT_TRUE(build(snap));
-    LightSet lights;
-    lights.build(snap, *scene_);
     std::vector<float> d;
     for (int i = 0; i < 200; ++i) {
       const float theta = kPi * (i % 20 + 0.5f) / 20, phi = 2 * kPi * (i / 20 + 0.37f) / 10;
-      d.push_back(lights.environmentPdf(
+      d.push_back(lights_.environmentPdf(
           Vec3(std::sin(theta) * std::sin(phi), std::cos(theta), std::sin(theta) * std::cos(phi))));
     }
     densities.push_back(d);
@@ -87,20 +81,17 @@ TEST_F(KernelTest, EnvironmentTableGivesTheSameDensityForEveryChannelCount) {
 }
 
 TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
-  SceneSnapshot snap;
   auto lamp = emitter(3);
   lamp->doubleSided = true;  // the quad turns its back to the reference point
-  snap.shapes.push_back(shape(1, makeQuad(0.5f), lamp, translation(0.2f, 2, -0.1f)));
-  snap.shapes.push_back(shape(2, makeSphere(0.3f, 8, 4), lamp, translation(1, 1, 1)));
+  const SceneSnapshot snap = sceneOf({shape(1, makeQuad(0.5f), lamp, translation(0.2f, 2, -0.1f)),
+                                      shape(2, makeSphere(0.3f, 8, 4), lamp, translation(1, 1, 1))});
   ASSERT_TRUE(build(snap));
-  LightSet lights;
-  lights.build(snap, *scene_);
   Uniform u(3);
   const Vec3 ref(0, 0, 0);
   int checked = 0;
   for (int i = 0; i < 2000; ++i) {
     LightSample ls;
-    if (!lights.sample(ref, u(), u(), u(), *scene_, ls)) continue;
+    if (!lights_.sample(ref, u(), u(), u(), *scene_, ls)) continue;
     EXPECT_NEAR(ls.radiance.x, 3, 1e-6f);
     // Ask the triangle along the sampled direction for its density, skipping points hidden behind
     // another triangle and points on an edge, which the neighbour may answer for.
@@ -108,7 +99,7 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
     if (!scene_->intersect(Ray{ref, ls.wi, 0, 1e30f}, hit) || std::fabs(hit.t - ls.distance) > 1e-5f * ls.distance ||
         std::min({hit.b1, hit.b2, 1 - hit.b1 - hit.b2}) < 1e-4f)
       continue;
-    ASSERT_NEAR(lights.trianglePdf(*scene_, hit.shape, hit.prim, ref, hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
+    ASSERT_NEAR(lights_.trianglePdf(*scene_, hit.shape, hit.prim, ref, hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
     ++checked;
   }
   EXPECT_GT(checked, 1000);
@@ -154,44 +145,33 @@ TEST_F(KernelTest, EmissiveQuadIrradianceMatchesLambertsFormula) {
 // A unit-albedo diffuse plane under one light: radiance = irradiance / pi.
 TEST(PunctualLights, PointSpotAndDirectionalIrradiance) {
   const float h = 2, cosInner = std::cos(0.3f), cosOuter = std::cos(0.5f);
-  LightData spot;
-  spot.type = LightType::Spot;
-  spot.transform = lookAt(0, h, 0, 0, 0, 0);  // shines along its -z: straight down
-  spot.radiance[0] = spot.radiance[1] = spot.radiance[2] = 4;
+  LightData spot = light(0, LightType::Spot, lookAt(0, h, 0, 0, 0, 0), 4);  // shines along its -z: straight down
   spot.innerCone = 0.3f;
   spot.outerCone = 0.5f;
-  LightData sun;
-  sun.type = LightType::Directional;
-  sun.transform = lookAt(1, 1, 0, 0, 0, 0);  // travels along -(1,1,0)/sqrt2
-  sun.radiance[0] = sun.radiance[1] = sun.radiance[2] = 1.5f;
+  // Travels along -(1,1,0)/sqrt2.
+  const LightData sun = light(0, LightType::Directional, lookAt(1, 1, 0, 0, 0, 0), 1.5f);
   auto spotIrradiance = [&](float x, float z) {
     float r2 = x * x + z * z + h * h, cosT = h / std::sqrt(r2);
     float s = std::clamp((cosT - cosOuter) / (cosInner - cosOuter), 0.0f, 1.0f);
     return 4 * s * s * (3 - 2 * s) * cosT / r2;
   };
-  struct Probe {
-    const char* name;
-    LightData light;
-    std::function<float(float x, float z)> irradiance;
-    float relative, absolute;  // pixels straddling the cone's edge average a steep falloff: allow them more
-  };
   auto sunIrradiance = [](float, float) { return 1.5f * std::sqrt(0.5f); };
-  std::vector<Probe> probes = {{"spot", spot, spotIrradiance, 0.03f, 0.004f},
-                               {"directional", sun, sunIrradiance, 0.03f, 0.004f}};
+  // Label, light, its irradiance at (x, z) on the plane, relative and absolute tolerance: pixels
+  // straddling the cone's edge average a steep falloff, so they are allowed more.
+  using Irradiance = std::function<float(float x, float z)>;
+  std::vector<std::tuple<const char*, LightData, Irradiance, float, float>> probes = {
+      {"spot", spot, spotIrradiance, 0.03f, 0.004f}, {"directional", sun, sunIrradiance, 0.03f, 0.004f}};
   // Point lights: irradiance I cos(theta) / r^2.
   for (auto [x, y, intensity] : {std::array<float, 3>{0, 1, 1}, {0, 2.5f, 10}, {1.5f, 0.7f, 2}}) {
     auto irradiance = [x = x, y = y, intensity = intensity](float px, float pz) {
       float r2 = (px - x) * (px - x) + y * y + pz * pz;
       return intensity * y / std::sqrt(r2) / r2;
     };
-    probes.push_back({"point", pointLight(x, y, 0, intensity), irradiance, 0.01f, 1e-5f});
+    probes.emplace_back("point", pointLight(x, y, 0, intensity), irradiance, 0.01f, 1e-5f);
   }
   for (const auto& [name, light, irradiance, relative, absolute] : probes) {
     SCOPED_TRACE(name);
-    SceneSnapshot scene;
-    scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(1, 1, 1)));
-    scene.lights.push_back(light);
-    orthoDown(scene, 3, 4);
+    const SceneSnapshot scene = sceneOf({shape(1, makeQuad(3), diffuseMaterial(1, 1, 1))}, {light}, orthoDown(3, 4));
     auto images = render(scene, boxFilter(), 48, 48, 16, {kAovColor, kAovWorldCoordinate});
     const auto &color = images[0], &pos = images[1];
     int lit = 0, dark = 0;

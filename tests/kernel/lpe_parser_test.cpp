@@ -2,6 +2,8 @@
 // sequences each automaton accepts.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "kernel/lpe_parser.h"
 
 namespace zvr::test {
@@ -10,11 +12,8 @@ namespace {
 using namespace kernel;
 
 TEST(LpeParser, RefusesMalformedTextsShowingThePlace) {
-  struct Case {
-    std::string text, message;
-  };
   const std::string exploding = "C.*D" + std::string(12, '.') + "L";
-  const Case cases[] = {
+  const std::tuple<std::string, std::string> cases[] = {
       {"C(D", "lpe: unexpected end at 4 in \"C(D\""},
       {"C)D", "lpe: unexpected ')' at 2 in \"C)D\""},
       {"", "lpe: unexpected end at 1 in \"\""},
@@ -33,10 +32,10 @@ TEST(LpeParser, RefusesMalformedTextsShowingThePlace) {
       {exploding, "lpe: the expression needs more than 1024 automaton states in \"" + exploding + "\""},
       {std::string(kMaxLpeLength + 1, 'D'), "lpe: the expression is 1025 characters long, more than 1024"},
   };
-  for (const Case& c : cases) {
-    LpeCompileResult r = compileLightPathExpression(c.text);
-    EXPECT_FALSE(r.automaton) << c.text;
-    EXPECT_EQ(r.error, c.message);
+  for (const auto& [text, message] : cases) {
+    LpeCompileResult r = compileLightPathExpression(text);
+    EXPECT_FALSE(r.automaton) << text;
+    EXPECT_EQ(r.error, message);
   }
 }
 
@@ -50,12 +49,7 @@ constexpr Event kC{kEventCamera, kScatterNone, 0}, kRD{kEventReflect, kScatterDi
     kLight{kEventLight, kScatterNone, 0}, kObject{kEventObject, kScatterNone, 0}, kSky{kEventBackground, kScatterNone, 0};
 
 TEST(LpeParser, AutomataAcceptTheirPaths) {
-  struct Case {
-    const char* text;
-    std::vector<Event> path;
-    bool accepted;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, std::vector<Event>, bool> cases[] = {
       {"CL", {kC, kObject}, true},
       {"CL", {kC, kSky}, true},
       {"CL", {kC, kRD, kLight}, false},
@@ -80,13 +74,13 @@ TEST(LpeParser, AutomataAcceptTheirPaths) {
       {"C<RD[^'floor']>L", {kC, {kEventReflect, kScatterDiffuse, 1}, kLight}, false},
       {"C<RD[^'floor']>L", {kC, kRD, kLight}, true},
   };
-  for (const Case& c : cases) {
-    LpeCompileResult r = compileLightPathExpression(c.text);
-    ASSERT_TRUE(r.automaton) << c.text << ": " << r.error;
+  for (const auto& [text, path, accepted] : cases) {
+    LpeCompileResult r = compileLightPathExpression(text);
+    ASSERT_TRUE(r.automaton) << text << ": " << r.error;
     const LpeAutomaton& a = *r.automaton;
     uint16_t state = a.start();
-    for (const Event& e : c.path) state = a.step(state, e.type, e.scattering, e.label);
-    EXPECT_EQ(a.accepts(state), c.accepted) << c.text << " after " << c.path.size() << " events";
+    for (const Event& e : path) state = a.step(state, e.type, e.scattering, e.label);
+    EXPECT_EQ(a.accepts(state), accepted) << text << " after " << path.size() << " events";
   }
 }
 

@@ -1,6 +1,7 @@
 // Material features seen in renders: alpha modes, vertex colours, normal maps, unlit, emission
 // strength, Beer absorption, depth limits, radiance clamp and caustics reduction.
 #include <cmath>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "plugins/quillon/quillon_plugin.h"
@@ -13,11 +14,7 @@ using namespace kernel;
 
 // An orthographic camera straight down onto a quad under a uniform environment of one.
 SceneSnapshot quadUnderSky(std::shared_ptr<MaterialData> material, std::shared_ptr<MeshData> mesh = makeQuad(1)) {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, mesh, material));
-  scene.lights.push_back(environmentLight(1));
-  orthoDown(scene, 2, 1.5f);
-  return scene;
+  return sceneOf({shape(1, mesh, material)}, {environmentLight(1)}, orthoDown(2, 1.5f));
 }
 
 // Red seen in a render of `scene` with the box filter, without the sky when `dark`.
@@ -28,23 +25,20 @@ float meanRed(SceneSnapshot scene, uint32_t size, uint32_t iterations, bool dark
 }
 
 TEST(Alpha, ModesMixSurfaceAndBackground) {
-  struct Case {
-    const char* name;
-    uint32_t mode;
-    float alpha, color, coverage;  // the quad's albedo is 0.5; the sky behind is 1
-  };
   // Half transparent: 0.3 * 0.5 (surface) + 0.7 * 1 (sky) = 0.85.
-  const Case cases[] = {{"opaque ignores alpha", 0, 0.3f, 0.5f, 1}, {"mask below cutoff cuts", 1, 0.3f, 1.0f, 0},
-                        {"mask above cutoff keeps", 1, 0.7f, 0.5f, 1}, {"blend mixes", 2, 0.3f, 0.85f, 0.3f}};
-  for (const Case& c : cases) {
+  // Label, alpha mode and alpha; the colour and coverage expected (the quad's albedo is 0.5, the sky behind is 1).
+  const std::tuple<const char*, uint32_t, float, float, float> cases[] = {
+      {"opaque ignores alpha", 0, 0.3f, 0.5f, 1}, {"mask below cutoff cuts", 1, 0.3f, 1.0f, 0},
+      {"mask above cutoff keeps", 1, 0.7f, 0.5f, 1}, {"blend mixes", 2, 0.3f, 0.85f, 0.3f}};
+  for (const auto& [name, mode, alpha, color, coverage] : cases) {
     auto m = diffuseMaterial(0.5f, 0.5f, 0.5f);
-    m->alphaMode = c.mode;
-    m->baseColor[3] = c.alpha;
+    m->alphaMode = mode;
+    m->baseColor[3] = alpha;
     m->alphaCutoff = 0.5f;
     m->doubleSided = true;
     auto images = render(quadUnderSky(m), boxFilter(), 8, 8, 256, {kAovColor, kAovOpacity});
-    EXPECT_NEAR(meanChannel(images[0], 0), c.color, 0.02f) << c.name;
-    EXPECT_NEAR(meanChannel(images[1], 0), c.coverage, 0.03f) << c.name;
+    EXPECT_NEAR(meanChannel(images[0], 0), color, 0.02f) << name;
+    EXPECT_NEAR(meanChannel(images[1], 0), coverage, 0.03f) << name;
   }
 }
 
@@ -55,13 +49,10 @@ TEST(Alpha, BlendedLayersDimLightUpToTheShadowDepth) {
   veil->alphaMode = 2;
   veil->baseColor[3] = 0.5f;
   veil->doubleSided = true;
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(1, 1, 1)));
+  // Seen from low, under the veils, in a narrow view of the floor's centre.
+  SceneSnapshot scene = sceneOf({shape(1, makeQuad(3), diffuseMaterial(1, 1, 1))}, {pointLight(0, 3, 0, 9)},
+                                cameraAt(3, 0.4f, 0, 0, 0, 0, 0.05f));
   for (int i = 0; i < 3; ++i) scene.shapes.push_back(shape(2 + i, makeQuad(1.5f, 1.0f + 0.2f * i), veil));
-  scene.lights.push_back(pointLight(0, 3, 0, 9));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(3, 0.4f, 0, 0, 0, 0);  // low, under the veils
-  scene.camera.fovY = 0.05f;                              // a narrow view of the floor's centre
   auto transmittance = [&](uint32_t shadowDepth) {
     RenderParams p = boxFilter();
     p.maxDepthShadow = shadowDepth;
@@ -114,7 +105,7 @@ TEST(Surface, VertexColoursUnlitAndEmission) {
     // A panel facing up lights the floor below it only with its back.
     SceneSnapshot lit = quadUnderSky(diffuseMaterial(1, 1, 1), makeQuad(3));
     lit.shapes.push_back(shape(2, makeQuad(0.5f), panel, translation(0, 1, 0)));
-    orthoDown(lit, 0.5f, 0.2f);
+    lit.camera = orthoDown(0.5f, 0.2f);
     float floor = meanRed(lit, 4, 64, true);
     if (doubleSided) EXPECT_GT(floor, 0.1f);
     else EXPECT_EQ(floor, 0.0f);
@@ -144,11 +135,9 @@ TEST(Surface, OcclusionDarkensIndirectLightOnly) {
       floor->occlusionTexture.image = image(1, 1, 1, {0.5f}, ColorSpace::Linear, 31);
       floor->occlusionStrength = 1.5f;  // 1 + 1.5 (0.5 - 1)
     }
-    SceneSnapshot scene;
-    scene.shapes.push_back(shape(1, makeQuad(3), floor));
-    scene.shapes.push_back(shape(2, makeQuad(3), diffuseMaterial(1, 1, 1), facingDown(1.5f)));
-    scene.lights.push_back(pointLight(0, 1, 0, 1));
-    orthoDown(scene, 1.2f, 0.5f);
+    const SceneSnapshot scene =
+        sceneOf({shape(1, makeQuad(3), floor), shape(2, makeQuad(3), diffuseMaterial(1, 1, 1), facingDown(1.5f))},
+                {pointLight(0, 1, 0, 1)}, orthoDown(1.2f, 0.5f));
     RenderParams params;
     params.maxDepth = 2;
     return render(scene, params, 8, 8, 512, {kAovDirectIllumination, kAovIndirectIllumination});
@@ -169,11 +158,8 @@ TEST(Volume, BeerAbsorptionDarkensThickerGlass) {
   glass->attenuationDistance = 1;
   glass->attenuationColor[0] = 0.5f;
   glass->attenuationColor[1] = glass->attenuationColor[2] = 1;
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(5, 0.5f), glass));
-  scene.shapes.push_back(shape(2, makeQuad(5), glass, facingDown(0)));
-  scene.lights.push_back(environmentLight(1));
-  orthoDown(scene, 2, 2);
+  const SceneSnapshot scene = sceneOf({shape(1, makeQuad(5, 0.5f), glass), shape(2, makeQuad(5), glass, facingDown(0))},
+                                      {environmentLight(1)}, orthoDown(2, 2));
   auto img = render(scene, boxFilter(), 4, 4, 16, {kAovColor})[0];
   EXPECT_NEAR(meanChannel(img, 0), std::pow(0.5f, 0.5f), 0.01f);
   EXPECT_NEAR(meanChannel(img, 1), 1.0f, 0.01f);
@@ -182,48 +168,38 @@ TEST(Volume, BeerAbsorptionDarkensThickerGlass) {
 // A floor and a sphere of one kind of material under a sky: every bounce of that kind is counted
 // against its own limit and against the total, and light after a bounce is indirect.
 TEST(DepthLimits, DecideWhetherIndirectLightExists) {
-  struct Case {
-    const char* name;
-    bool metal;
-    uint32_t RenderParams::*limit;
-    uint32_t value;
-    bool indirect;
-  };
-  const Case cases[] = {{"total zero, diffuse", false, &RenderParams::maxDepth, 0, false},
-                        {"total zero, metal", true, &RenderParams::maxDepth, 0, false},
-                        {"diffuse zero stops diffuse", false, &RenderParams::maxDepthDiffuse, 0, false},
-                        {"diffuse zero keeps glossy", true, &RenderParams::maxDepthDiffuse, 0, true},
-                        {"glossy zero stops glossy", true, &RenderParams::maxDepthGlossy, 0, false},
-                        {"glossy zero keeps diffuse", false, &RenderParams::maxDepthGlossy, 0, true},
-                        {"defaults", false, &RenderParams::maxDepth, 8, true}};
-  for (const Case& c : cases) {
+  // Label, metal or diffuse, the limit and its value; whether indirect light remains.
+  const std::tuple<const char*, bool, uint32_t RenderParams::*, uint32_t, bool> cases[] = {
+      {"total zero, diffuse", false, &RenderParams::maxDepth, 0, false},
+      {"total zero, metal", true, &RenderParams::maxDepth, 0, false},
+      {"diffuse zero stops diffuse", false, &RenderParams::maxDepthDiffuse, 0, false},
+      {"diffuse zero keeps glossy", true, &RenderParams::maxDepthDiffuse, 0, true},
+      {"glossy zero stops glossy", true, &RenderParams::maxDepthGlossy, 0, false},
+      {"glossy zero keeps diffuse", false, &RenderParams::maxDepthGlossy, 0, true},
+      {"defaults", false, &RenderParams::maxDepth, 8, true}};
+  for (const auto& [name, metal, limit, value, hasIndirect] : cases) {
     auto m = diffuseMaterial(0.7f, 0.7f, 0.7f);
-    if (c.metal) {
+    if (metal) {
       m->metallic = 1;
       m->roughness = 0.3f;
     }
-    SceneSnapshot scene;
-    scene.shapes.push_back(shape(1, makeQuad(3), m));
-    scene.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), m, translation(0, 0.5f, 0)));
-    scene.lights = {environmentLight(1), pointLight(0.5f, 2, 0.5f, 2)};
-    scene.hasCamera = true;
-    scene.camera.transform = lookAt(0, 1.5f, 2.5f, 0, 0.3f, 0);
+    const SceneSnapshot scene =
+        sceneOf({shape(1, makeQuad(3), m), shape(2, makeSphere(0.5f, 16, 8), m, translation(0, 0.5f, 0))},
+                {environmentLight(1), pointLight(0.5f, 2, 0.5f, 2)}, cameraAt(0, 1.5f, 2.5f, 0, 0.3f, 0));
     RenderParams params;
-    params.*(c.limit) = c.value;
+    params.*(limit) = value;
     auto images = render(scene, params, 16, 16, 16, {kAovDirectIllumination, kAovIndirectIllumination});
-    EXPECT_GT(meanChannel(images[0], 0), 0.05f) << c.name << ": direct light never depends on bounce limits";
+    EXPECT_GT(meanChannel(images[0], 0), 0.05f) << name << ": direct light never depends on bounce limits";
     float indirect = meanChannel(images[1], 0);
-    if (c.indirect) EXPECT_GT(indirect, 1e-3f) << c.name;
-    else EXPECT_EQ(indirect, 0.0f) << c.name;
+    if (hasIndirect) EXPECT_GT(indirect, 1e-3f) << name;
+    else EXPECT_EQ(indirect, 0.0f) << name;
   }
 }
 
 TEST(RadianceClamp, NoPixelExceedsTheClamp) {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(0.8f, 0.8f, 0.8f)));
-  scene.shapes.push_back(shape(2, makeSphere(0.3f, 12, 6), emitter(100), translation(0, 1, 0)));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 2, 2, 0, 0.3f, 0);
+  const SceneSnapshot scene = sceneOf({shape(1, makeQuad(3), diffuseMaterial(0.8f, 0.8f, 0.8f)),
+                                       shape(2, makeSphere(0.3f, 12, 6), emitter(100), translation(0, 1, 0))},
+                                      {}, cameraAt(0, 2, 2, 0, 0.3f, 0));
   RenderParams params;
   auto bright = render(scene, params, 16, 16, 16, {kAovColor})[0];
   params.radianceClamp = 1;
@@ -234,12 +210,10 @@ TEST(RadianceClamp, NoPixelExceedsTheClamp) {
 
 TEST(QuillonCaustics, ReductionRoughensGlossyAfterDiffuse) {
   // A diffuse floor lit only through a mirror: the reflected light is a caustic.
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(0.8f, 0.8f, 0.8f)));
-  scene.shapes.push_back(shape(2, makeQuad(3), material(1, 0.02f), facingDown(2)));
-  scene.shapes.push_back(shape(3, makeSphere(0.1f, 12, 6), emitter(50), translation(0, 1.0f, 0)));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1, 2.5f, 0, 0, 0);
+  const SceneSnapshot scene = sceneOf({shape(1, makeQuad(3), diffuseMaterial(0.8f, 0.8f, 0.8f)),
+                                       shape(2, makeQuad(3), material(1, 0.02f), facingDown(2)),
+                                       shape(3, makeSphere(0.1f, 12, 6), emitter(50), translation(0, 1.0f, 0))},
+                                      {}, cameraAt(0, 1, 2.5f, 0, 0, 0));
   RenderParams params;
   params.causticsReduction = 1;
   quillon::QuillonPlugin plugin;

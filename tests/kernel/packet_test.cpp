@@ -2,6 +2,7 @@
 // aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
 // not depend on the lanes beside it.
 #include <random>
+#include <tuple>
 
 #include "kernel/camera.h"
 #include "kernel/lights.h"
@@ -27,62 +28,59 @@ std::shared_ptr<MeshData> makeCube() {
   return m;
 }
 
-// The answers of one packet of up to sixteen rays; lanes past the rays given stay idle.
+// The answers of one packet of up to sixteen rays. Idle lanes (past the rays given, or off in
+// `active`) must keep what they start with: found and blocked, at distance -7.
 struct Packet {
   SurfaceHit hits[kPacketSize];
-  bool found[kPacketSize] = {}, blocked[kPacketSize] = {};
+  bool found[kPacketSize], blocked[kPacketSize];
 };
-Packet tracePacket(const Scene& scene, const Ray* rays, size_t count) {
+Packet tracePacket(const Scene& scene, const Ray* rays, size_t count, const bool* active = nullptr,
+                   bool coherent = false) {
   Ray lanes[kPacketSize];
-  bool active[kPacketSize] = {};
-  for (size_t k = 0; k < count && k < kPacketSize; ++k) {
-    lanes[k] = rays[k];
-    active[k] = true;
-  }
+  bool on[kPacketSize];
   Packet p;
-  scene.intersect16(lanes, active, p.hits, p.found, false);
-  scene.occluded16(lanes, active, p.blocked);
+  for (size_t k = 0; k < kPacketSize; ++k) {
+    if (k < count) lanes[k] = rays[k];
+    on[k] = k < count && (!active || active[k]);
+    p.found[k] = p.blocked[k] = true;
+    p.hits[k].t = -7;
+  }
+  scene.intersect16(lanes, on, p.hits, p.found, coherent);
+  scene.occluded16(lanes, on, p.blocked);
   return p;
 }
 
 TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeSphere(1, 24, 12), nullptr));
-  snap.shapes.push_back(shape(2, makeQuad(3, -1.5f), nullptr));
-  ASSERT_TRUE(build(snap));
+  ASSERT_TRUE(build(sceneOf({shape(1, makeSphere(1, 24, 12), nullptr), shape(2, makeQuad(3, -1.5f), nullptr)})));
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> u(-1, 1);
   for (int round = 0; round < 20; ++round) {
     Ray rays[kPacketSize];
-    bool active[kPacketSize], found[kPacketSize], blocked[kPacketSize];
-    SurfaceHit hits[kPacketSize];
+    bool active[kPacketSize];
     for (int k = 0; k < kPacketSize; ++k) {
       rays[k].origin = Vec3(u(rng), u(rng), u(rng)) * 3.0f;
       rays[k].direction = normalize(Vec3(u(rng), u(rng), u(rng)));
       rays[k].tMax = round % 2 ? 1.0f : 1e30f;  // short rays miss more often
       active[k] = (k + round) % 5 != 0;
-      found[k] = blocked[k] = true;
-      hits[k].t = -7;
     }
-    scene_->intersect16(rays, active, hits, found, round == 0);
-    scene_->occluded16(rays, active, blocked);
+    const Packet p = tracePacket(*scene_, rays, kPacketSize, active, round == 0);
     for (int k = 0; k < kPacketSize; ++k) {
       SCOPED_TRACE("round " + std::to_string(round) + " lane " + std::to_string(k));
       if (!active[k]) {
-        EXPECT_TRUE(found[k] && blocked[k]) << "an idle lane's answers were overwritten";
-        EXPECT_EQ(hits[k].t, -7);
+        EXPECT_TRUE(p.found[k] && p.blocked[k]) << "an idle lane's answers were overwritten";
+        EXPECT_EQ(p.hits[k].t, -7);
         continue;
       }
       SurfaceHit single;
       bool hit = scene_->intersect(rays[k], single);
-      ASSERT_EQ(found[k], hit);
-      EXPECT_EQ(blocked[k], scene_->occluded(rays[k]));
+      ASSERT_EQ(p.found[k], hit);
+      EXPECT_EQ(p.blocked[k], scene_->occluded(rays[k]));
       if (!hit) continue;
-      EXPECT_NEAR(hits[k].t, single.t, 1e-5f);
-      EXPECT_EQ(hits[k].shape, single.shape);
-      EXPECT_EQ(hits[k].prim, single.prim);
-      EXPECT_NEAR(hits[k].ns.y, single.ns.y, 1e-5f);
-      EXPECT_NEAR(hits[k].p.x, single.p.x, 1e-5f);
+      EXPECT_NEAR(p.hits[k].t, single.t, 1e-5f);
+      EXPECT_EQ(p.hits[k].shape, single.shape);
+      EXPECT_EQ(p.hits[k].prim, single.prim);
+      EXPECT_NEAR(p.hits[k].ns.y, single.ns.y, 1e-5f);
+      EXPECT_NEAR(p.hits[k].p.x, single.p.x, 1e-5f);
     }
   }
 }
@@ -90,18 +88,12 @@ TEST_F(KernelTest, EachLaneMatchesTheSingleQueryAndIdleLanesAreLeftAlone) {
 // Embree stops the process on a ray it cannot trace; such a lane must miss and count as blocked
 // instead, and leave its neighbours' answers alone.
 TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeCube(), nullptr));
-  ASSERT_TRUE(build(snap));
-  struct Lane {
-    const char* name;
-    Ray ray;
-    bool traceable;
-  };
+  ASSERT_TRUE(build(sceneOf({shape(1, makeCube(), nullptr)})));
   auto ray = [](Vec3 origin, Vec3 direction, float tMin = 0, float tMax = 1e30f) {
     return Ray{origin, direction, tMin, tMax};
   };
-  const Lane lanes[] = {
+  // Label, ray, whether it can be traced.
+  const std::tuple<const char*, Ray, bool> lanes[] = {
       {"inside", ray(Vec3(0), Vec3(1, 0, 0)), true},
       {"nan_direction", ray(Vec3(0), Vec3(NAN, 0, 1)), false},
       {"inf_origin", ray(Vec3(INFINITY, 0, 0), Vec3(-1, 0, 0)), false},
@@ -112,16 +104,17 @@ TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
   };
   const int n = int(std::size(lanes));
   Ray rays[n];
-  for (int k = 0; k < n; ++k) rays[k] = lanes[k].ray;
+  for (int k = 0; k < n; ++k) rays[k] = std::get<Ray>(lanes[k]);
   const Packet p = tracePacket(*scene_, rays, n);
   for (int k = 0; k < n; ++k) {
-    SCOPED_TRACE(lanes[k].name);
-    EXPECT_EQ(isTraceable(lanes[k].ray), lanes[k].traceable);
-    EXPECT_EQ(p.found[k], lanes[k].traceable) << "a traceable lane here hits the cube";
+    const auto& [name, laneRay, traceable] = lanes[k];
+    SCOPED_TRACE(name);
+    EXPECT_EQ(isTraceable(laneRay), traceable);
+    EXPECT_EQ(p.found[k], traceable) << "a traceable lane here hits the cube";
     EXPECT_TRUE(p.blocked[k]) << "the cube blocks every traceable lane; the rest count as blocked";
     SurfaceHit single;
-    EXPECT_EQ(scene_->intersect(lanes[k].ray, single), lanes[k].traceable);
-    EXPECT_TRUE(scene_->occluded(lanes[k].ray));
+    EXPECT_EQ(scene_->intersect(laneRay, single), traceable);
+    EXPECT_TRUE(scene_->occluded(laneRay));
   }
   EXPECT_NEAR(p.hits[0].t, 1, 1e-5f);
   EXPECT_NEAR(p.hits[n - 1].t, 4, 1e-5f);
@@ -130,9 +123,8 @@ TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
 // along an edge where two triangles meet: a leak there lets light through walls.
 TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeCube(), nullptr));
-  snap.shapes.push_back(shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0)));
+  const SceneSnapshot snap =
+      sceneOf({shape(1, makeCube(), nullptr), shape(2, makeSphere(1, 7, 5), nullptr, translation(5, 0, 0))});
   ASSERT_TRUE(build(snap));
   const Vec3 centers[] = {Vec3(0), Vec3(5, 0, 0)};
   std::vector<Ray> rays;
@@ -168,21 +160,16 @@ TEST_F(KernelTest, RaysAtEdgesAndCornersOfAClosedMeshDoNotLeak) {
 // A lane's sample is the same traced alone or among fifteen others at different pixels, down to
 // the last bit, so the grouping of pixels can never show in a picture.
 TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(2), diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  snap.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), material(1, 0.3f), translation(0, 0.5f, 0)));
-  snap.lights = {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)};
-  snap.hasCamera = true;
-  snap.camera.transform = lookAt(0, 1.5f, 3, 0, 0.3f, 0);
-  snap.camera.fovY = 0.9f;
+  const SceneSnapshot snap = sceneOf({shape(1, makeQuad(2), diffuseMaterial(0.7f, 0.7f, 0.7f)),
+                                      shape(2, makeSphere(0.5f, 16, 8), material(1, 0.3f), translation(0, 0.5f, 0))},
+                                     {environmentLight(0.5f), pointLight(0.5f, 2, 0.5f, 3)},
+                                     cameraAt(0, 1.5f, 3, 0, 0.3f, 0, 0.9f));
   ASSERT_TRUE(build(snap));
-  LightSet lights;
-  lights.build(snap, *scene_);
   Camera camera(snap.camera, 32, 32);
   RenderParams params;
   IntegratorSettings settings;
   settings.wantAo = true;
-  PathIntegrator integrator(*scene_, lights, camera, params, settings);
+  PathIntegrator integrator(*scene_, lights_, camera, params, settings);
 
   FilmPoint film[kPacketSize];
   std::vector<Sampler> samplers;

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <set>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "plugins/dorrik/dorrik_plugin.h"
@@ -16,26 +17,19 @@ namespace {
 using namespace kernel;
 
 SceneSnapshot simpleScene() {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(3), diffuseMaterial(0.5f, 0.5f, 0.5f)));
-  scene.shapes.push_back(shape(2, makeSphere(0.5f, 16, 8), diffuseMaterial(0.8f, 0.2f, 0.2f), translation(0, 0.5f, 0)));
-  scene.lights = {environmentLight(1), pointLight(1, 2, 1, 3)};
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1, 3, 0, 0.4f, 0);
-  return scene;
+  return sceneOf({shape(1, makeQuad(3), diffuseMaterial(0.5f, 0.5f, 0.5f)),
+                  shape(2, makeSphere(0.5f, 16, 8), diffuseMaterial(0.8f, 0.2f, 0.2f), translation(0, 0.5f, 0))},
+                 {environmentLight(1), pointLight(1, 2, 1, 3)}, cameraAt(0, 1, 3, 0, 0.4f, 0));
 }
 
 TEST(Plugins, SharedLibrariesExportOnlyTheVersionedEntryAndRender) {
-  struct Case {
-    const char* file;
-    const char* name;
-    ZvrPluginFamily family;
-  };
-  for (const Case& c : {Case{"libVelder64.so", "Velder", ZVR_PLUGIN_FAMILY_VELDER},
-                        Case{"libQuillon64.so", "Quillon", ZVR_PLUGIN_FAMILY_QUILLON},
-                        Case{"libDorrik.so", "Dorrik", ZVR_PLUGIN_FAMILY_DORRIK}}) {
-    SCOPED_TRACE(c.file);
-    void* lib = dlopen((std::string(ZVR_BIN_DIR) + "/" + c.file).c_str(), RTLD_NOW | RTLD_LOCAL);
+  const std::tuple<const char*, const char*, ZvrPluginFamily> plugins[] = {
+      {"libVelder64.so", "Velder", ZVR_PLUGIN_FAMILY_VELDER},
+      {"libQuillon64.so", "Quillon", ZVR_PLUGIN_FAMILY_QUILLON},
+      {"libDorrik.so", "Dorrik", ZVR_PLUGIN_FAMILY_DORRIK}};
+  for (const auto& [file, name, family] : plugins) {
+    SCOPED_TRACE(file);
+    void* lib = dlopen((std::string(ZVR_BIN_DIR) + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(lib, nullptr) << dlerror();
     auto entry = reinterpret_cast<ZvrPluginEntryFn>(dlsym(lib, ZVR_PLUGIN_ENTRY_NAME));
     ASSERT_NE(entry, nullptr);
@@ -43,8 +37,8 @@ TEST(Plugins, SharedLibrariesExportOnlyTheVersionedEntryAndRender) {
     EXPECT_EQ(dlsym(lib, "_ZN3zvr6kernel9invert3x3ERKNS_7Matrix4EPf"), nullptr) << "the kernel's symbols must stay hidden";
     std::unique_ptr<RenderPlugin> plugin(entry());
     ASSERT_NE(plugin, nullptr);
-    EXPECT_STREQ(plugin->name(), c.name);
-    EXPECT_EQ(plugin->family(), c.family);
+    EXPECT_STREQ(plugin->name(), name);
+    EXPECT_EQ(plugin->family(), family);
     EXPECT_NE(plugin->version(), 0u);
     EXPECT_GT(meanChannel(render(simpleScene(), RenderParams{}, 8, 8, 2, {kAovColor}, plugin.get())[0], 0), 0.0f);
     plugin.reset();

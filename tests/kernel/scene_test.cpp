@@ -1,5 +1,7 @@
 // The scene follows snapshots: it rebuilds what changed, keeps what did not, and a transform or
 // a layer filter change moves or removes geometry; the texture budget drops fine levels.
+#include <tuple>
+
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -14,9 +16,8 @@ float probeDown(const Scene& scene) {
 }
 
 TEST_F(KernelTest, SceneRebuildsOnlyWhatChanged) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f)));
-  snap.shapes.push_back(shape(2, makeSphere(0.5f, 12, 6), nullptr, translation(0, 2, 0)));
+  SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f)),
+                                shape(2, makeSphere(0.5f, 12, 6), nullptr, translation(0, 2, 0))});
   snap.geometryRevision = snap.transformRevision = snap.materialRevision = 1;
   ASSERT_TRUE(build(snap));
   const RTCScene handle = scene_->handle();
@@ -59,8 +60,7 @@ TEST_F(KernelTest, SceneRebuildsOnlyWhatChanged) {
 }
 
 TEST_F(KernelTest, RayEpsilonScalesWithTheScene) {
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f)));
+  SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(0.5f, 0.5f, 0.5f))});
   RenderParams params;
   params.rayEpsilon = 1e-3f;
   ASSERT_TRUE(build(snap, params));
@@ -79,21 +79,17 @@ TEST_F(KernelTest, TextureCacheLimitAndBudgetScaleDropFineLevels) {
   auto material = diffuseMaterial(1, 1, 1);
   material->baseColorTexture.image =
       image(512, 512, 4, std::vector<float>(512 * 512 * 4, 0.5f), ColorSpace::Linear, 321);
-  SceneSnapshot snap;
-  snap.shapes.push_back(shape(1, makeQuad(1), material));
-  struct Case {
-    uint32_t cacheMB;
-    float scale;
-    uint32_t expectedWidth;
-  };
-  for (Case c : {Case{0, 1, 512}, Case{2, 1, 256}, Case{2, 0.25f, 128}, Case{8, 1, 512}}) {
+  const SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), material)});
+  // Cache limit in MB, budget scale; the width of the finest level kept.
+  const std::tuple<uint32_t, float, uint32_t> cases[] = {{0, 1, 512}, {2, 1, 256}, {2, 0.25f, 128}, {8, 1, 512}};
+  for (const auto& [cacheMB, scale, expectedWidth] : cases) {
     reset();
     RenderParams params;
-    params.textureCacheMB = c.cacheMB;
-    ASSERT_TRUE(build(snap, params, c.scale));
+    params.textureCacheMB = cacheMB;
+    ASSERT_TRUE(build(snap, params, scale));
     const Texture* tex = scene_->shapes()[0].material->textures[kTexBaseColor];
     ASSERT_NE(tex, nullptr);
-    EXPECT_EQ(tex->width(), c.expectedWidth) << c.cacheMB << " MB at scale " << c.scale;
+    EXPECT_EQ(tex->width(), expectedWidth) << cacheMB << " MB at scale " << scale;
   }
 }
 

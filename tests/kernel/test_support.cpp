@@ -2,23 +2,16 @@
 
 #include <cmath>
 
+#include "kernel/vector_math.h"
 #include "plugins/velder/velder_plugin.h"
 
 namespace zvr::test {
 
-void TestTarget::addIteration(const float* rgba) {
+void TestTarget::accumulate(const float* rgba, bool average) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (size_t i = 0; i < data_.size(); ++i) data_[i] += rgba[i];
-  ++iterations_;
-  ++adds;
-}
-
-void TestTarget::averageIteration(const float* rgba) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  float n = float(iterations_ + 1);
-  for (size_t i = 0; i < data_.size(); ++i) data_[i] += (rgba[i] - data_[i]) / n;
-  ++iterations_;
-  ++averages;
+  const float n = float(++iterations_);
+  for (size_t i = 0; i < data_.size(); ++i) data_[i] += average ? (rgba[i] - data_[i]) / n : rgba[i];
+  ++(average ? averages : adds);
 }
 
 std::vector<float> TestTarget::normalized() const {
@@ -64,141 +57,37 @@ std::shared_ptr<MeshData> makeQuad(float h, float y) {
   return m;
 }
 
-Matrix4 translation(float x, float y, float z) {
-  Matrix4 m;
-  m.m[12] = x;
-  m.m[13] = y;
-  m.m[14] = z;
-  return m;
-}
-
-Matrix4 facingDown(float y) {
-  Matrix4 m;
-  m.m[5] = m.m[10] = -1;
-  m.m[13] = y;
-  return m;
-}
-
 Matrix4 lookAt(float ex, float ey, float ez, float tx, float ty, float tz) {
-  float b[3] = {ex - tx, ey - ty, ez - tz};
-  float bl = std::sqrt(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]);
-  for (float& v : b) v /= bl;
-  float up[3] = {0, 1, 0};
-  if (std::fabs(b[1]) > 0.999f) up[1] = 0, up[2] = -1;
-  float r[3] = {up[1] * b[2] - up[2] * b[1], up[2] * b[0] - up[0] * b[2], up[0] * b[1] - up[1] * b[0]};
-  float rl = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
-  for (float& v : r) v /= rl;
-  float u[3] = {b[1] * r[2] - b[2] * r[1], b[2] * r[0] - b[0] * r[2], b[0] * r[1] - b[1] * r[0]};
+  using kernel::Vec3;
+  const Vec3 back = kernel::normalize(Vec3(ex - tx, ey - ty, ez - tz));
+  const Vec3 up = std::fabs(back.y) > 0.999f ? Vec3(0, 0, -1) : Vec3(0, 1, 0);
+  const Vec3 right = kernel::normalize(kernel::cross(up, back));
+  const Vec3 rows[4] = {right, kernel::cross(back, right), back, Vec3(ex, ey, ez)};
   Matrix4 m;
-  float rows[4][3] = {{r[0], r[1], r[2]}, {u[0], u[1], u[2]}, {b[0], b[1], b[2]}, {ex, ey, ez}};
   for (int i = 0; i < 4; ++i)
     for (int j = 0; j < 3; ++j) m.m[4 * i + j] = rows[i][j];
   return m;
-}
-
-std::shared_ptr<MaterialData> diffuseMaterial(float r, float g, float b) {
-  auto m = material(0, 1);
-  m->baseColor[0] = r;
-  m->baseColor[1] = g;
-  m->baseColor[2] = b;
-  m->specular = 0;
-  return m;
-}
-
-std::shared_ptr<MaterialData> material(float metallic, float roughness, float transmission) {
-  auto m = std::make_shared<MaterialData>();
-  m->metallic = metallic;
-  m->roughness = roughness;
-  m->transmission = transmission;
-  return m;
-}
-
-std::shared_ptr<MaterialData> emitter(float radiance) {
-  auto m = diffuseMaterial(0, 0, 0);
-  m->emissive[0] = m->emissive[1] = m->emissive[2] = radiance;
-  return m;
-}
-
-std::shared_ptr<ImageData> image(uint32_t w, uint32_t h, uint32_t channels, std::vector<float> pixels,
-                                 ColorSpace space, uint64_t id) {
-  auto img = std::make_shared<ImageData>();
-  img->id = id;
-  img->width = w;
-  img->height = h;
-  img->channels = channels;
-  img->colorSpace = space;
-  img->pixels = std::move(pixels);
-  return img;
-}
-
-ShapeData shape(uint64_t id, std::shared_ptr<const MeshData> mesh, std::shared_ptr<const MaterialData> material,
-                Matrix4 transform) {
-  ShapeData s;
-  s.id = id;
-  s.mesh = std::move(mesh);
-  s.material = std::move(material);
-  s.transform = transform;
-  return s;
-}
-
-LightData environmentLight(float radiance) {
-  LightData l;
-  l.id = 1000;
-  l.type = LightType::Environment;
-  l.radiance[0] = l.radiance[1] = l.radiance[2] = radiance;
-  return l;
-}
-
-LightData pointLight(float x, float y, float z, float intensity) {
-  LightData l;
-  l.id = 1001;
-  l.type = LightType::Point;
-  l.transform = translation(x, y, z);
-  l.radiance[0] = l.radiance[1] = l.radiance[2] = intensity;
-  return l;
-}
-
-void orthoDown(SceneSnapshot& scene, float y, float orthoHeight) {
-  scene.hasCamera = true;
-  scene.camera.type = 1;
-  scene.camera.orthoHeight = orthoHeight;
-  scene.camera.transform = lookAt(0, y, 0, 0, 0, 0);
 }
 
 SceneSnapshot mixedScene(bool diffuseOnly) {
   auto plastic = diffuseOnly ? diffuseMaterial(0.8f, 0.5f, 0.3f) : material(0, 0.3f);
   auto glass = diffuseOnly ? diffuseMaterial(0.3f, 0.6f, 0.8f) : material(0, 0, 1);
   plastic->materialId = 11;
-  SceneSnapshot scene;
-  scene.shapes = {shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
-                  shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
-                  shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
-                  shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))};
+  SceneSnapshot scene = sceneOf({shape(1, makeSphere(0.5f, 24, 12), plastic, translation(-0.6f, 0.5f, 0)),
+                                 shape(2, makeSphere(0.4f, 24, 12), glass, translation(0.6f, 0.4f, 0)),
+                                 shape(3, makeQuad(3), diffuseMaterial(0.6f, 0.6f, 0.6f)),
+                                 shape(4, makeSphere(0.2f, 12, 6), emitter(3), translation(0.2f, 1.4f, 0.6f))},
+                                {environmentLight(0.4f), pointLight(1, 3, 2, 4)},
+                                cameraAt(0, 1.2f, 3.5f, 0, 0.4f, 0, 0.9f));
   for (uint32_t i = 0; i < 3; ++i) scene.shapes[i].objectId = 7 + i;
   scene.shapes[0].meshId = 70;
   scene.shapes[0].groupId = 700;
   scene.shapes[2].name = "floor";
   scene.shapes[3].lightGroup = 5;
-  scene.lights = {environmentLight(0.4f), pointLight(1, 3, 2, 4)};
   scene.lights[0].group = 0;
   scene.lights[1].group = 12;
   scene.lights[1].name = "key";
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1.2f, 3.5f, 0, 0.4f, 0);
-  scene.camera.fovY = 0.9f;
   return scene;
-}
-
-RenderParams boxFilter() {
-  RenderParams params;
-  params.imageFilterType = 0;
-  return params;
-}
-
-float meanChannel(const std::vector<float>& rgba, int channel) {
-  double s = 0;
-  for (size_t i = channel; i < rgba.size(); i += 4) s += rgba[i];
-  return float(s / (rgba.size() / 4));
 }
 
 RenderOutput renderWith(RenderPlugin& plugin, const SceneSnapshot& scene, const RenderParams& params, uint32_t width,
@@ -249,14 +138,6 @@ void expectSum(const RenderOutput& out, const std::vector<size_t>& parts, size_t
     }
   // A part that stays black would make the sum prove nothing.
   for (size_t p = 0; p < parts.size(); ++p) EXPECT_GT(totals[p], 0.0) << what << ": part " << p << " stayed black";
-}
-
-::testing::AssertionResult KernelTest::build(const SceneSnapshot& snap, const RenderParams& params,
-                                             float textureBudgetScale,
-                                             const std::function<bool(const ShapeData&)>& include) {
-  std::string error;
-  if (scene_->update(snap, params, textureBudgetScale, include, &error)) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << error;
 }
 
 }  // namespace zvr::test

@@ -1,5 +1,6 @@
 // Texture decoding, addressing and filtering, the memory limit, and a textured render.
 #include <cmath>
+#include <tuple>
 
 #include "kernel/aov.h"
 #include "kernel/texture.h"
@@ -15,13 +16,8 @@ float red(const Texture& t, float u = 0.5f, float v = 0.5f, float level = 0) {
 }
 
 TEST(Texture, AddressingAndFiltering) {
-  struct Case {
-    const char* name;
-    uint32_t wrap;
-    bool linear;
-    float u, expected;
-  };
-  const Case cases[] = {
+  // Label, wrap mode, bilinear or nearest, u; the value expected.
+  const std::tuple<const char*, uint32_t, bool, float, float> cases[] = {
       {"nearest inside", 0, false, 0.3f, 0.25f},        {"nearest repeat", 0, false, 1.3f, 0.25f},
       {"nearest clamp", 1, false, 1.3f, 0.75f},         {"nearest mirror", 2, false, 1.3f, 0.5f},
       {"nearest negative repeat", 0, false, -0.1f, 0.75f}, {"bilinear between centres", 0, true, 0.25f, 0.125f},
@@ -29,11 +25,11 @@ TEST(Texture, AddressingAndFiltering) {
       {"bilinear clamp holds edge", 1, true, 0.0f, 0.0f},
   };
   Texture ramp(*image(4, 1, 1, {0.0f, 0.25f, 0.5f, 0.75f}), false, 1);
-  for (const Case& c : cases) {
-    Vec4 v = ramp.sample(c.u, 0.5f, -10, c.wrap, c.wrap, c.linear, c.linear);
-    EXPECT_NEAR(v.x, c.expected, 1e-5f) << c.name;
-    EXPECT_NEAR(v.y, c.expected, 1e-5f) << c.name << ": grey images fill RGB";
-    EXPECT_EQ(v.w, 1.0f) << c.name << ": one channel means opaque";
+  for (const auto& [name, wrap, linear, u, expected] : cases) {
+    Vec4 v = ramp.sample(u, 0.5f, -10, wrap, wrap, linear, linear);
+    EXPECT_NEAR(v.x, expected, 1e-5f) << name;
+    EXPECT_NEAR(v.y, expected, 1e-5f) << name << ": grey images fill RGB";
+    EXPECT_EQ(v.w, 1.0f) << name << ": one channel means opaque";
   }
 }
 
@@ -91,10 +87,7 @@ TEST(Texture, BaseColourTextureReachesThePixels) {
   auto material = diffuseMaterial(1, 1, 1);
   material->baseColorTexture.image = image(2, 2, 3, {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1}, ColorSpace::SRGB, 77);
   material->baseColorTexture.magFilter = material->baseColorTexture.minFilter = 1;
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(1), material));
-  scene.lights.push_back(environmentLight(1));
-  orthoDown(scene, 2, 2);
+  const SceneSnapshot scene = sceneOf({shape(1, makeQuad(1), material)}, {environmentLight(1)}, orthoDown(2, 2));
   auto img = render(scene, boxFilter(), 8, 8, 64, {kAovColor})[0];
   // The camera's up is -z, so image top is -z where the quad's v is 0 (texture top row).
   const int corners[4][2] = {{1, 1}, {6, 1}, {1, 6}, {6, 6}};

@@ -29,12 +29,8 @@ TEST_P(FurnaceTest, ClosedSphereEqualsEnvironment) {
   auto material = test::material(c.metallic, c.roughness, c.transmission);
   material->thickness = c.transmission > 0 ? 1.0f : 0.0f;
   material->specular = c.specular;
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeSphere(1.0f, 64, 32), material));
-  scene.lights.push_back(environmentLight(1.0f));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 0, 3.2f, 0, 0, 0);
-  scene.camera.fovY = 0.75f;
+  const SceneSnapshot scene = sceneOf({shape(1, makeSphere(1.0f, 64, 32), material)}, {environmentLight(1.0f)},
+                                      cameraAt(0, 0, 3.2f, 0, 0, 0, 0.75f));
   RenderParams params;
   params.maxDepth = params.maxDepthDiffuse = params.maxDepthGlossy = params.maxDepthRefraction =
       params.maxDepthRefractionGlossy = 64;
@@ -71,19 +67,13 @@ INSTANTIATE_TEST_SUITE_P(Roughness, FurnaceTest, ::testing::ValuesIn(furnaceSwee
                          [](const auto& info) { return info.param.name; });
 
 SceneSnapshot boxScene() {
-  SceneSnapshot scene;
-  scene.shapes.push_back(shape(1, makeQuad(2.0f), diffuseMaterial(0.7f, 0.7f, 0.7f)));
-  scene.shapes.push_back(
-      shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)));
-  scene.shapes.push_back(shape(3, makeSphere(0.4f, 24, 12), material(1, 0.3f), translation(0.6f, 0.4f, 0.2f)));
   auto lamp = emitter(1);
   lamp->emissiveStrength = 8;
-  scene.shapes.push_back(shape(4, makeQuad(0.4f), lamp, facingDown(2.5f)));
-  scene.lights.push_back(environmentLight(0.2f));
-  scene.hasCamera = true;
-  scene.camera.transform = lookAt(0, 1.5f, 4, 0, 0.5f, 0);
-  scene.camera.fovY = 0.8f;
-  return scene;
+  return sceneOf({shape(1, makeQuad(2.0f), diffuseMaterial(0.7f, 0.7f, 0.7f)),
+                  shape(2, makeSphere(0.5f, 24, 12), diffuseMaterial(0.7f, 0.1f, 0.1f), translation(-0.6f, 0.5f, 0)),
+                  shape(3, makeSphere(0.4f, 24, 12), material(1, 0.3f), translation(0.6f, 0.4f, 0.2f)),
+                  shape(4, makeQuad(0.4f), lamp, facingDown(2.5f))},
+                 {environmentLight(0.2f)}, cameraAt(0, 1.5f, 4, 0, 0.5f, 0, 0.8f));
 }
 
 double rmse(const std::vector<float>& a, const std::vector<float>& b) {
@@ -108,36 +98,31 @@ TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
   // Each fourfold increase should halve the error; low-discrepancy samples may do better.
   EXPECT_GT(e16 / e64, 1.6) << e16 << " " << e64;
   EXPECT_GT(e64 / e256, 1.6) << e64 << " " << e256;
+  // Also fails when the error vanished, which only a copy of the reference could do.
   EXPECT_LT(e16 / e256, 12.0) << "error fell faster than any unbiased estimator allows: " << e16 << " " << e256;
-  EXPECT_GT(e256, 0.0);
 }
 
 TEST(Determinism, RendersAreBitwiseIdenticalAcrossRunsAndThreadCounts) {
   SceneSnapshot scene = boxScene();
   RenderParams params;
   params.threadCount = 1;
-  velder::VelderPlugin plugin;
-  auto a = renderWith(plugin, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
-  auto b = renderWith(plugin, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  velder::VelderPlugin plugin, other;
+  auto run = [&](velder::VelderPlugin& p, uint64_t firstSample = 0) {
+    RenderOutput out = renderWith(p, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal}, firstSample);
+    EXPECT_EQ(out.status, 0) << out.error;
+    return std::vector<std::vector<float>>{out.targets[0]->raw(), out.targets[1]->raw()};
+  };
+  const auto first = run(plugin);
+  EXPECT_EQ(run(plugin), first) << "two runs differ";
   params.threadCount = 2;
-  velder::VelderPlugin other;
-  auto c = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  EXPECT_EQ(run(other), first) << "1 and 2 threads differ";
   params.tileSize[0] = params.tileSize[1] = 5;
-  auto d = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
+  EXPECT_EQ(run(other), first) << "another tile size differs";
   // Sides past 32 bits or infinite once wrapped to a zero grain and never finished.
   params.tileSize[0] = 4294967040.0f;
   params.tileSize[1] = INFINITY;
-  auto huge = renderWith(other, scene, params, 24, 20, 4, {kAovColor, kernel::kAovNormal});
-  for (auto* o : {&a, &b, &c, &d, &huge}) ASSERT_EQ(o->status, 0) << o->error;
-  for (size_t t = 0; t < 2; ++t) {
-    EXPECT_EQ(a.targets[t]->raw(), b.targets[t]->raw()) << "target " << t << " differs between two runs";
-    EXPECT_EQ(a.targets[t]->raw(), c.targets[t]->raw()) << "target " << t << " differs between 1 and 2 threads";
-    EXPECT_EQ(a.targets[t]->raw(), d.targets[t]->raw()) << "target " << t << " differs with another tile size";
-    EXPECT_EQ(a.targets[t]->raw(), huge.targets[t]->raw()) << "target " << t << " differs with tiles wider than the image";
-  }
-  // And a different sample range gives a different picture.
-  auto e = renderWith(other, scene, params, 24, 20, 4, {kAovColor}, 4);
-  EXPECT_NE(a.targets[0]->raw(), e.targets[0]->raw());
+  EXPECT_EQ(run(other), first) << "tiles wider than the image differ";
+  EXPECT_NE(run(other, 4)[0], first[0]) << "a different sample range gives the same picture";
 }
 
 }  // namespace
