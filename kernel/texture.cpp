@@ -26,17 +26,25 @@ int wrapCoord(int i, int n, uint32_t mode) {
   }
 }
 
-// Images decoded from 8-bit files hold exact multiples of 1/255: those take the decode from a table,
-// which is most of the cost of preparing a large colour texture.
+// Images decoded from 8-bit files hold multiples of 1/255, written by decoders either as k / 255 or
+// as k * (1 / 255), which differ in the last bit for half the values. Both take their decode from a
+// table, which is most of the cost of preparing a large colour texture.
 float decodeSrgb(float v) {
-  static const std::array<float, 256> table = [] {
-    std::array<float, 256> t{};
-    for (int i = 0; i < 256; ++i) t[i] = srgbToLinear(float(i) / 255.0f);
+  struct Tables {
+    std::array<float, 256> divided, multiplied;
+  };
+  static const Tables tables = [] {
+    Tables t{};
+    for (int i = 0; i < 256; ++i) {
+      t.divided[i] = srgbToLinear(float(i) / 255.0f);
+      t.multiplied[i] = srgbToLinear(float(i) * (1.0f / 255.0f));
+    }
     return t;
   }();
   if (v >= 0 && v <= 1) {
     int i = int(v * 255.0f + 0.5f);
-    if (float(i) / 255.0f == v) return table[i];
+    if (float(i) / 255.0f == v) return tables.divided[i];
+    if (float(i) * (1.0f / 255.0f) == v) return tables.multiplied[i];
   }
   return srgbToLinear(v);
 }
