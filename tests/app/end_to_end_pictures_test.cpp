@@ -1,7 +1,6 @@
 // Pictures the program renders as a user runs it, read back as linear EXR: the user's sky through
 // the keys "environment", "environment.intensity" and "environment.rotation", and a sample scene.
 #include <gtest/gtest.h>
-#include <OpenImageIO/imageio.h>
 
 #include <cmath>
 #include <filesystem>
@@ -9,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/render/image_file.h"
 #include "tests/support/program_run.h"
 
 namespace {
@@ -54,24 +54,6 @@ void writeStripedSky(const std::filesystem::path& path, int width, int height, i
     }
 }
 
-struct Picture {
-  int width = 0, height = 0;
-  std::vector<float> rgba;
-  float at(int x, int y, int c) const { return rgba[(size_t(y) * width + x) * 4 + c]; }
-};
-
-Picture readExr(const std::string& path) {
-  Picture p;
-  auto in = OIIO::ImageInput::open(path);
-  if (!in) return p;
-  const OIIO::ImageSpec& spec = in->spec();
-  p.width = spec.width;
-  p.height = spec.height;
-  p.rgba.assign(size_t(p.width) * p.height * 4, 0.0f);
-  in->read_image(0, 0, 0, 4, OIIO::TypeDesc::FLOAT, p.rgba.data());
-  return p;
-}
-
 class EnvironmentRun : public testing::Test {
  protected:
   void SetUp() override { writeWhiteCube(folder_); }
@@ -83,12 +65,12 @@ class EnvironmentRun : public testing::Test {
                                  "\"" + (keys.empty() ? "" : "," + keys) + "}";
     return runProgram(folder_, {folder_ / scene, override});
   }
-  Picture picture(const std::string& name = "out.exr") { return readExr(folder_ / name); }
+  ImageFile picture(const std::string& name = "out.exr") { return readImageFile(folder_ / name); }
 
   RunFolder folder_{"environment"};
 };
 
-double channelMean(const Picture& p, int c) {
+double channelMean(const ImageFile& p, int c) {
   double sum = 0;
   for (int y = 0; y < p.height; ++y)
     for (int x = 0; x < p.width; ++x) sum += p.at(x, y, c);
@@ -103,7 +85,7 @@ TEST_F(EnvironmentRun, ConstantSkyIsAFurnaceAndIntensityScalesIt) {
     const ProgramRun result =
         render(R"("environment":[0.2,0.5,0.8],"environment.intensity":)" + std::to_string(intensity));
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    const Picture p = picture();
+    const ImageFile p = picture();
     ASSERT_EQ(p.width, 64);
     for (int c = 0; c < 3; ++c) {
       EXPECT_NEAR(channelMean(p, c), colour[c] * intensity, 0.01 * colour[c] * intensity);
@@ -112,7 +94,7 @@ TEST_F(EnvironmentRun, ConstantSkyIsAFurnaceAndIntensityScalesIt) {
   }
 }
 
-int brightestColumn(const Picture& p) {
+int brightestColumn(const ImageFile& p) {
   int best = -1;
   float bestValue = 0;
   for (int x = 0; x < p.width; ++x)
@@ -147,7 +129,7 @@ TEST_F(EnvironmentRun, RotationTurnsTheSkyAboutUpAndXmlExportCarriesTheSky) {
     const std::string keys = c.view.empty() ? c.sky : c.view + "," + c.sky;
     ProgramRun result = render(keys);
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    const Picture direct = picture();
+    const ImageFile direct = picture();
     if (c.brightColumn >= 0) {
       EXPECT_EQ(brightestColumn(direct), c.brightColumn);
     }
@@ -156,7 +138,7 @@ TEST_F(EnvironmentRun, RotationTurnsTheSkyAboutUpAndXmlExportCarriesTheSky) {
     std::filesystem::remove(folder_ / "sky.hdr");
     result = render(c.view, "again.exr", ".xml");
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    const Picture again = picture("again.exr");
+    const ImageFile again = picture("again.exr");
     ASSERT_EQ(again.width, direct.width);
     for (int ch = 0; ch < 3; ++ch) EXPECT_NEAR(channelMean(again, ch), channelMean(direct, ch), 0.01 * channelMean(direct, ch));
     EXPECT_EQ(brightestColumn(again), brightestColumn(direct));
@@ -184,7 +166,7 @@ TEST(TextureTransformScene, RotatedArrowPointsAtTheGreenMarker) {
   const ProgramRun run =
       runProgram(folder, {scene, R"({"gui":0,"plugin":"velder","width":160,"height":120,"iterations":8,"output":"arrows.exr"})"});
   ASSERT_EQ(run.exitCode, 0) << run.err;
-  const Picture p = readExr(folder / "arrows.exr");
+  const ImageFile p = readImageFile(folder / "arrows.exr");
   ASSERT_EQ(p.width, 160);
   // Mean brightness of a 3 x 3 patch around (x, y).
   auto patch = [&](int x, int y) {

@@ -2,8 +2,6 @@
 // and the files of single and multilayer saving, read back with OpenImageIO.
 #include <gtest/gtest.h>
 
-#include <OpenImageIO/imageio.h>
-
 #include <algorithm>
 #include <fstream>
 #include <utility>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "engine/ZvrCore.h"
+#include "tests/render/image_file.h"
 #include "tests/support/program_run.h"
 
 namespace {
@@ -56,25 +55,6 @@ bool isSubsequence(const std::vector<std::string>& wanted, const std::vector<std
   return next == wanted.size();
 }
 
-struct ImageInfo {
-  int width = 0, height = 0;
-  std::string format;
-  std::vector<std::string> channels;
-};
-
-ImageInfo imageInfo(const std::string& path) {
-  ImageInfo info;
-  auto input = OIIO::ImageInput::open(path);
-  if (!input) return info;
-  const OIIO::ImageSpec& spec = input->spec();
-  info.width = spec.width;
-  info.height = spec.height;
-  info.format = input->format_name();
-  info.channels = spec.channelnames;
-  input->close();
-  return info;
-}
-
 TEST(BatchLoop, RenderCallsInBatches) {
   const struct {
     const char* label;
@@ -98,7 +78,7 @@ TEST(BatchLoop, RenderCallsInBatches) {
     const std::vector<std::string> percents = percentLines(run.out);
     EXPECT_TRUE(isSubsequence(c.percents, percents)) << c.label << "\n" << run.out;
     EXPECT_EQ(percents.empty() ? "" : percents.back(), c.percents.empty() ? "" : "100%") << c.label;
-    EXPECT_EQ(imageInfo(folder / "out.png").width, 32) << c.label;
+    EXPECT_EQ(readImageFile(folder / "out.png").width, 32) << c.label;
   }
 }
 
@@ -131,13 +111,13 @@ TEST(BatchLoop, FilesOfEachSavingMode) {
         runProgram(folder, {kScene, config(folder, std::string(R"(,"iterations":2)") + c.settings), c.outputs});
     ASSERT_EQ(run.exitCode, 0) << c.label << "\n" << run.err;
     for (const auto& [file, format] : c.files) {
-      const ImageInfo image = imageInfo(folder / file);
+      const ImageFile image = readImageFile(folder / file);
       EXPECT_EQ(image.format, format) << c.label << ": " << file;
       if (format.empty()) continue;
       EXPECT_EQ(image.width, 32) << c.label << ": " << file;
       EXPECT_EQ(image.height, 24) << c.label << ": " << file;
     }
-    const std::vector<std::string> channels = imageInfo(folder / c.files[0].first).channels;
+    const std::vector<std::string> channels = readImageFile(folder / c.files[0].first).channels;
     for (const std::string& channel : c.channels)
       EXPECT_NE(std::find(channels.begin(), channels.end(), channel), channels.end()) << c.label << ": " << channel;
     std::vector<std::string> saves = run.calls("zvrContextResolveFrameBuffer");

@@ -13,17 +13,10 @@ using namespace zvrs;
 
 namespace {
 
-ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {
-  ZvrFrameBuffer framebuffer = nullptr;
-  EXPECT_EQ(createFramebuffer(context, format, desc, &framebuffer), 0);
-  return framebuffer;
-}
-
 class BatchRender : public EngineTest {
  protected:
   void SetUp() override {
     EngineTest::SetUp();
-    ASSERT_NE(context_, nullptr);
     makeEnvironmentScene(0.5f, 0.5f, 0.5f);
     settings_.width = settings_.framebufferDesc.width = 4;
     settings_.height = settings_.framebufferDesc.height = 2;
@@ -31,9 +24,9 @@ class BatchRender : public EngineTest {
 
   // The colour element alone, bound to the colour AOV (0).
   std::vector<OutputElement> colorElement(const std::string& file) {
-    ZvrFrameBuffer framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
-    EXPECT_EQ(zvrContextSetAOV(context_, 0, framebuffer), 0);
-    return {{"color", {file}, framebuffer, "color"}};
+    ZvrFrameBuffer color = framebuffer(4, 2);
+    EXPECT_EQ(zvrContextSetAOV(context_, 0, color), 0);
+    return {{"color", {file}, color, "color"}};
   }
 
   std::string run(const std::vector<int32_t>& kinds, const char* document, std::vector<OutputElement>& elements) {

@@ -46,6 +46,14 @@ class EngineTest : public ::testing::Test {
     return traceOf(std::vector<std::string>{operation});
   }
 
+  // A framebuffer of four channels of `type` on this context, deleted with it.
+  ZvrFrameBuffer framebuffer(uint32_t width, uint32_t height, uint32_t type = ZVR_COMPONENT_TYPE_FLOAT32) const {
+    ZvrFrameBuffer buffer = nullptr;
+    const ZvrFramebufferDesc desc = {width, height};
+    EXPECT_EQ(zvrContextCreateFrameBuffer(context_, {4, type}, &desc, &buffer), ZVR_SUCCESS);
+    return buffer;
+  }
+
   // A scene of nothing but a constant environment, so that every pixel of a render is known.
   void makeEnvironmentScene(float r, float g, float b) {
     ZvrScene scene = nullptr;

@@ -12,18 +12,11 @@
 #include <stb/stb_image.h>
 
 #include "tests/render/engine_fixture.h"
-#include "render/output_elements.h"
 #include "render/save_image.h"
 
 using namespace zvrs;
 
 namespace {
-
-ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {
-  ZvrFrameBuffer framebuffer = nullptr;
-  EXPECT_EQ(createFramebuffer(context, format, desc, &framebuffer), 0);
-  return framebuffer;
-}
 
 const float kRadiance[3] = {0.201f, 0.101f, 0.0515f};
 
@@ -31,16 +24,12 @@ class SaveImage : public EngineTest {
  protected:
   void SetUp() override {
     EngineTest::SetUp();
-    ASSERT_NE(context_, nullptr);
     makeEnvironmentScene(kRadiance[0], kRadiance[1], kRadiance[2]);
-
-    const FramebufferFormat format;
-    const FramebufferDesc desc = {4, 2};
-    ZvrFrameBuffer raw = newFramebuffer(context_, format, desc);
+    ZvrFrameBuffer raw = framebuffer(4, 2);
     ASSERT_EQ(zvrContextSetAOV(context_, 0, raw), 0);
     ASSERT_EQ(zvrContextSetParameterByKey1u(context_, ZVR_CONTEXT_ITERATIONS, 2), 0);
     ASSERT_EQ(zvrContextRender(context_), 0);
-    resolved_ = newFramebuffer(context_, format, desc);
+    resolved_ = framebuffer(4, 2);
     ASSERT_EQ(zvrContextResolveFrameBuffer(context_, raw, resolved_, 0), 0);
   }
 
@@ -116,7 +105,7 @@ TEST_F(SaveImage, RoadChoiceFileFormatAndBytes) {
 TEST_F(SaveImage, LibraryFailureIsReturnedAndNothingWritten) {
   RenderSettings settings;
   settings.postExposure = 2.0f;
-  ZvrFrameBuffer gone = newFramebuffer(context_, FramebufferFormat(), FramebufferDesc{4, 2});
+  ZvrFrameBuffer gone = framebuffer(4, 2);
   ASSERT_EQ(zvrObjectDelete(gone), 0);
   const std::string path = tempFile("never.png");
   EXPECT_NE(saveOutputImage(context_, settings, gone, path.c_str(), true), 0);
