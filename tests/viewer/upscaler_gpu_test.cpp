@@ -62,24 +62,21 @@ void expectOnlyEarlyMipmapErrors() {
 
 class UpscalerGpu : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    if (!glfwInit()) {
-      skipReason = "no display: GLFW could not start (run under xvfb-run)";
-      return;
-    }
+  // The window with its OpenGL 4.3 context current, or why there is none.
+  static std::string openWindow() {
+    if (!glfwInit()) return "no display: GLFW could not start (run under xvfb-run)";
     window = glfwCreateWindow(kWindowWidth, kWindowHeight, "upscaler test", nullptr, nullptr);
-    if (window == nullptr) {
-      skipReason = "no OpenGL window could be created";
-      return;
-    }
+    if (window == nullptr) return "no OpenGL window could be created";
     glfwMakeContextCurrent(window);
-    if (glewInit() != GLEW_OK || !GLEW_VERSION_4_3) {
-      skipReason =
-          std::string("OpenGL 4.3 is not available: ") + reinterpret_cast<const char*>(glGetString(GL_VERSION));
-      glfwDestroyWindow(window);
-      window = nullptr;
-      return;
-    }
+    if (glewInit() == GLEW_OK && GLEW_VERSION_4_3) return "";
+    const std::string version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+    glfwDestroyWindow(window);
+    window = nullptr;
+    return "OpenGL 4.3 is not available: " + version;
+  }
+  static void SetUpTestSuite() {
+    skipReason = openWindow();
+    if (window == nullptr) return;
     glEnable(GL_DEBUG_OUTPUT);
     glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);
     glDebugMessageCallback(recordGlError, nullptr);
