@@ -42,9 +42,6 @@ class EngineTest : public ::testing::Test {
         if (line.compare(0, operation.size() + 1, operation + "(") == 0) lines.push_back(line);
     return lines;
   }
-  std::vector<std::string> traceOf(const char* operation) const {
-    return traceOf(std::vector<std::string>{operation});
-  }
 
   // A framebuffer of four channels of `type` on this context, deleted with it.
   ZvrFrameBuffer framebuffer(uint32_t width, uint32_t height, uint32_t type = ZVR_COMPONENT_TYPE_FLOAT32) const {
