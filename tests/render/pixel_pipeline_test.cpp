@@ -126,6 +126,7 @@ TEST(OcioRoad, ProcessorAppliesExposureViewAndGammaOrIsNotMade) {
     const char* view;
     float exposure, gamma, input, expected;  // expected < 0: no processor
   } cases[] = {
+      {"exposure before the view", folder / "config.ocio", "Root", 2.0f, 0.0f, 0.125f, 0.5f},
       {"display gamma after the view", folder / "config.ocio", "Root", 2.0f, 2.0f, 0.125f, std::sqrt(0.5f)},
       {"negative clamped by the exponent", folder / "config.ocio", "Root", 1.0f, 0.0f, -0.25f, 0.0f},
       {"missing file", "/nonexistent/config.ocio", "Root", 1.0f, 0.0f, 0.0f, -1.0f},
