@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 #include <functional>
 #include <string>
@@ -105,19 +104,49 @@ Picture readTexture(GLuint texture, int width, int height) {
   return picture;
 }
 
+// What set-up prints first: the compute limits as the driver reports them.
+std::string expectedLimits() {
+  std::string expected;
+  char line[256];
+  for (auto [limit, name] : {std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_COUNT, "GL_MAX_COMPUTE_WORK_GROUP_COUNT"),
+                             std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_SIZE, "GL_MAX_COMPUTE_WORK_GROUP_SIZE")}) {
+    GLint v[3];
+    for (GLuint i = 0; i < 3; ++i) glGetIntegeri_v(limit, i, &v[i]);
+    std::snprintf(line, sizeof line, "%s:\n\tx:%d\n\ty:%d\n\tz:%d\n", name, v[0], v[1], v[2]);
+    expected += line;
+  }
+  GLint invocations;
+  glGetIntegerv(GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS, &invocations);
+  std::snprintf(line, sizeof line, "GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS:\n\t%d\n", invocations);
+  return expected + line;
+}
+
+// Whether OpenGL knows each name the upscaler holds. The sharpening's constants buffer is left out:
+// with the sharpening off it is named but never bound, which glIsBuffer does not see.
+std::vector<int> liveNames(const UpscalerState& state) {
+  const GLboolean names[] = {glIsTexture(state.upscaledTexture), glIsTexture(state.sharpenedTexture),
+                             glIsTexture(state.inputTexture),    glIsProgram(state.tovuProgram),
+                             glIsProgram(state.naltProgram),     glIsBuffer(state.tovuConstants),
+                             glIsFramebuffer(state.readFramebuffer)};
+  return std::vector<int>(std::begin(names), std::end(names));
+}
+
 struct GpuResult {
   Picture upscaled;
   Picture sharpened;
   Picture window;  // the whole window after the frame, bottom row first as OpenGL reads it
 };
 
-// One frame through the upscaler; both outputs read back from their textures, and the window.
+// One frame through the upscaler; both outputs read back from their textures, and the window. Set-up
+// prints the limits, and the release deletes every name it made.
 GpuResult runUpscaler(const Picture& input, int outputWidth, int outputHeight, bool naltEnable, float attenuation) {
   UpscalerState state;
   upscalerConstruct(state);
-  testing::internal::CaptureStdout();  // the limits, printed on every set-up
+  testing::internal::CaptureStdout();
   upscalerInit(state, input.width, input.height, outputWidth, outputHeight, naltEnable, attenuation);
-  testing::internal::GetCapturedStdout();
+  const std::string printed = testing::internal::GetCapturedStdout();
+  const std::string limits = expectedLimits();
+  EXPECT_EQ(printed.substr(0, limits.size()), limits) << "compiler remarks may follow";
   expectOnlyEarlyMipmapErrors();
   glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
   glClear(GL_COLOR_BUFFER_BIT);
@@ -129,7 +158,13 @@ GpuResult runUpscaler(const Picture& input, int outputWidth, int outputHeight, b
   glReadBuffer(GL_BACK);
   glReadPixels(0, 0, kWindowWidth, kWindowHeight, GL_RGBA, GL_FLOAT, result.window.rgba.data());
   EXPECT_EQ(takeGlErrors(), "");
+  const UpscalerState created = state;
+  EXPECT_EQ(liveNames(created), std::vector<int>(7, GL_TRUE));
   upscalerRelease(state);
+  EXPECT_EQ(liveNames(created), std::vector<int>(7, GL_FALSE));
+  EXPECT_FALSE(glIsBuffer(created.naltConstants));
+  EXPECT_EQ(state.tovuProgram | state.naltProgram | state.upscaledTexture | state.sharpenedTexture |
+                state.inputTexture | state.readFramebuffer | state.tovuConstants | state.naltConstants, 0u);
   return result;
 }
 
@@ -225,48 +260,6 @@ TEST_F(UpscalerGpu, PassesMatchTheCpuPasses) {
           ASSERT_NEAR(gpu.window.at(x, y)[ch], std::clamp(shown.at(x, c.outputHeight - 1 - y)[ch], 0.0f, 1.0f), 1.0f / 255)
               << "window pixel " << x << ", " << y << " from the bottom, channel " << ch;
   }
-}
-
-TEST_F(UpscalerGpu, InitPrintsLimitsAndReleaseDeletesEveryName) {
-  UpscalerState state;
-  upscalerConstruct(state);
-  testing::internal::CaptureStdout();
-  upscalerInit(state, 10, 10, 33, 17, false, 3.0f);
-  const std::string printed = testing::internal::GetCapturedStdout();
-  expectOnlyEarlyMipmapErrors();
-  std::string expected;
-  char line[256];
-  for (auto [limit, name] : {std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_COUNT, "GL_MAX_COMPUTE_WORK_GROUP_COUNT"),
-                             std::make_pair(GL_MAX_COMPUTE_WORK_GROUP_SIZE, "GL_MAX_COMPUTE_WORK_GROUP_SIZE")}) {
-    GLint v[3];
-    for (GLuint i = 0; i < 3; ++i) glGetIntegeri_v(limit, i, &v[i]);
-    std::snprintf(line, sizeof line, "%s:\n\tx:%d\n\ty:%d\n\tz:%d\n", name, v[0], v[1], v[2]);
-    expected += line;
-  }
-  GLint invocations;
-  glGetIntegerv(GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS, &invocations);
-  std::snprintf(line, sizeof line, "GL_MAX_COMPUTE_WORK_GROUP_INVOCATIONS:\n\t%d\n", invocations);
-  EXPECT_EQ(printed.substr(0, expected.size() + std::strlen(line)), expected + line) << "compiler remarks may follow";
-
-  const std::vector<float> pixels(10 * 10 * 4, 0.5f);
-  upscalerRender(state, 10, 10, 33, 17, pixels.data());
-  EXPECT_EQ(takeGlErrors(), "");
-  const UpscalerState created = state;
-  // With the sharpening off its constants buffer is named but never bound, which glIsBuffer does not
-  // see; it is held only to be gone after the release.
-  auto alive = [&] {
-    const GLboolean names[] = {glIsTexture(created.upscaledTexture), glIsTexture(created.sharpenedTexture),
-                               glIsTexture(created.inputTexture),    glIsProgram(created.tovuProgram),
-                               glIsProgram(created.naltProgram),     glIsBuffer(created.tovuConstants),
-                               glIsFramebuffer(created.readFramebuffer)};
-    return std::vector<int>(std::begin(names), std::end(names));
-  };
-  EXPECT_EQ(alive(), std::vector<int>(7, GL_TRUE));
-  upscalerRelease(state);
-  EXPECT_EQ(alive(), std::vector<int>(7, GL_FALSE));
-  EXPECT_FALSE(glIsBuffer(created.naltConstants));
-  EXPECT_EQ(state.tovuProgram | state.naltProgram | state.upscaledTexture | state.sharpenedTexture |
-                state.inputTexture | state.readFramebuffer | state.tovuConstants | state.naltConstants, 0u);
 }
 
 TEST_F(UpscalerGpu, CompileReplacesTheMarkerAndPrintsTheLog) {
