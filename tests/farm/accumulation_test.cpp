@@ -77,9 +77,11 @@ TEST_F(Accumulation, UnfitFilesAndFramebuffersAreRefused) {
       {"cut short", framebuffer(24, 16), truncated, ZVR_ERROR_IO, ": truncated"},
       {"no such file", framebuffer(24, 16), good + ".none", ZVR_ERROR_IO, "cannot be read: No such file"},
       {"not an accumulation", framebuffer(24, 16), kBox, ZVR_ERROR_IO, "not an accumulation file"},
-      {"another size", framebuffer(8, 8), good, ZVR_ERROR_INVALID_ARGUMENT, "holds 24x16 pixels but the framebuffer is 8x8"},
+      {"another size", framebuffer(8, 8), good, ZVR_ERROR_INVALID_ARGUMENT,
+       "holds 24x16 pixels but the framebuffer is 8x8"},
       {"resolved values", resolved, good, ZVR_ERROR_UNSUPPORTED, "holds resolved values or running averages"},
-      {"deep framebuffer", framebuffer(24, 16, ZVR_COMPONENT_TYPE_DEEP), good, ZVR_ERROR_UNSUPPORTED, "deep framebuffer"},
+      {"deep framebuffer", framebuffer(24, 16, ZVR_COMPONENT_TYPE_DEEP), good, ZVR_ERROR_UNSUPPORTED,
+       "deep framebuffer"},
   };
   for (const auto& c : cases) {
     const std::vector<float> before = pixels(c.target);

@@ -37,7 +37,8 @@ inline ImageFile readImageFile(const std::string& path) {
   image.allFloat = spec.format == OIIO::TypeDesc::FLOAT && spec.channelformats.empty();
   image.channels = spec.channelnames;
   for (const OIIO::ParamValue& attribute : spec.extra_attribs)
-    if (attribute.type() == OIIO::TypeDesc::STRING) image.attributes[attribute.name().string()] = attribute.get_string();
+    if (attribute.type() == OIIO::TypeDesc::STRING)
+      image.attributes[attribute.name().string()] = attribute.get_string();
   image.values.resize(size_t(spec.width) * spec.height * spec.nchannels);
   return input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, image.values.data()) ? image : ImageFile();
 }
