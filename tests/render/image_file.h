@@ -1,5 +1,5 @@
-// An image file as the program wrote it, read back whole with OpenImageIO: the one reader of the
-// render, app, farm and viewer tests.
+// An image file as the program wrote it, read back whole with OpenImageIO: the one flat-image reader
+// of the render, app, farm and viewer tests.
 #pragma once
 
 #include <OpenImageIO/imageio.h>
