@@ -1,6 +1,7 @@
 // The program's help and its failures before rendering, run as a user runs it.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -56,6 +57,13 @@ TEST(EndToEnd, FailuresBeforeRenderingReportAndStop) {
        "value -1.000000 is out of range, must be greater than 0",
        "Command Argument: add parameter 'gamma' to value '-1'\n"
        "Command Argument: override parameter 'gui' from value '1' to '0'\n"},
+      {"missing sky image stops an export", {kScene, "$CFG"},
+       R"({"gui":0,"plugin":"velder","output":".xml","environment":"no/such/sky.hdr"})",
+       "E000018: Setting environment failed. no/such/sky.hdr cannot be opened for reading.", ""},
+      {"missing sky image stops a run", {kScene, "$CFG"},
+       R"({"gui":0,"plugin":"velder","context":{"cpu":1},"output":"out.exr","environment":"no/such/sky.hdr"})",
+       "E000018: Setting environment failed. zvrLightSetImagePath: no/such/sky.hdr: cannot be read as an image: "
+       "Could not open file \"no/such/sky.hdr\"", ""},
       {"missing scene is found before a bad config", {"/nonexistent.glb", "missing.json"}, "",
        "E010002: File '/nonexistent.glb' open failed.", ""},
       {"wrong plug-in, after the override lines in key order, values printed as text",
@@ -91,6 +99,9 @@ TEST(EndToEnd, FailuresBeforeRenderingReportAndStop) {
     ASSERT_NE(criticalLine, std::string::npos) << run.err;
     EXPECT_GT(std::stoi(run.err.substr(position + 6, criticalLine - position - 6)), 0) << run.err;
     EXPECT_EQ(run.err.size(), criticalLine + kCritical.size());
+    for (const auto& entry : std::filesystem::directory_iterator(std::string(folder)))
+      EXPECT_TRUE(entry.path().filename() == "cfg.json" || entry.path().filename() == "api.trace")
+          << entry.path() << ": a run that fails before rendering writes nothing";
   }
 }
 

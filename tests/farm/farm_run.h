@@ -1,7 +1,6 @@
 // Running zvrsRender64 and zvrsFarm in test folders, and comparing what they wrote.
 #pragma once
 
-#include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/render/image_file.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/program_run.h"
 
@@ -33,16 +33,6 @@ inline std::string writeConfig(const std::string& folder, const std::string& set
   return path;
 }
 
-// Every channel of every pixel as written, and the channel names: equal means bit for bit.
-inline std::pair<std::vector<std::string>, std::vector<float>> readExr(const std::string& path) {
-  auto input = OIIO::ImageInput::open(path);
-  if (!input) return {};
-  const OIIO::ImageSpec& spec = input->spec();
-  std::vector<float> values(size_t(spec.width) * spec.height * spec.nchannels);
-  input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data());
-  return {spec.channelnames, values};
-}
-
 // The statistics lines that do not measure time or memory.
 inline std::vector<std::string> statisticsFields(const std::string& path) {
   std::vector<std::string> kept;
@@ -59,11 +49,11 @@ inline void expectSameFiles(const std::string& label, const std::string& expecte
     ASSERT_TRUE(fileExists(b)) << label << ": " << file << " is missing";
     if (extension == ".exr") {
       // The writer stamps EXR headers with the time of writing; the pixels must match bit for bit.
-      const auto want = readExr(a), got = readExr(b);
-      EXPECT_EQ(want.first, got.first) << label << ": " << file;
-      EXPECT_FALSE(want.second.empty()) << label << ": " << file;
-      EXPECT_TRUE(want.second.size() == got.second.size() &&
-                  std::memcmp(want.second.data(), got.second.data(), want.second.size() * sizeof(float)) == 0)
+      const ImageFile want = readImageFile(a), got = readImageFile(b);
+      EXPECT_EQ(want.channels, got.channels) << label << ": " << file;
+      EXPECT_FALSE(want.values.empty()) << label << ": " << file;
+      EXPECT_TRUE(want.values.size() == got.values.size() &&
+                  std::memcmp(want.values.data(), got.values.data(), want.values.size() * sizeof(float)) == 0)
           << label << ": " << file << " differs in its pixels";
     } else if (extension == ".json") {
       EXPECT_EQ(statisticsFields(a), statisticsFields(b)) << label << ": " << file;

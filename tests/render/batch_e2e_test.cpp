@@ -2,8 +2,6 @@
 // and the files of single and multilayer saving, read back with OpenImageIO.
 #include <gtest/gtest.h>
 
-#include <OpenImageIO/imageio.h>
-
 #include <algorithm>
 #include <fstream>
 #include <utility>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "engine/ZvrCore.h"
+#include "tests/render/image_file.h"
 #include "tests/support/program_run.h"
 
 namespace {
@@ -56,31 +55,19 @@ bool isSubsequence(const std::vector<std::string>& wanted, const std::vector<std
   return next == wanted.size();
 }
 
-struct ImageInfo {
-  int width = 0, height = 0;
-  std::string format;
-  std::vector<std::string> channels;
-};
-
-ImageInfo imageInfo(const std::string& path) {
-  ImageInfo info;
-  auto input = OIIO::ImageInput::open(path);
-  if (!input) return info;
-  const OIIO::ImageSpec& spec = input->spec();
-  info.width = spec.width;
-  info.height = spec.height;
-  info.format = input->format_name();
-  info.channels = spec.channelnames;
-  input->close();
-  return info;
-}
-
-TEST(BatchLoop, RenderCallsInBatches) {
+// Render calls in batches with the percentages printed at each; which files each saving mode writes,
+// in which format, and the calls that wrote them: data elements resolve first with dataOnly=1, the
+// colour element last; one layered file in multilayer mode.
+TEST(BatchLoop, RenderCallsInBatchesAndFilesOfEachSavingMode) {
   const struct {
     const char* label;
     const char* settings;
     std::vector<std::string> sizes;
     std::vector<std::string> percents;
+    const char* outputs = R"({"output":"out.png"})";
+    std::vector<std::pair<std::string, std::string>> files = {{"out.png", "png"}};  // name, format ("": no file)
+    std::vector<std::string> channels = {};  // of the first file
+    std::vector<std::string> saves = {"dataOnly=0"};  // needles of the resolve and layered save calls, in order
   } cases[] = {
       {"10 in fours", R"(,"iterations":10,"batchsize":4)", {"4", "4", "2"}, {"  0%", " 40%", " 80%", "100%"}},
       {"batch size 0 becomes one at a time", R"(,"iterations":3,"batchsize":0)", {"1", "1", "1"},
@@ -88,56 +75,37 @@ TEST(BatchLoop, RenderCallsInBatches) {
       {"batch above the count is one call", R"(,"iterations":3,"batchsize":50)", {"3"}, {"  0%", "100%"}},
       {"default batch size limited at the call", R"(,"iterations":5)", {"5"}, {"  0%", "100%"}},
       {"quiet without progress", R"(,"iterations":2,"print.progress":0)", {"2"}, {}},
+      {"single mode writes every element and name", R"(,"iterations":2,"aovs":{"normal":"n.png","depth":"d.exr"})",
+       {"2"}, {"  0%", "100%"}, R"({"output":["c.png","c2.exr"]})",
+       {{"c.png", "png"}, {"c2.exr", "openexr"}, {"d.exr", "openexr"}, {"n.png", "png"}}, {},
+       {"dataOnly=1", "dataOnly=1", "dataOnly=0"}},
+      {"post-processed colour is a png whatever its name", R"(,"iterations":2,"aovs":{"normal":"n.jpg"})", {"2"},
+       {"  0%", "100%"}, R"({"output":["p.jpg","p.exr"],"postprocess.exposure":2.0})",
+       {{"p.jpg", "png"}, {"p.exr", "png"}, {"n.jpg", "jpeg"}}, {}, {"dataOnly=1", "dataOnly=0"}},
+      {"multilayer mode: one exr with every layer, other values are layer names only",
+       R"(,"iterations":2,"multilayerexr":1,"aovs":{"normal":"normallayer","depth":"depthlayer"})", {"2"},
+       {"  0%", "100%"}, R"({"output":["m.EXR","m.PNG"]})",
+       {{"m.EXR", "openexr"}, {"m.PNG", "png"}, {"normallayer", ""}, {"depthlayer", ""}},
+       {"color.R", "color.A", "depthlayer.R", "normallayer.R", "normallayer.G"},
+       {"dataOnly=1", "dataOnly=1", "dataOnly=0", "count=3"}},
   };
   for (const auto& c : cases) {
     const RunFolder folder("batches");
-    const ProgramRun run = runProgram(folder, {kScene, config(folder, c.settings), R"({"output":"out.png"})"});
+    const ProgramRun run = runProgram(folder, {kScene, config(folder, c.settings), c.outputs});
     ASSERT_EQ(run.exitCode, 0) << c.label << "\n" << run.err;
     EXPECT_EQ(run.err, "") << c.label << ": 16 threads, more than the machine may have, and the libraries stay silent";
     EXPECT_EQ(batchSizes(run), c.sizes) << c.label;
     const std::vector<std::string> percents = percentLines(run.out);
     EXPECT_TRUE(isSubsequence(c.percents, percents)) << c.label << "\n" << run.out;
     EXPECT_EQ(percents.empty() ? "" : percents.back(), c.percents.empty() ? "" : "100%") << c.label;
-    EXPECT_EQ(imageInfo(folder / "out.png").width, 32) << c.label;
-  }
-}
-
-// Which files each saving mode writes, in which format, and the calls that wrote them: data
-// elements resolve first with dataOnly=1, the colour element last; one layered file in multilayer mode.
-TEST(BatchLoop, FilesOfEachSavingMode) {
-  const struct {
-    const char* label;
-    const char* settings;
-    const char* outputs;
-    std::vector<std::pair<std::string, std::string>> files;  // name, format ("" when it must not exist)
-    std::vector<std::string> channels;  // of the first file
-    std::vector<std::string> saves;     // needles of the resolve and layered save calls, in order
-  } cases[] = {
-      {"single mode writes every element and name", R"(,"aovs":{"normal":"n.png","depth":"d.exr"})",
-       R"({"output":["c.png","c2.exr"]})", {{"c.png", "png"}, {"c2.exr", "openexr"}, {"d.exr", "openexr"}, {"n.png", "png"}},
-       {}, {"dataOnly=1", "dataOnly=1", "dataOnly=0"}},
-      {"post-processed colour is a png whatever its name", R"(,"aovs":{"normal":"n.jpg"})",
-       R"({"output":["p.jpg","p.exr"],"postprocess.exposure":2.0})",
-       {{"p.jpg", "png"}, {"p.exr", "png"}, {"n.jpg", "jpeg"}}, {}, {"dataOnly=1", "dataOnly=0"}},
-      {"multilayer mode: one exr with every layer, other values are layer names only",
-       R"(,"multilayerexr":1,"aovs":{"normal":"normallayer","depth":"depthlayer"})", R"({"output":["m.EXR","m.PNG"]})",
-       {{"m.EXR", "openexr"}, {"m.PNG", "png"}, {"normallayer", ""}, {"depthlayer", ""}},
-       {"color.R", "color.A", "depthlayer.R", "normallayer.R", "normallayer.G"},
-       {"dataOnly=1", "dataOnly=1", "dataOnly=0", "count=3"}},
-  };
-  for (const auto& c : cases) {
-    const RunFolder folder("saving");
-    const ProgramRun run =
-        runProgram(folder, {kScene, config(folder, std::string(R"(,"iterations":2)") + c.settings), c.outputs});
-    ASSERT_EQ(run.exitCode, 0) << c.label << "\n" << run.err;
     for (const auto& [file, format] : c.files) {
-      const ImageInfo image = imageInfo(folder / file);
+      const ImageFile image = readImageFile(folder / file);
       EXPECT_EQ(image.format, format) << c.label << ": " << file;
       if (format.empty()) continue;
       EXPECT_EQ(image.width, 32) << c.label << ": " << file;
       EXPECT_EQ(image.height, 24) << c.label << ": " << file;
     }
-    const std::vector<std::string> channels = imageInfo(folder / c.files[0].first).channels;
+    const std::vector<std::string> channels = readImageFile(folder / c.files[0].first).channels;
     for (const std::string& channel : c.channels)
       EXPECT_NE(std::find(channels.begin(), channels.end(), channel), channels.end()) << c.label << ": " << channel;
     std::vector<std::string> saves = run.calls("zvrContextResolveFrameBuffer");

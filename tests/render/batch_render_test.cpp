@@ -1,5 +1,5 @@
 // The batch loop called directly on a real context: cases the program's settings reader never
-// lets through (no iterations), the progress record, and the preview family's source.
+// lets through (no iterations), the progress record, and which framebuffer each family saves.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,17 +13,10 @@ using namespace zvrs;
 
 namespace {
 
-ZvrFrameBuffer newFramebuffer(ZvrContext context, const FramebufferFormat& format, const FramebufferDesc& desc) {
-  ZvrFrameBuffer framebuffer = nullptr;
-  EXPECT_EQ(createFramebuffer(context, format, desc, &framebuffer), 0);
-  return framebuffer;
-}
-
 class BatchRender : public EngineTest {
  protected:
   void SetUp() override {
     EngineTest::SetUp();
-    ASSERT_NE(context_, nullptr);
     makeEnvironmentScene(0.5f, 0.5f, 0.5f);
     settings_.width = settings_.framebufferDesc.width = 4;
     settings_.height = settings_.framebufferDesc.height = 2;
@@ -31,9 +24,9 @@ class BatchRender : public EngineTest {
 
   // The colour element alone, bound to the colour AOV (0).
   std::vector<OutputElement> colorElement(const std::string& file) {
-    ZvrFrameBuffer framebuffer = newFramebuffer(context_, settings_.framebufferFormat, settings_.framebufferDesc);
-    EXPECT_EQ(zvrContextSetAOV(context_, 0, framebuffer), 0);
-    return {{"color", {file}, framebuffer, "color"}};
+    ZvrFrameBuffer color = framebuffer(4, 2);
+    EXPECT_EQ(zvrContextSetAOV(context_, 0, color), 0);
+    return {{"color", {file}, color, "color"}};
   }
 
   std::string run(const std::vector<int32_t>& kinds, const char* document, std::vector<OutputElement>& elements) {
@@ -48,9 +41,12 @@ class BatchRender : public EngineTest {
   TimingRecord timing_;
 };
 
-TEST_F(BatchRender, IterationCountsAndPercentages) {
+// The preview family's framebuffers already hold final values: its raw framebuffer is saved, the
+// others' resolved copy.
+TEST_F(BatchRender, IterationCountsPercentagesAndTheSavedFramebuffer) {
   const struct {
     const char* label;
+    int32_t family;
     uint32_t iterations;
     uint32_t batchSize;
     bool printProgress;
@@ -58,9 +54,11 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
     const char* out;
     float offset, scale;
   } cases[] = {
-      {"no iterations renders nothing and still saves", 0, 4, true, 0, "100%\n", 0.0f, 0.0f},
-      {"batch size 0 is one a call", 3, 0, true, 3, "  0%\n 33%\n 67%\n100%\n", 200.0f / 3.0f, 100.0f / 3.0f},
-      {"silent", 10, 4, false, 3, "", 80.0f, 20.0f},
+      {"no iterations renders nothing and still saves", ZVR_PLUGIN_FAMILY_VELDER, 0, 4, true, 0, "100%\n", 0.0f, 0.0f},
+      {"batch size 0 is one a call", ZVR_PLUGIN_FAMILY_VELDER, 3, 0, true, 3, "  0%\n 33%\n 67%\n100%\n", 200.0f / 3.0f,
+       100.0f / 3.0f},
+      {"silent", ZVR_PLUGIN_FAMILY_VELDER, 10, 4, false, 3, "", 80.0f, 20.0f},
+      {"preview family", ZVR_PLUGIN_FAMILY_DORRIK, 1, 4, false, 1, "", 0.0f, 100.0f},
   };
   for (const auto& c : cases) {
     forgetTrace();
@@ -70,30 +68,21 @@ TEST_F(BatchRender, IterationCountsAndPercentages) {
     progress_ = ProgressRecord();
     const std::string file = tempFile("out.png");
     std::vector<OutputElement> elements = colorElement(file);
-    EXPECT_EQ(run({ZVR_PLUGIN_FAMILY_VELDER}, "{}", elements), c.out) << c.label;
-    EXPECT_EQ(traceOf("zvrContextRender").size(), c.renders) << c.label;
-    EXPECT_EQ(traceOf("zvrFrameBufferSaveToFile").size(), 1u) << c.label;
+    EXPECT_EQ(run({c.family}, "{}", elements), c.out) << c.label;
+    EXPECT_EQ(traceOf({"zvrContextRender"}).size(), c.renders) << c.label;
+    EXPECT_EQ(traceOf({"zvrContextResolveFrameBuffer"}).size(), 1u) << c.label << ": resolved whatever the family";
+    const std::vector<std::string> saves = traceOf({"zvrFrameBufferSaveToFile"});
+    ASSERT_EQ(saves.size(), 1u) << c.label;
+    char raw[32];
+    std::snprintf(raw, sizeof(raw), "frameBuffer=%p,", static_cast<void*>(elements[0].framebuffer));
+    EXPECT_EQ(contains(saves[0], raw), c.family == ZVR_PLUGIN_FAMILY_DORRIK) << c.label << ": " << saves[0];
     EXPECT_FLOAT_EQ(progress_.offset, c.offset) << c.label;
     EXPECT_FLOAT_EQ(progress_.scale, c.scale) << c.label;
     EXPECT_EQ(timing_.stampCount, 2) << c.label;
     EXPECT_LE(timing_.stamps[0], timing_.stamps[1]) << c.label;
-    std::ifstream written(file);
-    EXPECT_TRUE(written.good()) << c.label;
+    EXPECT_TRUE(std::ifstream(file).good()) << c.label;
     zvrObjectDelete(elements[0].framebuffer);
   }
-}
-
-TEST_F(BatchRender, PreviewFamilySavesTheRawFramebuffer) {
-  settings_.iterations = 1;
-  std::vector<OutputElement> elements = colorElement(tempFile("raw.exr"));
-  run({ZVR_PLUGIN_FAMILY_DORRIK}, "{}", elements);
-  const std::vector<std::string> saves = traceOf("zvrFrameBufferSaveToFile");
-  ASSERT_EQ(saves.size(), 1u);
-  char raw[32];
-  std::snprintf(raw, sizeof(raw), "frameBuffer=%p,", static_cast<void*>(elements[0].framebuffer));
-  EXPECT_TRUE(contains(saves[0], raw)) << saves[0] << " vs " << raw;
-  EXPECT_EQ(traceOf("zvrContextResolveFrameBuffer").size(), 1u);  // resolved all the same, then unused
-  zvrObjectDelete(elements[0].framebuffer);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <OpenImageIO/deepdata.h>
-#include <OpenImageIO/imageio.h>
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -14,6 +13,7 @@
 #include <set>
 
 #include "kernel/cryptomatte_hash.h"
+#include "tests/render/image_file.h"
 #include "tests/support/program_run.h"
 
 namespace {
@@ -52,30 +52,6 @@ std::string writeScene(const std::string& folder) {
                   {"bufferView": 3, "componentType": 5125, "count": 36, "type": "SCALAR"}]})";
 }
 
-// Every channel of a flat file by name ("CryptoObject00.R"), top row first, and its string attributes.
-struct FlatImage {
-  std::map<std::string, std::vector<float>> channels;
-  std::map<std::string, std::string> attributes;
-  float at(const std::string& channel, int pixel) const { return channels.at(channel)[pixel]; }
-};
-
-FlatImage readFlat(const std::string& path) {
-  FlatImage image;
-  auto input = OIIO::ImageInput::open(path);
-  if (!input) return image;
-  const OIIO::ImageSpec& spec = input->spec();
-  EXPECT_TRUE(spec.format == OIIO::TypeDesc::FLOAT && spec.channelformats.empty()) << "every channel float";
-  std::vector<float> data(size_t(kSize) * kSize * spec.nchannels);
-  EXPECT_TRUE(input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, data.data()));
-  for (int c = 0; c < spec.nchannels; ++c) {
-    std::vector<float>& channel = image.channels[spec.channelnames[c]];
-    for (int p = 0; p < kSize * kSize; ++p) channel.push_back(data[size_t(p) * spec.nchannels + c]);
-  }
-  for (const OIIO::ParamValue& attribute : spec.extra_attribs)
-    if (attribute.type() == OIIO::TypeDesc::STRING) image.attributes[attribute.name().string()] = attribute.get_string();
-  return image;
-}
-
 float idOf(const std::string& hex) {
   const uint32_t bits = uint32_t(std::stoul(hex, nullptr, 16));
   float id;
@@ -99,19 +75,22 @@ class CompositingRun : public ::testing::Test {
     std::ofstream(*folder_ / "config.json") << config.dump();
     const ProgramRun run = runProgram(*folder_, {"scene.gltf", "config.json"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    beauty_ = new FlatImage(readFlat(*folder_ / "beauty.exr"));
+    beauty_ = new ImageFile(readImageFile(*folder_ / "beauty.exr"));
   }
   static void TearDownTestSuite() {
     delete beauty_;
     delete folder_;
   }
-  void SetUp() override { ASSERT_FALSE(beauty_->channels.empty()) << "no beauty.exr"; }
+  void SetUp() override {
+    ASSERT_EQ(beauty_->width * beauty_->height, kSize * kSize) << "no beauty.exr";
+    EXPECT_TRUE(beauty_->allFloat) << "every channel float";
+  }
 
   static RunFolder* folder_;
-  static FlatImage* beauty_;
+  static ImageFile* beauty_;
 };
 RunFolder* CompositingRun::folder_ = nullptr;
-FlatImage* CompositingRun::beauty_ = nullptr;
+ImageFile* CompositingRun::beauty_ = nullptr;
 
 TEST(CryptomatteIds, MatchThePublishedExamples) {
   const std::pair<const char*, uint32_t> cases[] = {

@@ -42,8 +42,13 @@ class EngineTest : public ::testing::Test {
         if (line.compare(0, operation.size() + 1, operation + "(") == 0) lines.push_back(line);
     return lines;
   }
-  std::vector<std::string> traceOf(const char* operation) const {
-    return traceOf(std::vector<std::string>{operation});
+
+  // A framebuffer of four channels of `type` on this context, deleted with it.
+  ZvrFrameBuffer framebuffer(uint32_t width, uint32_t height, uint32_t type = ZVR_COMPONENT_TYPE_FLOAT32) const {
+    ZvrFrameBuffer buffer = nullptr;
+    const ZvrFramebufferDesc desc = {width, height};
+    EXPECT_EQ(zvrContextCreateFrameBuffer(context_, {4, type}, &desc, &buffer), ZVR_SUCCESS);
+    return buffer;
   }
 
   // A scene of nothing but a constant environment, so that every pixel of a render is known.

@@ -1,23 +1,17 @@
 // The program's own colour pipeline against values computed by hand from the curves, the OpenColorIO
-// road with a real configuration written here, the PNG stream written whatever the file's extension,
-// and the id colour table.
+// road with a real configuration written here, and the id colour table.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <limits>
 #include <stdexcept>
 #include <string>
 
-#define STB_IMAGE_IMPLEMENTATION
-#include <stb/stb_image.h>
-
 #include "program/render_settings.h"
 #include "render/index_colors.h"
 #include "render/ocio_display.h"
 #include "render/pixel_pipeline.h"
-#include "render/png_writer.h"
 #include "tests/support/program_run.h"
 
 using namespace zvrs;
@@ -132,7 +126,6 @@ TEST(OcioRoad, ProcessorAppliesExposureViewAndGammaOrIsNotMade) {
     const char* view;
     float exposure, gamma, input, expected;  // expected < 0: no processor
   } cases[] = {
-      {"view alone", folder / "config.ocio", "Root", 1.0f, 0.0f, 0.25f, 0.5f},
       {"exposure before the view", folder / "config.ocio", "Root", 2.0f, 0.0f, 0.125f, 0.5f},
       {"display gamma after the view", folder / "config.ocio", "Root", 2.0f, 2.0f, 0.125f, std::sqrt(0.5f)},
       {"negative clamped by the exponent", folder / "config.ocio", "Root", 1.0f, 0.0f, -0.25f, 0.0f},
@@ -154,25 +147,6 @@ TEST(OcioRoad, ProcessorAppliesExposureViewAndGammaOrIsNotMade) {
     processor->applyRGB(rgb);
     for (float value : rgb) EXPECT_NEAR(value, c.expected, 1e-4f) << c.label;
   }
-}
-
-TEST(PngWriter, RgbEightBitWhateverTheExtension) {
-  const RunFolder folder("png");
-  const uint8_t rgb[2 * 2 * 3] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 10, 20, 30};
-  EXPECT_FALSE(writePngRgb8((folder / "missing/x.png").c_str(), 1, 1, rgb));
-  ASSERT_TRUE(writePngRgb8((folder / "x.jpg").c_str(), 2, 2, rgb));
-  // The signature, then colour type 2 (RGB) and depth 8 in the header chunk.
-  const std::string bytes = readWholeFile(folder / "x.jpg");
-  ASSERT_GT(bytes.size(), 26u);
-  EXPECT_EQ(bytes.substr(0, 8), "\x89PNG\r\n\x1a\n");
-  EXPECT_EQ(bytes[24], 8);
-  EXPECT_EQ(bytes[25], 2);
-  int width = 0, height = 0, components = 0;
-  unsigned char* pixels = stbi_load((folder / "x.jpg").c_str(), &width, &height, &components, 0);
-  ASSERT_NE(pixels, nullptr);
-  EXPECT_EQ(std::vector<int>({width, height, components}), std::vector<int>({2, 2, 3}));
-  EXPECT_EQ(std::memcmp(pixels, rgb, sizeof(rgb)), 0);
-  stbi_image_free(pixels);
 }
 
 // The id colour table, against TEA results worked out separately for a few indices.

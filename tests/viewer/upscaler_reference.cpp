@@ -7,22 +7,18 @@
 
 namespace {
 
-float fromBits(uint32_t bits) {
-  float value;
-  std::memcpy(&value, &bits, sizeof value);
-  return value;
+// The same bits read as the other type, as the shaders' asuint and asfloat do.
+template <typename To, typename From>
+To sameBits(From value) {
+  To result;
+  std::memcpy(&result, &value, sizeof result);
+  return result;
 }
 
-uint32_t toBits(float value) {
-  uint32_t bits;
-  std::memcpy(&bits, &value, sizeof bits);
-  return bits;
-}
-
-float lowRcp(float a) { return fromBits(0x7ef07ebbu - toBits(a)); }
-float lowRsq(float a) { return fromBits(0x5f347d74u - (toBits(a) >> 1)); }
+float lowRcp(float a) { return sameBits<float>(0x7ef07ebbu - sameBits<uint32_t>(a)); }
+float lowRsq(float a) { return sameBits<float>(0x5f347d74u - (sameBits<uint32_t>(a) >> 1)); }
 float mediumRcp(float a) {
-  const float b = fromBits(0x7ef19fffu - toBits(a));
+  const float b = sameBits<float>(0x7ef19fffu - sameBits<uint32_t>(a));
   return b * (-b * a + 2.0f);
 }
 float saturate(float a) { return std::min(std::max(a, 0.0f), 1.0f); }

@@ -3,15 +3,15 @@
 // and how a run ends.
 #include <gtest/gtest.h>
 
-#include <OpenImageIO/imageio.h>
-
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/render/image_file.h"
 #include "tests/support/process_runner.h"
 #include "viewer/upscaler_constants.h"
 #include "tests/viewer/upscaler_reference.h"
@@ -37,18 +37,6 @@ std::string settingsFor(const std::string& plugin, const std::string& extra, int
          std::to_string(height) + R"(,"gamma":2.2,"print.progress":0)" + extra + "}";
 }
 
-// The window's picture as 8-bit values, from the resolved floats a batch render saved.
-std::vector<float> readExr(const std::string& path) {
-  std::vector<float> pixels;
-  auto input = OIIO::ImageInput::open(path);
-  if (!input) return pixels;
-  const OIIO::ImageSpec& spec = input->spec();
-  pixels.resize(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
-  input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, pixels.data());
-  pixels.resize(static_cast<size_t>(spec.width) * spec.height * 4 * (spec.nchannels == 4));
-  return pixels;
-}
-
 int toByte(float value) { return static_cast<int>(std::lround(std::clamp(value, 0.0f, 1.0f) * 255.0f)); }
 
 // Largest difference, over the uncovered part of the picture less `border` pixels at its edges,
@@ -70,9 +58,12 @@ double meanDifference(const WindowPixels& a, const WindowPixels& b) {
   return sum / static_cast<double>(std::max<size_t>(a.rgb.size(), 1));
 }
 
+using Vec = std::array<float, 3>;
+Vec minus(const Vec& a, const Vec& b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
+float dot(const Vec& a, const Vec& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+
 struct LookAt {
-  float eye[3];
-  float at[3];
+  Vec eye, at;
 };
 
 std::vector<LookAt> lookAtCalls(const std::string& trace) {
@@ -97,10 +88,8 @@ class ViewerWindow : public ::testing::Test {
 
   // Starts the viewer on `scene` and waits for its window.
   void start(const std::string& scene, const std::string& settings) {
-    ProcessOptions options;
-    options.workingDirectory = folder_;
-    options.environment = {{"ZVR_TRACE", folder_ / "api.trace"}};
-    viewer_ = std::make_unique<ChildProcess>(renderProgramPath(), std::vector<std::string>{scene, settings}, options);
+    viewer_ = std::make_unique<ChildProcess>(renderProgramPath(), std::vector<std::string>{scene, settings},
+                                             ProcessOptions{folder_, {{"ZVR_TRACE", folder_ / "api.trace"}}});
     ASSERT_TRUE(x11_.findWindow("ZvrsRender", 120.0)) << viewer_->finish(5).err;
   }
 
@@ -162,7 +151,7 @@ TEST_F(ViewerWindow, StoppedPictureEqualsABatchRenderThenAMoveClearsIt) {
                                                    width, height)});
     ASSERT_EQ(batch.exitCode, 0) << batch.err;
     Picture expected(width, height);
-    expected.rgba = readExr(folder_ / "reference.exr");
+    expected.rgba = readImageFile(folder_ / "reference.exr").values;
     ASSERT_EQ(expected.rgba.size(), size_t(width) * height * 4);
     if (c.divisor > 1) expected = referenceNalt(referenceTovu(expected, kWidth, kHeight), naltSharpness(0.25f));
     // The sharpening's taps beyond the edge are the driver's business: then the border is left out.
@@ -210,29 +199,18 @@ TEST_F(ViewerWindow, KeysAndDragMoveTheCameraThroughTheEngine) {
 
   const std::vector<LookAt> calls = lookAtCalls(folder_ / "api.trace");
   ASSERT_GE(calls.size(), 2u);
-  float firstDir[3];
-  for (int i = 0; i < 3; ++i) firstDir[i] = calls[0].at[i] - calls[0].eye[i];
+  const Vec firstDir = minus(calls[0].at, calls[0].eye);
   size_t walking = 1;
   // While W is held the eye advances 0.2 per frame along the view, which stays one unit ahead.
   for (; walking < calls.size(); ++walking) {
-    float step = 0.0f, along = 0.0f;
-    for (int i = 0; i < 3; ++i) {
-      const float d = calls[walking].eye[i] - calls[walking - 1].eye[i];
-      step += d * d;
-      along += d * firstDir[i];
-    }
-    if (std::sqrt(step) < 1e-4f) break;  // the drag turns without moving
-    EXPECT_NEAR(along, 0.2f, 2e-3f) << "call " << walking;
+    const Vec step = minus(calls[walking].eye, calls[walking - 1].eye);
+    if (std::sqrt(dot(step, step)) < 1e-4f) break;  // the drag turns without moving
+    EXPECT_NEAR(dot(step, firstDir), 0.2f, 2e-3f) << "call " << walking;
   }
   ASSERT_LT(walking, calls.size()) << "the drag sent no turn";
-  float length = 0.0f, turn = 0.0f;
-  for (int i = 0; i < 3; ++i) {
-    const float d = calls.back().at[i] - calls.back().eye[i];
-    length += d * d;
-    turn += d * firstDir[i];
-  }
-  EXPECT_NEAR(std::sqrt(length), 1.0f, 1e-3f);
-  EXPECT_LT(turn, 0.999f) << "the drag turned the view";
+  const Vec last = minus(calls.back().at, calls.back().eye);
+  EXPECT_NEAR(std::sqrt(dot(last, last)), 1.0f, 1e-3f);
+  EXPECT_LT(dot(last, firstDir), 0.999f) << "the drag turned the view";
 }
 
 TEST_F(ViewerWindow, UntickedShapeLeavesThePicture) {

@@ -89,13 +89,8 @@ WindowPixels X11Session::capture() {
   return pixels;
 }
 
-void X11Session::pressKey(const std::string& keysymName) {
-  XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, XStringToKeysym(keysymName.c_str())), True, CurrentTime);
-  XFlush(display_);
-}
-
-void X11Session::releaseKey(const std::string& keysymName) {
-  XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, XStringToKeysym(keysymName.c_str())), False, CurrentTime);
+void X11Session::sendKey(const std::string& keysymName, bool down) {
+  XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, XStringToKeysym(keysymName.c_str())), down, CurrentTime);
   XFlush(display_);
 }
 
@@ -114,13 +109,8 @@ void X11Session::moveTo(int x, int y) {
   XFlush(display_);
 }
 
-void X11Session::pressButton() {
-  XTestFakeButtonEvent(display_, 1, True, CurrentTime);
-  XFlush(display_);
-}
-
-void X11Session::releaseButton() {
-  XTestFakeButtonEvent(display_, 1, False, CurrentTime);
+void X11Session::sendButton(bool down) {
+  XTestFakeButtonEvent(display_, 1, down, CurrentTime);
   XFlush(display_);
 }
 

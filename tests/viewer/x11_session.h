@@ -26,16 +26,19 @@ class X11Session {
   WindowPixels capture();
   // Holds the key (an X keysym name such as "w" or "Up") for `milliseconds`.
   void holdKey(const std::string& keysymName, int milliseconds);
-  void pressKey(const std::string& keysymName);
-  void releaseKey(const std::string& keysymName);
+  void pressKey(const std::string& keysymName) { sendKey(keysymName, true); }
+  void releaseKey(const std::string& keysymName) { sendKey(keysymName, false); }
   void moveTo(int x, int y);  // in the window's pixels
-  void pressButton();        // the left button
-  void releaseButton();
+  void pressButton() { sendButton(true); }  // the left button
+  void releaseButton() { sendButton(false); }
   void click(int x, int y, int holdMilliseconds);
   // The WM_DELETE_WINDOW client message that a window manager sends on a close request.
   void requestClose();
 
  private:
+  void sendKey(const std::string& keysymName, bool down);
+  void sendButton(bool down);
+
   struct _XDisplay* display_ = nullptr;
   unsigned long window_ = 0;
 };
