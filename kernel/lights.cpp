@@ -21,8 +21,11 @@ Vec3 latLongToDirection(float u, float v) {
   return {std::sin(theta) * std::sin(phi), std::cos(theta), -std::sin(theta) * std::cos(phi)};
 }
 
+// Sampling by solid angle pays where a triangle looks large (noise near emitters falls) and costs
+// more than it saves where it looks small: a centroid estimate of the angle chooses, cheaply.
+constexpr float kSphericalEstimate = 0.05f;
 // Solid angles outside this range are sampled by area: below it the spherical construction loses
-// precision and both densities agree anyway, above it the triangle nearly surrounds the point.
+// precision, above it the triangle nearly surrounds the point.
 constexpr float kMinSphericalSolidAngle = 3e-4f;
 constexpr float kMaxSphericalSolidAngle = 6.22f;
 
@@ -38,25 +41,23 @@ float solidAngleFromOrigin(Vec3 a, Vec3 b, Vec3 c) {
 Vec3 orthogonalPart(Vec3 v, Vec3 unit) { return normalize(v - unit * dot(v, unit)); }
 
 // A direction from the origin to triangle (v0, v1, v2) uniform in solid angle (Arvo 1995), as the
-// barycentrics (b1, b2) of the point it meets. False when the triangle is too thin to sample so.
-bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float u1, float u2, float& b1, float& b2) {
+// barycentrics (b1, b2) of the point it meets. `solidAngle` is the triangle's, which stands in for
+// the sum of its angles, so the vertex angle alpha is needed only through its sine and cosine: no
+// inverse trigonometry per sample. False when the triangle is too thin to sample so.
+bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float solidAngle, float u1, float u2, float& b1, float& b2) {
   Vec3 a = normalize(v0), b = normalize(v1), c = normalize(v2);
-  Vec3 nab = cross(a, b), nbc = cross(b, c), nca = cross(c, a);
-  if (dot(nab, nab) <= 0 || dot(nbc, nbc) <= 0 || dot(nca, nca) <= 0) return false;
-  nab = normalize(nab);
-  nbc = normalize(nbc);
-  nca = normalize(nca);
-  auto angle = [](Vec3 x, Vec3 y) { return std::acos(std::clamp(dot(x, y), -1.0f, 1.0f)); };
-  float alpha = angle(nab, -nca), beta = angle(nbc, -nab), gamma = angle(nca, -nbc);
+  Vec3 nab = cross(a, b), nac = cross(a, c);
+  if (dot(nab, nab) <= 0 || dot(nac, nac) <= 0) return false;
+  float cosAlpha = std::clamp(dot(normalize(nab), normalize(nac)), -1.0f, 1.0f);
+  float sinAlpha = std::sqrt(std::max(0.0f, 1 - cosAlpha * cosAlpha));
   // The sub-triangle of area u1 * A, then a point along its far arc.
-  float areaPlusPi = kPi + u1 * (alpha + beta + gamma - kPi);
-  float cosAlpha = std::cos(alpha), sinAlpha = std::sin(alpha);
-  float sinArea = std::sin(areaPlusPi), cosArea = std::cos(areaPlusPi);
-  float sinPhi = sinArea * cosAlpha - cosArea * sinAlpha, cosPhi = cosArea * cosAlpha + sinArea * sinAlpha;
-  float k1 = cosPhi + cosAlpha, k2 = sinPhi - sinAlpha * dot(a, b);
-  float denominator = (k2 * sinPhi + k1 * cosPhi) * sinAlpha;
+  float sinArea, cosArea;
+  sinCos2Pi(u1 * solidAngle / (2 * kPi), sinArea, cosArea);
+  float s = sinArea * cosAlpha - cosArea * sinAlpha, t = cosArea * cosAlpha + sinArea * sinAlpha;
+  float u = t - cosAlpha, v = s + sinAlpha * dot(a, b);
+  float denominator = (v * s + u * t) * sinAlpha;
   if (!(std::fabs(denominator) > 0)) return false;
-  float cosBp = std::clamp((k2 + (k2 * cosPhi - k1 * sinPhi) * cosAlpha) / denominator, -1.0f, 1.0f);
+  float cosBp = std::clamp(((v * t - u * s) * cosAlpha - v) / denominator, -1.0f, 1.0f);
   Vec3 cp = a * cosBp + orthogonalPart(c, a) * std::sqrt(std::max(0.0f, 1 - cosBp * cosBp));
   float cosTheta = 1 - u2 * (1 - dot(cp, b));
   Vec3 w = b * cosTheta + orthogonalPart(cp, b) * std::sqrt(std::max(0.0f, 1 - cosTheta * cosTheta));
@@ -64,9 +65,9 @@ bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float u1, float u2, floa
   Vec3 e1 = v1 - v0, e2 = v2 - v0, s1 = cross(w, e2);
   float divisor = dot(s1, e1);
   if (!(std::fabs(divisor) > 0)) return false;
-  Vec3 s = -v0;
-  b1 = std::clamp(dot(s, s1) / divisor, 0.0f, 1.0f);
-  b2 = std::clamp(dot(w, cross(s, e1)) / divisor, 0.0f, 1.0f);
+  Vec3 o = -v0;
+  b1 = std::clamp(dot(o, s1) / divisor, 0.0f, 1.0f);
+  b2 = std::clamp(dot(w, cross(o, e1)) / divisor, 0.0f, 1.0f);
   float sum = b1 + b2;
   if (sum > 1) {
     b1 /= sum;
@@ -263,14 +264,23 @@ float LightSet::environmentPdf(Vec3 dir) const {
   return pdf;
 }
 
+// The same choice for sampling and for the MIS density, so the two always agree.
+float LightSet::sphericalSolidAngle(const Triangle& t, Vec3 ref) {
+  Vec3 d = t.p0 + (t.e1 + t.e2) * (1.0f / 3) - ref;
+  float dist2 = dot(d, d);
+  float estimate = t.area * std::fabs(dot(t.normal, d)) / (dist2 * std::sqrt(dist2));
+  if (!(estimate >= kSphericalEstimate)) return 0;
+  float solidAngle = solidAngleFromOrigin(t.p0 - ref, t.p0 + t.e1 - ref, t.p0 + t.e2 - ref);
+  return solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle ? solidAngle : 0;
+}
+
 float LightSet::trianglePdf(const Scene&, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const {
   if (shape >= firstTriangleEntry_.size() || firstTriangleEntry_[shape] < 0) return 0;
   size_t entry = size_t(firstTriangleEntry_[shape]) + prim;
   if (entry >= entries_.size()) return 0;
   const Triangle& t = triangles_[entries_[entry].index];
   float area = t.area;
-  float solidAngle = solidAngleFromOrigin(t.p0 - ref, t.p0 + t.e1 - ref, t.p0 + t.e2 - ref);
-  if (solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle) return selection_.pmf(entry) / solidAngle;
+  if (float solidAngle = sphericalSolidAngle(t, ref); solidAngle > 0) return selection_.pmf(entry) / solidAngle;
   Vec3 d = lightPoint - ref;
   float dist2 = dot(d, d);
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
@@ -357,11 +367,11 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       // Uniform in solid angle where the triangle looks large, so points near an emitter are not
       // lit by samples bunched on its near edge; by area where it looks small.
       const Vec3 v0 = t.p0 - ref, v1 = v0 + t.e1, v2 = v0 + t.e2;
-      const float solidAngle = solidAngleFromOrigin(v0, v1, v2);
-      const bool spherical = solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle;
+      const float solidAngle = sphericalSolidAngle(t, ref);
+      const bool spherical = solidAngle > 0;
       float b1, b2;
       if (!spherical) squareToTriangle(u1, u2, b1, b2);
-      else if (!sampleSphericalTriangle(v0, v1, v2, u1, u2, b1, b2)) return false;
+      else if (!sampleSphericalTriangle(v0, v1, v2, solidAngle, u1, u2, b1, b2)) return false;
       Vec3 p = t.p0 + t.e1 * b1 + t.e2 * b2;
       Vec3 d = p - ref;
       float dist2 = dot(d, d);
