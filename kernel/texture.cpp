@@ -5,6 +5,8 @@
 
 #include <array>
 
+#include "kernel/texel_bytes.h"
+
 namespace zvr::kernel {
 namespace {
 
@@ -49,27 +51,21 @@ float decodeSrgb(float v) {
   return srgbToLinear(v);
 }
 
-// One row of the finest level from the decoded image, as RGBA.
-void convertRow(const ImageData& image, bool valid, uint32_t channels, bool color, float gamma, size_t first, size_t count,
-                float* out) {
-  const bool srgb = color && image.colorSpace == ColorSpace::SRGB, powered = color && !srgb && gamma != 1.0f;
-  for (size_t i = first; i < first + count; ++i, out += 4) {
-    float c[4] = {0, 0, 0, 1};
-    if (valid) {
-      const float* p = &image.pixels[i * image.channels];
-      for (uint32_t k = 0; k < channels; ++k) c[k] = p[k];
-      // Grey images (1 or 2 channels) spread luminance over RGB; the second channel is alpha.
-      if (channels <= 2) {
-        c[3] = channels == 2 ? p[1] : 1;
-        c[1] = c[2] = c[0];
-      }
-    }
-    for (int k = 0; k < 3; ++k) {
-      if (srgb) c[k] = decodeSrgb(c[k]);
-      else if (powered && c[k] > 0) c[k] = std::pow(c[k], gamma);
-    }
-    for (int k = 0; k < 4; ++k) out[k] = c[k];
+// The RGBA of texel i as the image holds it: grey images (1 or 2 channels) spread luminance over
+// RGB, and their second channel is alpha.
+void imageTexel(const ImageData& image, uint32_t channels, size_t i, float c[4]) {
+  const float* p = &image.pixels[i * image.channels];
+  c[3] = 1;
+  for (uint32_t k = 0; k < channels; ++k) c[k] = p[k];
+  if (channels <= 2) {
+    c[3] = channels == 2 ? p[1] : 1;
+    c[1] = c[2] = c[0];
   }
+}
+
+float decodeColour(float v, bool srgb, bool powered, float gamma) {
+  if (srgb) return decodeSrgb(v);
+  return powered && v > 0 ? std::pow(v, gamma) : v;
 }
 
 }  // namespace
@@ -78,25 +74,47 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
   channels_ = std::min(4u, std::max(1u, image.channels));
   baseWidth_ = std::max(1u, image.width);
   baseHeight_ = std::max(1u, image.height);
-  Level base{baseWidth_, baseHeight_, std::vector<float>(size_t(baseWidth_) * baseHeight_ * 4)};
-  size_t count = size_t(image.width) * image.height;
-  bool valid = image.width > 0 && image.height > 0 && image.channels >= 1 && image.pixels.size() >= count * image.channels;
+  const size_t texels = size_t(baseWidth_) * baseHeight_;
+  bool valid = image.width > 0 && image.height > 0 && image.channels >= 1 &&
+               image.pixels.size() >= size_t(image.width) * image.height * image.channels;
+  const bool srgb = color && image.colorSpace == ColorSpace::SRGB, powered = color && !srgb && gamma != 1.0f;
+  const ByteForm form = valid ? byteFormOf(image) : ByteForm::None;
+  Level base{baseWidth_, baseHeight_, {}, {}};
+  if (form != ByteForm::None) {
+    auto decode = std::make_unique<ByteDecode>();
+    for (uint32_t k = 0; k < 256; ++k) {
+      decode->alpha[k] = byteValue(form, k);
+      decode->rgb[k] = decodeColour(decode->alpha[k], srgb, powered, gamma);
+    }
+    decode_ = std::move(decode);
+    base.bytes.resize(texels * 4);
+  } else {
+    base.texels.resize(texels * 4);
+  }
   // Rows in parallel: a scene's large textures would otherwise hold up its first picture.
   tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
-    for (uint32_t y = rows.begin(); y < rows.end(); ++y)
-      convertRow(image, valid, channels_, color, gamma, size_t(y) * baseWidth_, baseWidth_,
-                 &base.texels[size_t(y) * baseWidth_ * 4]);
+    for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_; ++i) {
+      float c[4] = {0, 0, 0, 1};
+      if (valid) imageTexel(image, channels_, i, c);
+      if (decode_) {
+        for (int k = 0; k < 4; ++k) base.bytes[i * 4 + k] = byteOf(c[k]);
+        continue;
+      }
+      for (int k = 0; k < 3; ++k) c[k] = decodeColour(c[k], srgb, powered, gamma);
+      for (int k = 0; k < 4; ++k) base.texels[i * 4 + k] = c[k];
+    }
   });
   levels_.push_back(std::move(base));
   while (levels_.back().width > 1 || levels_.back().height > 1) {
     const Level& f = levels_.back();
-    Level next{std::max(1u, f.width / 2), std::max(1u, f.height / 2), {}};
+    Level next{std::max(1u, f.width / 2), std::max(1u, f.height / 2), {}, {}};
     next.texels.resize(size_t(next.width) * next.height * 4);
     tbb::parallel_for(tbb::blocked_range<uint32_t>(0, next.height, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
+      std::vector<float> scratch0, scratch1;
       for (uint32_t y = rows.begin(); y < rows.end(); ++y) {
         // An odd last row or column repeats: the box filter reads the edge twice.
-        const float* row0 = &f.texels[size_t(std::min(f.height - 1, 2 * y)) * f.width * 4];
-        const float* row1 = &f.texels[size_t(std::min(f.height - 1, 2 * y + 1)) * f.width * 4];
+        const float* row0 = rowOf(f, std::min(f.height - 1, 2 * y), scratch0);
+        const float* row1 = rowOf(f, std::min(f.height - 1, 2 * y + 1), scratch1);
         float* out = &next.texels[size_t(y) * next.width * 4];
         for (uint32_t x = 0; x < next.width; ++x, out += 4) {
           const size_t x0 = size_t(std::min(f.width - 1, 2 * x)) * 4, x1 = size_t(std::min(f.width - 1, 2 * x + 1)) * 4;
@@ -108,6 +126,20 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
   }
 }
 
+const float* Texture::rowOf(const Level& level, uint32_t y, std::vector<float>& scratch) const {
+  const size_t first = size_t(y) * level.width * 4;
+  if (level.bytes.empty()) return &level.texels[first];
+  scratch.resize(size_t(level.width) * 4);
+  for (size_t i = 0; i < scratch.size(); i += 4) {
+    const uint8_t* b = &level.bytes[first + i];
+    scratch[i] = decode_->rgb[b[0]];
+    scratch[i + 1] = decode_->rgb[b[1]];
+    scratch[i + 2] = decode_->rgb[b[2]];
+    scratch[i + 3] = decode_->alpha[b[3]];
+  }
+  return scratch.data();
+}
+
 bool Texture::dropFinestLevel() {
   if (levels_.size() <= 1) return false;
   levels_.erase(levels_.begin());
@@ -117,14 +149,19 @@ bool Texture::dropFinestLevel() {
 
 size_t Texture::bytes() const {
   size_t b = 0;
-  for (const auto& l : levels_) b += l.texels.size() * sizeof(float);
+  for (const auto& l : levels_) b += l.texels.size() * sizeof(float) + l.bytes.size();
   return b;
 }
 
 Vec4 Texture::fetch(const Level& level, int x, int y, uint32_t wrapS, uint32_t wrapT) const {
   x = wrapCoord(x, int(level.width), wrapS);
   y = wrapCoord(y, int(level.height), wrapT);
-  const float* t = &level.texels[(size_t(y) * level.width + x) * 4];
+  const size_t i = (size_t(y) * level.width + x) * 4;
+  if (!level.bytes.empty()) {
+    const uint8_t* b = &level.bytes[i];
+    return {decode_->rgb[b[0]], decode_->rgb[b[1]], decode_->rgb[b[2]], decode_->alpha[b[3]]};
+  }
+  const float* t = &level.texels[i];
   return {t[0], t[1], t[2], t[3]};
 }
 

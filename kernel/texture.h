@@ -33,12 +33,20 @@ class Texture {
  private:
   struct Level {
     uint32_t width, height;
-    std::vector<float> texels;  // 4 per texel
+    std::vector<float> texels;   // 4 per texel, or
+    std::vector<uint8_t> bytes;  // 4 per texel, at the finest level of an 8-bit image
   };
+  // Bytes back to exactly the floats a float level would hold: colour decoded as the texture asks.
+  struct ByteDecode {
+    float rgb[256], alpha[256];
+  };
+  // Row y of a level as RGBA floats: the level's own for floats, else decoded into `scratch`.
+  const float* rowOf(const Level& level, uint32_t y, std::vector<float>& scratch) const;
   Vec4 fetch(const Level& level, int x, int y, uint32_t wrapS, uint32_t wrapT) const;
   Vec4 bilinear(const Level& level, float u, float v, uint32_t wrapS, uint32_t wrapT) const;
   Vec4 nearest(const Level& level, float u, float v, uint32_t wrapS, uint32_t wrapT) const;
   std::vector<Level> levels_;
+  std::unique_ptr<const ByteDecode> decode_;  // null unless the finest level holds bytes
   uint32_t channels_ = 4, baseWidth_ = 0, baseHeight_ = 0, dropped_ = 0;
 };
 

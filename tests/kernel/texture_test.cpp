@@ -3,6 +3,7 @@
 #include <tuple>
 
 #include "kernel/aov.h"
+#include "kernel/texel_bytes.h"
 #include "kernel/texture.h"
 #include "tests/kernel/test_support.h"
 
@@ -60,6 +61,33 @@ TEST(Texture, SrgbAndGammaApplyToColourTexturesOnly) {
   transformTexcoord(b, u, v);
   EXPECT_NEAR(u, 0, 1e-6f);
   EXPECT_NEAR(v, -1, 1e-6f);
+}
+
+// An 8-bit image keeps its finest level as bytes, and must sample exactly as the same image held
+// as floats (forced by one value off the byte grid, in the last texel, which no lookup below reads).
+TEST(Texture, EightBitImagesSampleExactlyAsFloatImages) {
+  const uint32_t w = 8, h = 8;
+  for (ByteForm form : {ByteForm::Divided, ByteForm::Multiplied})
+    for (uint32_t channels : {2u, 4u})
+      for (auto [colour, space, gamma] : {std::tuple{true, ColorSpace::SRGB, 1.0f}, {true, ColorSpace::Linear, 2.2f},
+                                          {false, ColorSpace::SRGB, 1.0f}}) {
+        SCOPED_TRACE(testing::Message() << "form " << int(form) << ", " << channels << " channels, colour " << colour
+                                        << ", gamma " << gamma);
+        std::vector<float> values(w * h * channels);
+        for (size_t i = 0; i < values.size(); ++i) values[i] = byteValue(form, uint32_t(i * 37 % 256));
+        Texture bytes(*image(w, h, channels, values, space), colour, gamma);
+        values.back() = 0.5001f;
+        Texture floats(*image(w, h, channels, values, space), colour, gamma);
+        EXPECT_LT(bytes.bytes(), floats.bytes() * 2 / 3) << "the finest level is a quarter of the floats";
+        for (uint32_t i = 0; i + 1 < w * h; ++i) {
+          const float u = (i % w + 0.5f) / w, v = (i / w + 0.5f) / h;
+          Vec4 a = bytes.sample(u, v, -1, 0, 0, false, false), b = floats.sample(u, v, -1, 0, 0, false, false);
+          ASSERT_TRUE(a.x == b.x && a.y == b.y && a.z == b.z && a.w == b.w) << "texel " << i;
+        }
+        // The first coarser level averages the decoded texels alike.
+        Vec4 a = bytes.sample(0.1f, 0.1f, 1, 0, 0, false, false), b = floats.sample(0.1f, 0.1f, 1, 0, 0, false, false);
+        EXPECT_TRUE(a.x == b.x && a.y == b.y && a.z == b.z && a.w == b.w);
+      }
 }
 
 TEST(Texture, CoarseLevelsAverageAndTheLimitDropsFineLevels) {
