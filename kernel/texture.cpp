@@ -2,6 +2,7 @@
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
+#include <tbb/parallel_reduce.h>
 
 #include <array>
 
@@ -15,6 +16,8 @@ float srgbToLinear(float v) {
 }
 
 int wrapCoord(int i, int n, uint32_t mode) {
+  // Most lookups land inside the image: no division for them.
+  if (unsigned(i) < unsigned(n)) return i;
   switch (mode) {
     case 1:  // clamp
       return std::min(std::max(i, 0), n - 1);
@@ -78,32 +81,49 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
   bool valid = image.width > 0 && image.height > 0 && image.channels >= 1 &&
                image.pixels.size() >= size_t(image.width) * image.height * image.channels;
   const bool srgb = color && image.colorSpace == ColorSpace::SRGB, powered = color && !srgb && gamma != 1.0f;
-  const ByteForm form = valid ? byteFormOf(image) : ByteForm::None;
   Level base{baseWidth_, baseHeight_, {}, {}};
-  if (form != ByteForm::None) {
+  // Bytes first, checking on the way that every value is a byte's; the rare image that is not
+  // (16-bit, HDR) is converted again as floats.
+  ByteFormCheck check;
+  if (valid) {
+    base.bytes.resize(texels * 4);
+    check = tbb::parallel_reduce(
+        tbb::blocked_range<uint32_t>(0, baseHeight_, 16), ByteFormCheck(),
+        [&](const tbb::blocked_range<uint32_t>& rows, ByteFormCheck found) {
+          for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_ && found.possible(); ++i) {
+            float c[4];
+            imageTexel(image, channels_, i, c);
+            for (int k = 0; k < 4; ++k) {
+              found.add(c[k]);
+              base.bytes[i * 4 + k] = byteOf(c[k]);
+            }
+          }
+          return found;
+        },
+        [](ByteFormCheck a, const ByteFormCheck& b) {
+          a.merge(b);
+          return a;
+        });
+  }
+  if (valid && check.possible()) {
     auto decode = std::make_unique<ByteDecode>();
     for (uint32_t k = 0; k < 256; ++k) {
-      decode->alpha[k] = byteValue(form, k);
+      decode->alpha[k] = byteValue(check.form(), k);
       decode->rgb[k] = decodeColour(decode->alpha[k], srgb, powered, gamma);
     }
     decode_ = std::move(decode);
-    base.bytes.resize(texels * 4);
   } else {
+    base.bytes = {};
     base.texels.resize(texels * 4);
-  }
-  // Rows in parallel: a scene's large textures would otherwise hold up its first picture.
-  tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
-    for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_; ++i) {
-      float c[4] = {0, 0, 0, 1};
-      if (valid) imageTexel(image, channels_, i, c);
-      if (decode_) {
-        for (int k = 0; k < 4; ++k) base.bytes[i * 4 + k] = byteOf(c[k]);
-        continue;
+    tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
+      for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_; ++i) {
+        float c[4] = {0, 0, 0, 1};
+        if (valid) imageTexel(image, channels_, i, c);
+        for (int k = 0; k < 3; ++k) c[k] = decodeColour(c[k], srgb, powered, gamma);
+        for (int k = 0; k < 4; ++k) base.texels[i * 4 + k] = c[k];
       }
-      for (int k = 0; k < 3; ++k) c[k] = decodeColour(c[k], srgb, powered, gamma);
-      for (int k = 0; k < 4; ++k) base.texels[i * 4 + k] = c[k];
-    }
-  });
+    });
+  }
   levels_.push_back(std::move(base));
   while (levels_.back().width > 1 || levels_.back().height > 1) {
     const Level& f = levels_.back();
@@ -154,8 +174,10 @@ size_t Texture::bytes() const {
 }
 
 Vec4 Texture::fetch(const Level& level, int x, int y, uint32_t wrapS, uint32_t wrapT) const {
-  x = wrapCoord(x, int(level.width), wrapS);
-  y = wrapCoord(y, int(level.height), wrapT);
+  return texel(level, wrapCoord(x, int(level.width), wrapS), wrapCoord(y, int(level.height), wrapT));
+}
+
+Vec4 Texture::texel(const Level& level, int x, int y) const {
   const size_t i = (size_t(y) * level.width + x) * 4;
   if (!level.bytes.empty()) {
     const uint8_t* b = &level.bytes[i];
@@ -174,8 +196,9 @@ Vec4 Texture::bilinear(const Level& level, float u, float v, uint32_t wrapS, uin
   float fx = std::floor(x), fy = std::floor(y);
   float ax = x - fx, ay = y - fy;
   int ix = int(fx), iy = int(fy);
-  Vec4 a = fetch(level, ix, iy, wrapS, wrapT), b = fetch(level, ix + 1, iy, wrapS, wrapT);
-  Vec4 c = fetch(level, ix, iy + 1, wrapS, wrapT), d = fetch(level, ix + 1, iy + 1, wrapS, wrapT);
+  const int x0 = wrapCoord(ix, int(level.width), wrapS), x1 = wrapCoord(ix + 1, int(level.width), wrapS);
+  const int y0 = wrapCoord(iy, int(level.height), wrapT), y1 = wrapCoord(iy + 1, int(level.height), wrapT);
+  Vec4 a = texel(level, x0, y0), b = texel(level, x1, y0), c = texel(level, x0, y1), d = texel(level, x1, y1);
   auto mix = [&](float p, float q, float r, float s) {
     return (p * (1 - ax) + q * ax) * (1 - ay) + (r * (1 - ax) + s * ax) * ay;
   };

@@ -43,6 +43,7 @@ class Texture {
   // Row y of a level as RGBA floats: the level's own for floats, else decoded into `scratch`.
   const float* rowOf(const Level& level, uint32_t y, std::vector<float>& scratch) const;
   Vec4 fetch(const Level& level, int x, int y, uint32_t wrapS, uint32_t wrapT) const;
+  Vec4 texel(const Level& level, int x, int y) const;  // x, y inside the level
   Vec4 bilinear(const Level& level, float u, float v, uint32_t wrapS, uint32_t wrapT) const;
   Vec4 nearest(const Level& level, float u, float v, uint32_t wrapS, uint32_t wrapT) const;
   std::vector<Level> levels_;
