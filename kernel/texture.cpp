@@ -113,7 +113,7 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
     }
     decode_ = std::move(decode);
   } else {
-    base.bytes = {};
+    base.bytes = std::vector<uint8_t>();  // gives the memory back, which clear() would keep
     base.texels.resize(texels * 4);
     tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
       for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_; ++i) {
