@@ -145,13 +145,12 @@ bool LpeAutomaton::build(const LpeExpression& expression, std::string* error, ui
   // event edges): a successor set is then the union of its members' closures.
   std::vector<uint32_t> mark;
   uint32_t stamp = 0;
+  // Empty until computed: a closure always holds its own state.
   std::vector<std::vector<uint32_t>> closures(nfa.states.size());
-  std::vector<uint8_t> closed(nfa.states.size(), 0);
   auto closureOf = [&](uint32_t s) -> const std::vector<uint32_t>& {
-    if (!closed[s]) {
+    if (closures[s].empty()) {
       closures[s] = {s};
       nfa.close(closures[s], mark, stamp);
-      closed[s] = 1;
     }
     return closures[s];
   };

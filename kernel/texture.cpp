@@ -4,8 +4,6 @@
 #include <tbb/parallel_for.h>
 #include <tbb/parallel_reduce.h>
 
-#include <array>
-
 #include "kernel/texel_bytes.h"
 
 namespace zvr::kernel {
@@ -31,29 +29,6 @@ int wrapCoord(int i, int n, uint32_t mode) {
   }
 }
 
-// Images decoded from 8-bit files hold multiples of 1/255, written by decoders either as k / 255 or
-// as k * (1 / 255), which differ in the last bit for half the values. Both take their decode from a
-// table, which is most of the cost of preparing a large colour texture.
-float decodeSrgb(float v) {
-  struct Tables {
-    std::array<float, 256> divided, multiplied;
-  };
-  static const Tables tables = [] {
-    Tables t{};
-    for (int i = 0; i < 256; ++i) {
-      t.divided[i] = srgbToLinear(float(i) / 255.0f);
-      t.multiplied[i] = srgbToLinear(float(i) * (1.0f / 255.0f));
-    }
-    return t;
-  }();
-  if (v >= 0 && v <= 1) {
-    int i = int(v * 255.0f + 0.5f);
-    if (float(i) / 255.0f == v) return tables.divided[i];
-    if (float(i) * (1.0f / 255.0f) == v) return tables.multiplied[i];
-  }
-  return srgbToLinear(v);
-}
-
 // The RGBA of texel i as the image holds it: grey images (1 or 2 channels) spread luminance over
 // RGB, and their second channel is alpha.
 void imageTexel(const ImageData& image, uint32_t channels, size_t i, float c[4]) {
@@ -67,7 +42,7 @@ void imageTexel(const ImageData& image, uint32_t channels, size_t i, float c[4])
 }
 
 float decodeColour(float v, bool srgb, bool powered, float gamma) {
-  if (srgb) return decodeSrgb(v);
+  if (srgb) return srgbToLinear(v);
   return powered && v > 0 ? std::pow(v, gamma) : v;
 }
 
