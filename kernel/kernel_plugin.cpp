@@ -223,11 +223,13 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
       for (uint32_t bx = range.cols().begin(); bx < range.cols().end(); ++bx) {
         samplers.clear();
         int count = 0;
+        const uint32_t blockSeed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, bx), by), sampleHigh);
         for (uint32_t cy = by * kBlock; cy < std::min(cellsH, (by + 1) * kBlock); ++cy)
           for (uint32_t cx = bx * kBlock; cx < std::min(cellsW, (bx + 1) * kBlock); ++cx, ++count) {
             const uint32_t x = cx * cell, y = cy * cell;
-            uint32_t seed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, x), y), sampleHigh);
-            samplers.emplace_back(seed, sampleLow);
+            // Morton order, so each 2x2 quarter of the block shares the top rank bits.
+            uint32_t rank = (cx & 1) | (cy & 1) << 1 | (cx & 2) << 1 | (cy & 2) << 2;
+            samplers.emplace_back(blockSeed, sampleLow, rank);
             auto u = samplers.back().get2D();
             if (cell == 1) {
               FilterSampler::Sample fs = filter.sample(u.first, u.second);

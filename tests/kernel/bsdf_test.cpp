@@ -228,9 +228,10 @@ TEST(MultipleScattering, AlbedoTablesMatchDirectQuadrature) {
 
 // Rough glass (IOR 1.5, not absorbing), thick or thin, from outside and inside, at every roughness
 // and down to grazing angles: reflection and transmission together return all the light they
-// receive within 0.5%, however much bounces between microfacets on the way. Scrambled Sobol
-// points keep the estimate's own error far below that bound. Smooth glass splits the light exactly
-// between a mirror reflection and a refraction, both singular.
+// receive within 0.5%, however much bounces between microfacets on the way. Light leaving thick
+// glass from inside has a heavy tail: 65536 samples left 0.4% to 0.6% of noise (over 64 seeds), so
+// those cases take eight times as many. Smooth glass splits the light exactly between a mirror
+// reflection and a refraction, both singular.
 TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
   for (bool thin : {false, true})
     for (int r = 0; r <= 10; ++r)
@@ -244,7 +245,7 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
         m.baseColor = Vec3(1);
         Bsdf bsdf = bsdfAt(m, cosO, 0.4f);
         EXPECT_EQ(bsdf.hasNonDelta(), r > 0);
-        constexpr uint32_t n = 1u << 16;
+        const uint32_t n = thin || cosO > 0 ? 1u << 16 : 1u << 19;
         double sum = 0;
         for (uint32_t i = 0; i < n; ++i) {
           Sampler sampler(0x9e3779b9u, i);

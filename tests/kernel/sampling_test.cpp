@@ -11,16 +11,16 @@ namespace zvr::kernel {
 namespace {
 
 struct Expected {
-  uint32_t index;
+  uint32_t index, rank;
   float first2D[2], next1D, second2D[2], hashed1D;
 };
 
-// Values the sampler produced before its bit reversals were folded together.
+// Values of the block-shared sampler as first written, kept so that speed-ups cannot change renders.
 const Expected kExpected[] = {
-    {0u, {0x1.32a532p-2f, 0x1.94a012p-5f}, 0x1.54671cp-2f, {0x1.d750d2p-2f, 0x1.ef2a52p-7f}, 0x1.853b88p-2f},
-    {1u, {0x1.79746ep-1f, 0x1.a93b2cp-1f}, 0x1.41f08ap-1f, {0x1.174dfp-1f, 0x1.bf76d8p-1f}, 0x1.39753p-1f},
-    {7u, {0x1.afdc7p-2f, 0x1.fe2fecp-1f}, 0x1.8312b6p-1f, {0x1.ba2c56p-1f, 0x1.745d44p-1f}, 0x1.610c88p-2f},
-    {1000u, {0x1.2b0926p-1f, 0x1.464c8ap-2f}, 0x1.941b7p-2f, {0x1.2635bp-1f, 0x1.0fe438p-3f}, 0x1.1bbdfep-1f},
+    {0u, 0u, {0x1.f2e732p-6f, 0x1.90b02ap-2f}, 0x1.a9ec24p-5f, {0x1.f20cccp-1f, 0x1.d186cep-1f}, 0x1.1bb98ap-2f},
+    {1u, 0u, {0x1.3e962p-1f, 0x1.ea8c02p-1f}, 0x1.2790eap-1f, {0x1.ba659p-2f, 0x1.65490ep-2f}, 0x1.43181cp-1f},
+    {7u, 5u, {0x1.8f4f9cp-2f, 0x1.ac3da8p-1f}, 0x1.e6cee8p-1f, {0x1.648a3cp-1f, 0x1.daf186p-1f}, 0x1.0aef18p-3f},
+    {1000u, 15u, {0x1.3182eap-3f, 0x1.54a47ep-2f}, 0x1.c5932p-3f, {0x1.3c6408p-6f, 0x1.f5f20ep-6f}, 0x1.878986p-2f},
 };
 
 TEST(Sampler, StreamsKeepTheirValues) {
@@ -28,7 +28,7 @@ TEST(Sampler, StreamsKeepTheirValues) {
     SCOPED_TRACE(e.index);
     // A skipped dimension (a lobe or light choice nobody reads) leaves the later ones in place.
     for (bool skipping : {false, true}) {
-      Sampler s(0x9e3779b9u, e.index);
+      Sampler s(0x9e3779b9u, e.index, e.rank);
       auto a = s.get2D();
       if (skipping) s.skip();
       float b = skipping ? 0 : s.get1D();
@@ -47,21 +47,29 @@ TEST(Sampler, StreamsKeepTheirValues) {
   }
 }
 
-// 256 samples of one pixel: each 1D dimension puts one point in each 1/256 interval, and each 2D
-// pair one point in every elementary box of area 1/256 (a (0,8,2)-net).
-TEST(Sampler, PixelSamplesAreStratified) {
+// 256 samples of one pixel, or 16 samples of each pixel of a 4x4 block: each 1D dimension puts
+// one point in each 1/256 interval, and each 2D pair one point in every elementary box of area
+// 1/256 (a (0,8,2)-net). The block holds for the dimensions it shares, the pixel for all.
+TEST(Sampler, PixelAndBlockSamplesAreStratified) {
   constexpr uint32_t kCount = 256;
-  for (uint32_t seed : {1u, 0xdeadbeefu, 123456789u}) {
-    SCOPED_TRACE(seed);
-    std::vector<float> x(kCount), y(kCount), z(kCount), w(kCount);
+  struct Case {
+    uint32_t seed, firstSample, rank;  // rank 16: the whole block
+    uint32_t skipped;                  // dimensions passed over first
+  };
+  const Case cases[] = {{1, 0, 0, 0}, {0xdeadbeefu, 0, 7, 0}, {123456789u, 5u << 20, 15, 40}, {1, 0, 16, 0},
+                        {0xdeadbeefu, 256, 16, 2}, {42, 3u << 24, 16, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "seed " << c.seed << " first " << c.firstSample << " rank " << c.rank);
+    std::vector<float> x, y, z, w;
     for (uint32_t i = 0; i < kCount; ++i) {
-      Sampler s(seed, i);
+      const bool block = c.rank == 16;
+      Sampler s(c.seed, c.firstSample + (block ? i / 16 : i), block ? i % 16 : c.rank);
+      s.skip(c.skipped);
       auto p = s.get2D();
-      x[i] = p.first;
-      y[i] = p.second;
-      z[i] = s.get1D();
-      auto q = s.get2D();
-      w[i] = q.second;
+      x.push_back(p.first);
+      y.push_back(p.second);
+      z.push_back(s.get1D());
+      w.push_back(s.get2D().second);
     }
     for (const auto* dim : {&x, &y, &z, &w}) {
       std::vector<int> bins(kCount, 0);
@@ -72,7 +80,7 @@ TEST(Sampler, PixelSamplesAreStratified) {
       uint32_t nx = 1u << a, ny = kCount >> a;
       std::vector<int> cells(kCount, 0);
       for (uint32_t i = 0; i < kCount; ++i) ++cells[uint32_t(y[i] * ny) * nx + uint32_t(x[i] * nx)];
-      for (int c : cells) ASSERT_EQ(c, 1) << nx << "x" << ny << " boxes";
+      for (int n : cells) ASSERT_EQ(n, 1) << nx << "x" << ny << " boxes";
     }
   }
 }

@@ -87,6 +87,9 @@ double rmse(const std::vector<float>& a, const std::vector<float>& b) {
 TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
   SceneSnapshot scene = boxScene();
   RenderParams params;
+  // Unclamped, the rare caustic paths off the metal sphere decide a single render's error: the
+  // ratios then ranged from 1.0 to 4.4 over sample offsets. The reference is clamped alike.
+  params.radianceClamp = 2;
   velder::VelderPlugin plugin;
   // The reference uses sample indices far from those of the test renders, so they are independent.
   auto reference = renderWith(plugin, scene, params, 16, 16, 2048, {kAovColor}, 1u << 20);
@@ -95,9 +98,10 @@ TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
   double e16 = rmse(render(scene, params, 16, 16, 16, {kAovColor})[0], ref);
   double e64 = rmse(render(scene, params, 16, 16, 64, {kAovColor})[0], ref);
   double e256 = rmse(render(scene, params, 16, 16, 256, {kAovColor})[0], ref);
-  // Each fourfold increase should halve the error; low-discrepancy samples may do better.
-  EXPECT_GT(e16 / e64, 1.6) << e16 << " " << e64;
-  EXPECT_GT(e64 / e256, 1.6) << e64 << " " << e256;
+  // Each fourfold increase should halve the error; low-discrepancy samples may do better. Over
+  // five sample offsets the ratios ranged from 1.46 to 2.39; a sampler that stops converging gives 1.
+  EXPECT_GT(e16 / e64, 1.4) << e16 << " " << e64;
+  EXPECT_GT(e64 / e256, 1.4) << e64 << " " << e256;
   // Also fails when the error vanished, which only a copy of the reference could do.
   EXPECT_LT(e16 / e256, 12.0) << "error fell faster than any unbiased estimator allows: " << e16 << " " << e256;
 }
