@@ -84,6 +84,7 @@ class LightSet {
     bool doubleSided;  // otherwise it emits on the side its normal faces only
     int32_t group;
   };
+  static float texturedEmission(const Scene& scene, const Triangle& t);
   // The triangle's solid angle seen from `ref` when it is sampled by solid angle there, else 0.
   static float sphericalSolidAngle(const Triangle& t, Vec3 ref);
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;

@@ -105,6 +105,30 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
   EXPECT_GT(checked, 1000);
 }
 
+// Two emissive triangles share a texture whose one texel shines: light samples go to the lit
+// triangle only, so none is wasted on black, and each reports the density MIS gives its point.
+TEST_F(KernelTest, TexturedEmitterIsChosenWhereItsTextureShines) {
+  auto mesh = std::make_shared<MeshData>();
+  mesh->positions = {-1, 2, -0.5f, -0.2f, 2, -0.5f, -1, 2, 0.5f, 0.2f, 2, -0.5f, 1, 2, -0.5f, 0.2f, 2, 0.5f};
+  mesh->normals = {0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0};
+  mesh->texcoords0 = {0.05f, 0.05f, 0.45f, 0.05f, 0.05f, 0.95f, 0.55f, 0.05f, 0.95f, 0.05f, 0.55f, 0.95f};
+  mesh->indices = {0, 1, 2, 3, 4, 5};
+  auto lamp = emitter(1);
+  lamp->doubleSided = true;
+  lamp->emissiveTexture.image = image(2, 1, 1, {1, 0}, ColorSpace::Linear, 91);
+  lamp->emissiveTexture.magFilter = lamp->emissiveTexture.minFilter = 1;
+  ASSERT_TRUE(build(sceneOf({shape(1, mesh, lamp)})));
+  Uniform u(5);
+  for (int i = 0; i < 1000; ++i) {
+    LightSample ls;
+    ASSERT_TRUE(lights_.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls));
+    ASSERT_GT(ls.radiance.x, 0) << "a sample on the black triangle";
+    SurfaceHit hit;
+    ASSERT_TRUE(scene_->intersect(Ray{Vec3(0, 0, 0), ls.wi, 0, 1e30f}, hit));
+    ASSERT_NEAR(lights_.trianglePdf(*scene_, hit.shape, hit.prim, Vec3(0, 0, 0), hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
+  }
+}
+
 // Irradiance from an emissive quad overhead against Lambert's closed form for a polygon, once for a
 // quad close enough to be sampled by solid angle and once for one small enough to be sampled by area.
 TEST_F(KernelTest, EmissiveQuadIrradianceMatchesLambertsFormula) {
