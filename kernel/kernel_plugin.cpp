@@ -227,9 +227,8 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
         for (uint32_t cy = by * kBlock; cy < std::min(cellsH, (by + 1) * kBlock); ++cy)
           for (uint32_t cx = bx * kBlock; cx < std::min(cellsW, (bx + 1) * kBlock); ++cx, ++count) {
             const uint32_t x = cx * cell, y = cy * cell;
-            // Morton order, so each 2x2 quarter of the block shares the top rank bits.
-            uint32_t rank = (cx & 1) | (cy & 1) << 1 | (cx & 2) << 1 | (cy & 2) << 2;
-            samplers.emplace_back(blockSeed, sampleLow, rank);
+            // Any order of the ranks will do: each dimension pair deals them out by its own permutation.
+            samplers.emplace_back(blockSeed, sampleLow, (cy % kBlock) * kBlock + cx % kBlock);
             auto u = samplers.back().get2D();
             if (cell == 1) {
               FilterSampler::Sample fs = filter.sample(u.first, u.second);

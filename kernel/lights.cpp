@@ -78,6 +78,9 @@ bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float solidAngle, float 
 
 }  // namespace
 
+// A textured emitter that its probes find black keeps this share of its untextured power.
+constexpr float kTexturedPowerFloor = 1e-3f;
+
 void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
   entries_.clear();
   punctual_.clear();
@@ -196,11 +199,11 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
       triangles_.push_back(tri);
       power.push_back(2 * kPi * tri.area * lum);
     }
-    if (textured) {
+    if (textured && lum > 0) {
       const size_t first = triangles_.size() - rec.triangleCount, firstPower = power.size() - rec.triangleCount;
       tbb::parallel_for(tbb::blocked_range<size_t>(0, rec.triangleCount), [&](const tbb::blocked_range<size_t>& range) {
         for (size_t i = range.begin(); i < range.end(); ++i)
-          power[firstPower + i] = 2 * kPi * triangles_[first + i].area * texturedEmission(scene, triangles_[first + i]);
+          power[firstPower + i] *= std::max(kTexturedPowerFloor, texturedEmission(scene, triangles_[first + i]) / lum);
       });
     }
   }
@@ -271,11 +274,10 @@ float LightSet::environmentPdf(Vec3 dir) const {
   return pdf;
 }
 
-// The same choice for sampling and for the MIS density, so the two always agree.
 // Average luminance a textured emitter shows over its triangle, for choosing it: most of a
 // mesh whose emissive texture lights a few panels is black, and sampling it by area alone wasted
-// light samples there. Four points read the mip level as wide as the triangle. An emitter judged
-// black is still found by BSDF samples, whose MIS weight then counts it in full.
+// light samples there. Four points read the mip level as wide as the triangle; they can miss a
+// lit corner, and the preview lights by light samples alone, so the caller keeps a floor.
 float LightSet::texturedEmission(const Scene& scene, const Triangle& t) {
   constexpr float kPoints[4][2] = {{1.0f / 3, 1.0f / 3}, {1.0f / 6, 1.0f / 6}, {2.0f / 3, 1.0f / 6}, {1.0f / 6, 2.0f / 3}};
   float sum = 0;
@@ -288,6 +290,7 @@ float LightSet::texturedEmission(const Scene& scene, const Triangle& t) {
   return std::isfinite(sum) ? std::max(0.0f, sum / 4) : 0.0f;
 }
 
+// The same choice for sampling and for the MIS density, so the two always agree.
 float LightSet::sphericalSolidAngle(const Triangle& t, Vec3 ref) {
   Vec3 d = t.p0 + (t.e1 + t.e2) * (1.0f / 3) - ref;
   float dist2 = dot(d, d);

@@ -106,14 +106,16 @@ inline uint32_t reversedRankOffset(uint32_t reversed) {
   return kRankOffset.of[((reversed >> 16) ^ (reversed >> 4) ^ (reversed << 8)) & 0xfff];
 }
 
-// Only the camera sample and the first vertex's light and BSDF samples are shared by the block; the
-// dimensions after draw per pixel. That is where the gain is: sharing every dimension lowered the
+// Only the first six draws are shared by the block: the camera sample, the first vertex's light and
+// BSDF samples, and the draw after them (the next vertex's light choice); the dimensions after
+// draw per pixel. That is where the gain is: sharing every dimension lowered the
 // block error of the Cornell box and the helmet no further. And within a round one permutation
 // ties the strata of any two shared pairs for all pixels, so a product of values from two pairs
 // averages a little worse than with independent pixels (10% in a synthetic test).
 constexpr uint32_t kBlockSharedDimensions = 6;
 
-// Each dimension pair deals the block's ranks out by its own permutation, drawn from these. With
+// Each dimension pair deals the block's ranks out by its own permutation, consecutive ones from
+// these so that no two shared pairs of a block draw the same. With
 // the ranks as they stand, the pairs' strata would be tied by one XOR for all pixels of a round,
 // and a product over two pairs would see the same value in every pixel.
 struct RankPermutations {
@@ -151,17 +153,12 @@ class Sampler {
 
  private:
   // The block sequence index, bit-reversed, of this pixel's sample in the pair seeded by `dimSeed`.
-  uint32_t reversedBlockIndex(uint32_t dimSeed) const;
-  uint32_t seed_, index_, rank_, reversedSample_;
+  uint32_t reversedBlockIndex(uint32_t dimSeed, uint32_t permutation) const;
+  uint32_t seed_, index_, rank_, reversedSample_, firstPermutation_;
   uint32_t pixelSeed_, pixelHash_;  // the seed of the unshared dimensions, and of the hashed ones
   uint32_t dimension_ = 0;
 };
 
-// Inline: a path draws a dozen values per bounce, and the calls cost as much as the hashing.
-// The index shuffle is a nested scramble of the sample number (LK on its reversed bits), which
-// maps every aligned run of samples onto an aligned run, so each pixel and each block keep their
-// stratification. The value scramble is rev(LK(rev(x))), and the first Sobol dimension is
-// rev(index): the scramble of that dimension reverses twice, which cancels.
 inline Sampler::Sampler(uint32_t blockSeed, uint32_t sampleIndex, uint32_t blockRank)
     : seed_(blockSeed), index_(sampleIndex), rank_(blockRank & 15u) {
   using namespace sampling_detail;
@@ -169,20 +166,27 @@ inline Sampler::Sampler(uint32_t blockSeed, uint32_t sampleIndex, uint32_t block
   if (sampleIndex >> kBlockSampleBits) seed_ = hashCombine(seed_, sampleIndex >> kBlockSampleBits);
   reversedSample_ = reverseBits(sampleIndex << kBlockRankBits);
   pixelSeed_ = hashCombine(seed_, 0x1b873593u + rank_);
+  firstPermutation_ = hashCombine(seed_, 0x85ebca6bu);
   pixelHash_ = hashCombine(pixelSeed_, index_);
 }
 
-[[gnu::always_inline]] inline uint32_t Sampler::reversedBlockIndex(uint32_t dimSeed) const {
+// Inline: a path draws a dozen values per bounce, and the calls cost as much as the hashing.
+// The index shuffle is a nested scramble of the sample number (LK on its reversed bits), which
+// maps every aligned run of samples onto an aligned run, so each pixel and each block keep their
+// stratification. The value scramble is rev(LK(rev(x))), and the first Sobol dimension is
+// rev(index): the scramble of that dimension reverses twice, which cancels.
+[[gnu::always_inline]] inline uint32_t Sampler::reversedBlockIndex(uint32_t dimSeed, uint32_t permutation) const {
   using namespace sampling_detail;
   uint32_t reversed = laineKarrasPermutation(reversedSample_, dimSeed) & ((1u << kBlockSampleBits) - 1);
-  return reversed | uint32_t(kRankPermutations.of[dimSeed >> 24][rank_] ^ reversedRankOffset(reversed)) << kBlockSampleBits;
+  return reversed | uint32_t(kRankPermutations.of[permutation & 255][rank_] ^ reversedRankOffset(reversed)) << kBlockSampleBits;
 }
 
 [[gnu::always_inline]] inline float Sampler::get1D() {
   using namespace sampling_detail;
   if (dimension_ >= kScrambledDimensions) return toUnit(hashCombine(pixelHash_, dimension_++));
-  uint32_t dimSeed = hashCombine(dimension_ < kBlockSharedDimensions ? seed_ : pixelSeed_, dimension_); ++dimension_;
-  uint32_t index = reverseBits(reversedBlockIndex(dimSeed));
+  const uint32_t d = dimension_++;
+  const uint32_t dimSeed = hashCombine(d < kBlockSharedDimensions ? seed_ : pixelSeed_, d);
+  uint32_t index = reverseBits(reversedBlockIndex(dimSeed, firstPermutation_ + d));
   return toUnit(reverseBits(laineKarrasPermutation(index, hashCombine(dimSeed, 0x68bc21ebu))));
 }
 
@@ -192,8 +196,9 @@ inline Sampler::Sampler(uint32_t blockSeed, uint32_t sampleIndex, uint32_t block
     uint32_t h = hashCombine(pixelHash_, dimension_++);
     return {toUnit(h), toUnit(hashCombine(h, 0x2c1b3c6du))};
   }
-  uint32_t dimSeed = hashCombine(dimension_ < kBlockSharedDimensions ? seed_ : pixelSeed_, dimension_); ++dimension_;
-  uint32_t reversed = reversedBlockIndex(dimSeed);
+  const uint32_t d = dimension_++;
+  const uint32_t dimSeed = hashCombine(d < kBlockSharedDimensions ? seed_ : pixelSeed_, d);
+  uint32_t reversed = reversedBlockIndex(dimSeed, firstPermutation_ + d);
   uint32_t scrambledX = laineKarrasPermutation(reverseBits(reversed), hashCombine(dimSeed, 0x68bc21ebu));
   uint32_t scrambledY = laineKarrasPermutation(reversedSobol1(reversed), hashCombine(dimSeed, 0x02e5be93u));
   uint64_t xy = reverseBits64(uint64_t(scrambledY) << 32 | scrambledX);

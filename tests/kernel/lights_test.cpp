@@ -106,7 +106,7 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
 }
 
 // Two emissive triangles share a texture whose one texel shines: light samples go to the lit
-// triangle only, so none is wasted on black, and each reports the density MIS gives its point.
+// triangle but for the floor's share, and each reports the density MIS gives its point.
 TEST_F(KernelTest, TexturedEmitterIsChosenWhereItsTextureShines) {
   auto mesh = std::make_shared<MeshData>();
   mesh->positions = {-1, 2, -0.5f, -0.2f, 2, -0.5f, -1, 2, 0.5f, 0.2f, 2, -0.5f, 1, 2, -0.5f, 0.2f, 2, 0.5f};
@@ -119,14 +119,16 @@ TEST_F(KernelTest, TexturedEmitterIsChosenWhereItsTextureShines) {
   lamp->emissiveTexture.magFilter = lamp->emissiveTexture.minFilter = 1;
   ASSERT_TRUE(build(sceneOf({shape(1, mesh, lamp)})));
   Uniform u(5);
+  int black = 0;
   for (int i = 0; i < 1000; ++i) {
     LightSample ls;
     ASSERT_TRUE(lights_.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls));
-    ASSERT_GT(ls.radiance.x, 0) << "a sample on the black triangle";
+    black += ls.radiance.x == 0;
     SurfaceHit hit;
     ASSERT_TRUE(scene_->intersect(Ray{Vec3(0, 0, 0), ls.wi, 0, 1e30f}, hit));
     ASSERT_NEAR(lights_.trianglePdf(*scene_, hit.shape, hit.prim, Vec3(0, 0, 0), hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
   }
+  EXPECT_LE(black, 5) << "samples on the black triangle";
 }
 
 // Irradiance from an emissive quad overhead against Lambert's closed form for a polygon, once for a
