@@ -108,16 +108,15 @@ inline uint32_t reversedRankOffset(uint32_t reversed) {
 
 // Only the first six draws are shared by the block: the camera sample, the first vertex's light and
 // BSDF samples, and the draw after them (the next vertex's light choice); the dimensions after
-// draw per pixel. That is where the gain is: sharing every dimension lowered the
-// block error of the Cornell box and the helmet no further. And within a round one permutation
-// ties the strata of any two shared pairs for all pixels, so a product of values from two pairs
-// averages a little worse than with independent pixels (10% in a synthetic test).
+// draw per pixel. That is where the gain is: sharing every dimension lowered the block error of the
+// Cornell box and the helmet no further, while a product of values from two shared pairs (light
+// that bounced twice) gains nothing over independent pixels.
 constexpr uint32_t kBlockSharedDimensions = 6;
 
 // Each dimension pair deals the block's ranks out by its own permutation, consecutive ones from
-// these so that no two shared pairs of a block draw the same. With
-// the ranks as they stand, the pairs' strata would be tied by one XOR for all pixels of a round,
-// and a product over two pairs would see the same value in every pixel.
+// these so that no two shared pairs of a block draw the same. With the ranks as they stand, the
+// pairs' strata would be tied by one XOR for all pixels of a round, and a product over two pairs
+// would see the same value in every pixel.
 struct RankPermutations {
   uint8_t of[256][16];
   RankPermutations() {
