@@ -8,6 +8,7 @@
 #include "kernel/sampling.h"
 #include "kernel/material.h"
 #include "kernel/scene.h"
+#include "kernel/spherical_rectangle.h"
 
 namespace zvr::kernel {
 
@@ -37,7 +38,8 @@ class LightSet {
   Vec3 environment(Vec3 dir) const;
   // Solid-angle density with which sample() picks that environment direction.
   float environmentPdf(Vec3 dir) const;
-  // Density with which sample() picks a point on an emissive triangle, as seen from `ref`.
+  // Density with which sample() picks a point on an emissive triangle (alone, or as half of a
+  // rectangle), as seen from `ref`.
   float trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const;
   bool hasEnvironment() const { return !environments_.empty(); }
   size_t environmentCount() const { return environments_.size(); }
@@ -50,7 +52,7 @@ class LightSet {
   int32_t environmentGroup() const { return environmentGroup_; }
 
  private:
-  enum class Kind { Point, Spot, Directional, Environment, Triangle };
+  enum class Kind { Point, Spot, Directional, Environment, Triangle, Rectangle };
   struct Entry {
     Kind kind;
     uint32_t index;  // into the kind's own list
@@ -84,6 +86,20 @@ class LightSet {
     bool doubleSided;  // otherwise it emits on the side its normal faces only
     int32_t group;
   };
+  // Two triangles of one emitter with constant emission that make a rectangle, sampled as one.
+  struct Rectangle {
+    uint32_t shape;
+    Vec3 corner, x, y, normal;  // x and y: orthogonal unit edges; normal as the triangles' own
+    float width, height, area;
+    Vec3 emission;
+    bool doubleSided;
+    int32_t group;
+  };
+  static bool pairAsRectangle(const Triangle& a, const Triangle& b, Rectangle& out);
+  // The rectangle seen from `ref` when it is sampled by solid angle there, else a view of solid
+  // angle 0 (sampled by area).
+  static SphericalRectangle sphericalView(const Rectangle& r, Vec3 ref);
+  bool sampleRectangle(const Rectangle& r, float pmf, Vec3 ref, float u1, float u2, LightSample& out) const;
   static float texturedEmission(const Scene& scene, const Triangle& t);
   // The triangle's solid angle seen from `ref` when it is sampled by solid angle there, else 0.
   static float sphericalSolidAngle(const Triangle& t, Vec3 ref);
@@ -95,7 +111,9 @@ class LightSet {
   std::vector<Environment> environments_;
   std::vector<Triangle> triangles_;
   std::vector<size_t> environmentEntry_;
-  std::vector<int64_t> firstTriangleEntry_;  // per shape, -1 when it does not emit
+  std::vector<Rectangle> rectangles_;
+  std::vector<int64_t> firstPrimEntry_;  // per shape, into primEntry_; -1 when it does not emit
+  std::vector<uint32_t> primEntry_;      // the entry of each emissive triangle
   AliasTable selection_;  // light choice in proportion to power, one table read per sample
   float sceneRadius_ = 1;
   int32_t environmentGroup_ = -1;

@@ -7,6 +7,7 @@
 
 #include "kernel/aov.h"
 #include "kernel/lights.h"
+#include "kernel/spherical_rectangle.h"
 #include "tests/kernel/test_support.h"
 
 namespace zvr::test {
@@ -165,6 +166,47 @@ TEST_F(KernelTest, EmissiveQuadIrradianceMatchesLambertsFormula) {
       if (lights.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) sum += ls.radiance.x * dot(up, ls.wi) / ls.pdf;
     }
     EXPECT_NEAR(sum / n / (3 * std::fabs(lambert)), 1.0, 0.005);
+  }
+}
+
+// Directions to a rectangle are uniform in solid angle: each of its 4 x 4 cells takes samples in
+// proportion to the solid angle it shows, and the cells' angles add up to the rectangle's.
+TEST(SphericalRectangleTest, SamplesEachCellByItsSolidAngle) {
+  auto triangleAngle = [](Vec3 a, Vec3 b, Vec3 c) {
+    a = normalize(a), b = normalize(b), c = normalize(c);
+    return std::fabs(2 * std::atan2(dot(a, cross(b, c)), 1 + dot(a, b) + dot(b, c) + dot(c, a)));
+  };
+  const Vec3 corner(-0.5f, 1, -0.3f), x = normalize(Vec3(1, 0, 0.2f)), y = normalize(cross(Vec3(0, 1, 0), x));
+  const float width = 1.2f, height = 0.8f;
+  const struct {
+    const char* name;
+    Vec3 ref;
+  } views[] = {{"below the centre", Vec3(0.1f, 0, 0.1f)}, {"off beyond a corner", Vec3(1.5f, 0.4f, -1.5f)},
+               {"from above, grazing", Vec3(-2, 1.05f, 0.3f)}, {"close under an edge", Vec3(0.6f, 0.9f, 0.2f)}};
+  for (const auto& view : views) {
+    SCOPED_TRACE(view.name);
+    const SphericalRectangle rect(corner, x, y, width, height, view.ref);
+    float cells[4][4], total = 0;
+    for (int i = 0; i < 4; ++i)
+      for (int j = 0; j < 4; ++j) {
+        auto at = [&](float a, float b) { return corner + x * (width * a / 4) + y * (height * b / 4) - view.ref; };
+        cells[i][j] = triangleAngle(at(i, j), at(i + 1, j), at(i + 1, j + 1)) + triangleAngle(at(i, j), at(i + 1, j + 1), at(i, j + 1));
+        total += cells[i][j];
+      }
+    ASSERT_NEAR(rect.solidAngle(), total, 1e-4f * total);
+    constexpr int n = 64000;
+    int counts[4][4] = {};
+    Uniform u(17);
+    for (int k = 0; k < n; ++k) {
+      const Vec3 p = rect.sample(u(), u()) - corner;
+      const int i = std::clamp(int(dot(p, x) / width * 4), 0, 3), j = std::clamp(int(dot(p, y) / height * 4), 0, 3);
+      ++counts[i][j];
+    }
+    for (int i = 0; i < 4; ++i)
+      for (int j = 0; j < 4; ++j) {
+        const double expected = n * cells[i][j] / total;
+        EXPECT_NEAR(counts[i][j], expected, 5 * std::sqrt(expected) + 2) << "cell " << i << "," << j;
+      }
   }
 }
 
