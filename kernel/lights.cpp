@@ -81,8 +81,8 @@ bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float solidAngle, float 
 
 }  // namespace
 
-// Corners closer than this share of the longer edge are one corner; edges whose cosine is below it
-// are square.
+// Corners closer than this share of the longest edge are one corner; edges whose cosine is below
+// it are square, and the far corner must lie within it of each edge's length along that edge.
 constexpr float kRectangleTolerance = 1e-4f;
 
 bool LightSet::pairAsRectangle(const Triangle& a, const Triangle& b, Rectangle& out) {
@@ -103,9 +103,13 @@ bool LightSet::pairAsRectangle(const Triangle& a, const Triangle& b, Rectangle& 
   }
   if (sharedA != 2 || sharedB != 2 || !(scale > 0)) return false;
   const Vec3 corner = va[ownA], ex = va[(ownA + 1) % 3] - corner, ey = va[(ownA + 2) % 3] - corner;
-  if (!same(corner + ex + ey, vb[ownB])) return false;
   const float lx = length(ex), ly = length(ey);
   if (std::fabs(dot(ex, ey)) > kRectangleTolerance * lx * ly) return false;
+  // The far corner is measured along each edge on its own scale, so a thin quad whose far corner
+  // strays by a share of its short side is no rectangle.
+  const Vec3 far = vb[ownB] - corner;
+  if (std::fabs(dot(far, ex) / (lx * lx) - 1) > kRectangleTolerance || std::fabs(dot(far, ey) / (ly * ly) - 1) > kRectangleTolerance)
+    return false;
   out = {a.shape, corner, ex / lx, ey / ly, a.normal, lx, ly, lx * ly, a.emission, a.doubleSided, a.group};
   return true;
 }

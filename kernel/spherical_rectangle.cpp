@@ -46,11 +46,11 @@ Vec3 SphericalRectangle::sample(float u1, float u2) const {
   const float z2 = z0_ * z0_, az = -z0_;
   const float ry0 = std::sqrt(z2 + y0_ * y0_), ry1 = std::sqrt(z2 + y1_ * y1_);
   const float rx0 = std::sqrt(z2 + x0_ * x0_);
-  // e^{i (g2 + g3)} from the two corners' (cos, sin), then e^{ik} is its conjugate.
-  const float c2 = x0_ * y1_, s2 = az * d01_, c3 = -x0_ * y0_, s3 = az * d00_;
-  const float wr = c2 * c3 - s2 * s3, wi = c2 * s3 + s2 * c3;
-  const float scale = 1 / (rx0 * rx0 * ry0 * ry1);  // |w|
-  const float cosK = wr * scale, sinK = -wi * scale;
+  // e^{i (g2 + g3)} from the two corners' unit (cos, sin), then e^{ik} is its conjugate. Each
+  // factor is normalised on its own: their product unscaled is a fourth power of the distance.
+  const float i2 = 1 / (rx0 * ry1), i3 = 1 / (rx0 * ry0);
+  const float c2 = x0_ * y1_ * i2, s2 = az * d01_ * i2, c3 = -x0_ * y0_ * i3, s3 = az * d00_ * i3;
+  const float cosK = c2 * c3 - s2 * s3, sinK = -(c2 * s3 + s2 * c3);
   float sinU, cosU;
   sinCos2Pi(u1 * solidAngle_ * (0.5f / kPi), sinU, cosU);
   const float cosA = cosU * cosK - sinU * sinK, sinA = sinU * cosK + cosU * sinK;
@@ -63,7 +63,7 @@ Vec3 SphericalRectangle::sample(float u1, float u2) const {
   const float dd = xu * xu + z2;
   const float h0 = y0_ / std::sqrt(dd + y0_ * y0_), h1 = y1_ / std::sqrt(dd + y1_ * y1_);
   const float hv = h0 + u2 * (h1 - h0), hv2 = hv * hv;
-  const float yv = hv2 < 1 - 1e-6f ? std::clamp(hv * std::sqrt(dd / (1 - hv2)), y0_, y1_) : y1_;
+  const float yv = hv2 < 1 - 1e-6f ? std::clamp(hv * std::sqrt(dd / (1 - hv2)), y0_, y1_) : (hv < 0 ? y0_ : y1_);
   return ref_ + x_ * xu + y_ * yv + z_ * z0_;
 }
 
