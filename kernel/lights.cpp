@@ -338,8 +338,8 @@ Vec3 LightSet::environmentRadiance(const Environment& env, Vec3 dir) const {
   return env.radiance * environmentTexel(env, size_t(y) * env.width + x);
 }
 
-float LightSet::environmentDirectionPdf(const Environment& env, Vec3 dir) const {
-  if (!env.image) return 1 / (4 * kPi);
+float LightSet::environmentDirectionPdf(const Environment& env, Vec3 dir, Vec3 upper) const {
+  if (!env.image) return isZero(upper) ? 1 / (4 * kPi) : std::max(0.0f, dot(dir, upper)) * kInvPi;
   Vec3 l = normalize(Vec3(dot(dir, env.rows[0]), dot(dir, env.rows[1]), dot(dir, env.rows[2])));
   float u, v;
   directionToLatLong(l, u, v);
@@ -354,10 +354,10 @@ Vec3 LightSet::environment(Vec3 dir) const {
   return sum;
 }
 
-float LightSet::environmentPdf(Vec3 dir) const {
+float LightSet::environmentPdf(Vec3 dir, Vec3 upper) const {
   float pdf = 0;
   for (size_t i = 0; i < environments_.size(); ++i)
-    pdf += selection_.pmf(environmentEntry_[i]) * environmentDirectionPdf(environments_[i], dir);
+    pdf += selection_.pmf(environmentEntry_[i]) * environmentDirectionPdf(environments_[i], dir, upper);
   return pdf;
 }
 
@@ -407,7 +407,8 @@ float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, V
   return selection_.pmf(entry) * dist2 / (area * cosL);
 }
 
-bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const {
+bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
+                      Vec3 upper) const {
   if (empty() || selection_.total() <= 0) return false;
   float pmf = 0;
   const Entry& e = entries_[selection_.sample(uLight, &pmf)];
@@ -455,10 +456,12 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
     case Kind::Environment: {
       const Environment& env = environments_[e.index];
       Vec3 world;
-      float pdfDir = 0;
-      if (!env.image) {
+      if (!env.image && !isZero(upper)) {
+        Vec3 local = squareToCosineHemisphere(u1, u2);
+        if (!(local.z > 0)) return false;
+        world = Frame(upper).toWorld(local);
+      } else if (!env.image) {
         world = squareToUniformSphere(u1, u2);
-        pdfDir = 1 / (4 * kPi);
       } else {
         float u, v, pdfUv;
         env.distribution.sample(u1, u2, u, v, pdfUv);
@@ -466,7 +469,6 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
         float sinTheta = std::sqrt(std::max(0.0f, 1 - l.y * l.y));
         if (sinTheta <= 1e-6f || pdfUv <= 0) return false;
         world = normalize(env.rows[0] * l.x + env.rows[1] * l.y + env.rows[2] * l.z);
-        pdfDir = pdfUv / (2 * kPi * kPi * sinTheta);
       }
       out.wi = world;
       out.distance = kInfiniteDistance;
@@ -476,8 +478,7 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       out.emitterType = kEventBackground;
       out.group = environmentGroup_;
       out.labelKey = environmentLabelKey();
-      out.pdf = environmentPdf(world);
-      (void)pdfDir;
+      out.pdf = environmentPdf(world, upper);
       return out.pdf > 0;
     }
     case Kind::Triangle: {

@@ -33,11 +33,15 @@ class LightSet {
   bool empty() const { return selection_.size() == 0; }
   // With one light the choice is made without its random number.
   bool choosesLight() const { return selection_.size() > 1; }
-  bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out) const;
+  // `upper`, when not zero, is the unit normal of the one hemisphere whose light the caller can use
+  // (the lit side of an opaque surface): a constant environment is then sampled by cosine there
+  // instead of over the whole sphere, half of which such a surface never sees.
+  bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
+              Vec3 upper = Vec3(0)) const;
   // Radiance of the environment along a direction leaving the scene.
   Vec3 environment(Vec3 dir) const;
-  // Solid-angle density with which sample() picks that environment direction.
-  float environmentPdf(Vec3 dir) const;
+  // Solid-angle density with which sample() picks that environment direction, for the same `upper`.
+  float environmentPdf(Vec3 dir, Vec3 upper = Vec3(0)) const;
   // Density with which sample() picks a point on an emissive triangle (alone, or as half of a
   // rectangle), as seen from `ref`.
   float trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const;
@@ -104,7 +108,7 @@ class LightSet {
   // The triangle's solid angle seen from `ref` when it is sampled by solid angle there, else 0.
   static float sphericalSolidAngle(const Triangle& t, Vec3 ref);
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
-  float environmentDirectionPdf(const Environment& env, Vec3 dir) const;
+  float environmentDirectionPdf(const Environment& env, Vec3 dir, Vec3 upper) const;
 
   std::vector<Entry> entries_;
   std::vector<Punctual> punctual_;

@@ -25,7 +25,7 @@ struct PathIntegrator::Path {
   Vec3 lightBeta{1};
   bool deltaBounce = true;
   float prevPdf = 0;
-  Vec3 prevP;
+  Vec3 prevP, prevUpper;  // prevUpper: the hemisphere the previous vertex sampled its sky in
   int firstCategory = -1;
   bool afterDiffuse = false;
   uint32_t depth = 0, diffuseBounces = 0, glossyBounces = 0, refractionBounces = 0, roughRefractionBounces = 0;
@@ -266,7 +266,7 @@ void PathIntegrator::shadeMiss(Path& path) const {
     path.out->background += v;
     if (paths_) creditLight(path, path.events, background, v, ray.direction);
   } else if (path.deltaBounce || settings_.mode != IntegratorMode::Preview) {
-    float w = path.deltaBounce ? 1.0f : powerHeuristic(path.prevPdf, lights_.environmentPdf(ray.direction));
+    float w = path.deltaBounce ? 1.0f : powerHeuristic(path.prevPdf, lights_.environmentPdf(ray.direction, path.prevUpper));
     Vec3 v = path.lightBeta * le * w;
     addLight(path, v, path.depth == 1);
     if (paths_) creditLight(path, path.events, background, clampContribution(v), ray.direction);
@@ -393,6 +393,10 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   float minRoughness = path.afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
   Bsdf bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness);
 
+  // A Lambert surface sees light on the side of wo only, weighted by cosine: a constant sky is
+  // sampled by cosine in that hemisphere. Glossy lobes keep the whole sphere, as a denser light
+  // sample takes MIS weight from their better BSDF sample (the helmet's error rose 6% otherwise).
+  const Vec3 upper = bsdf.choosesLobe() || bsdf.isTransmissive() ? Vec3(0) : dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
   // Next-event estimation; the shadow ray waits for the round's occlusion packet.
   if (bsdf.hasNonDelta() && !lights_.empty()) {
     float ul = 0;
@@ -400,7 +404,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     else sampler.skip();
     auto u = sampler.get2D();
     LightSample ls;
-    if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) && ls.pdf > 0 && !isBlack(ls.radiance)) {
+    if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls, upper) && ls.pdf > 0 && !isBlack(ls.radiance)) {
       BsdfEval e = bsdf.eval(ls.wi);
       Vec3 f = e.total();
       if (!isBlack(f)) {
@@ -474,6 +478,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   path.deltaBounce = bs.delta;
   path.prevPdf = bs.pdf;
   path.prevP = hit.p;
+  path.prevUpper = upper;
   if (bs.transmitted && !mat.thinWalled) path.sigma = dot(bs.wi, hit.ng) < 0 ? mat.attenuation : Vec3(0);
 
   path.coneWidth = hit.footprint;

@@ -43,6 +43,7 @@ inline float maxComponent(Vec3 a) { return std::max(a.x, std::max(a.y, a.z)); }
 inline float maxAbsComponent(Vec3 a) { return std::max(std::fabs(a.x), std::max(std::fabs(a.y), std::fabs(a.z))); }
 inline float luminance(Vec3 c) { return 0.2126f * c.x + 0.7152f * c.y + 0.0722f * c.z; }
 inline bool isBlack(Vec3 c) { return c.x <= 0 && c.y <= 0 && c.z <= 0; }
+inline bool isZero(Vec3 c) { return c.x == 0 && c.y == 0 && c.z == 0; }
 inline Vec3 lerp(Vec3 a, Vec3 b, float t) { return a * (1 - t) + b * t; }
 inline Vec3 exp(Vec3 a) { return {std::exp(a.x), std::exp(a.y), std::exp(a.z)}; }
 inline bool isFinite(Vec3 a) { return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z); }

@@ -15,7 +15,8 @@ namespace {
 
 using namespace kernel;
 
-// The mean of L / pdf over sampled directions is the integral of L over the sphere.
+// The mean of L / pdf over sampled directions is the integral of L over the sphere, or over the
+// hemisphere a caller restricts a constant sky to.
 TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
   // A 16x8 lat-long image, bright in one region.
   std::vector<float> pixels(16 * 8 * 3, 0.1f);
@@ -27,11 +28,12 @@ TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
     for (int x = 0; x < 16; ++x)
       imageIntegral +=
           2 * pixels[(y * 16 + x) * 3] * (std::cos(kPi * y / 8) - std::cos(kPi * (y + 1) / 8)) * 2 * kPi / 16;
-  for (int kind = 0; kind < 3; ++kind) {
-    const char* name = kind == 0 ? "constant" : kind == 1 ? "image" : "rotated image";
+  for (int kind = 0; kind < 4; ++kind) {
+    const char* name = kind == 0 ? "constant" : kind == 1 ? "image" : kind == 2 ? "rotated image" : "constant, a hemisphere";
+    const Vec3 upper = kind == 3 ? normalize(Vec3(0.3f, 1, -0.2f)) : Vec3(0);
     SceneSnapshot snap = sceneOf({shape(1, makeQuad(1), diffuseMaterial(1, 1, 1))}, {environmentLight(2)});
-    if (kind > 0) snap.lights[0].image = image(16, 8, 3, pixels, ColorSpace::Linear, 5);
-    if (kind > 1) snap.lights[0].transform = lookAt(0, 0, 0, 1, 0.3f, 0.2f);
+    if (kind == 1 || kind == 2) snap.lights[0].image = image(16, 8, 3, pixels, ColorSpace::Linear, 5);
+    if (kind == 2) snap.lights[0].transform = lookAt(0, 0, 0, 1, 0.3f, 0.2f);
     reset();
     ASSERT_TRUE(build(snap));
     Uniform u(7);
@@ -39,15 +41,17 @@ TEST_F(KernelTest, EnvironmentSamplingIntegratesTheSphereAndMatchesItsOwnPdf) {
     double sum = 0;
     for (int i = 0; i < n; ++i) {
       LightSample ls;
-      if (!lights_.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) continue;
+      if (!lights_.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls, upper)) continue;
       ASSERT_TRUE(ls.infinite && !ls.delta) << name;
+      ASSERT_TRUE(kind != 3 || dot(ls.wi, upper) > 0) << "a sample below the hemisphere";
       if (i < 1000) {
-        ASSERT_NEAR(ls.pdf, lights_.environmentPdf(ls.wi), 1e-3f * ls.pdf) << name;
+        ASSERT_NEAR(ls.pdf, lights_.environmentPdf(ls.wi, upper), 1e-3f * ls.pdf) << name;
         ASSERT_NEAR(ls.radiance.x, lights_.environment(ls.wi).x, 1e-5f) << name;
       }
       sum += ls.radiance.x / ls.pdf;
     }
-    EXPECT_NEAR(sum / n / (kind ? imageIntegral : 2 * 4 * kPi), 1.0, 0.01) << name;
+    const double expected = kind == 1 || kind == 2 ? imageIntegral : kind == 3 ? 2 * 2 * kPi : 2 * 4 * kPi;
+    EXPECT_NEAR(sum / n / expected, 1.0, 0.01) << name;
   }
 }
 

@@ -95,13 +95,21 @@ TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
   auto reference = renderWith(plugin, scene, params, 16, 16, 2048, {kAovColor}, 1u << 20);
   ASSERT_EQ(reference.status, 0) << reference.error;
   auto ref = reference.image();
-  double e16 = rmse(render(scene, params, 16, 16, 16, {kAovColor})[0], ref);
-  double e64 = rmse(render(scene, params, 16, 16, 64, {kAovColor})[0], ref);
-  double e256 = rmse(render(scene, params, 16, 16, 256, {kAovColor})[0], ref);
-  // Each fourfold increase should halve the error; low-discrepancy samples may do better. Over
-  // five sample offsets the ratios ranged from 1.46 to 2.39; a sampler that stops converging gives 1.
-  EXPECT_GT(e16 / e64, 1.4) << e16 << " " << e64;
-  EXPECT_GT(e64 / e256, 1.4) << e64 << " " << e256;
+  // Errors averaged over four sample ranges: one range alone is decided by a few paths, and its
+  // ratios ranged from 1.35 to 2.44 over eight ranges; the averages stay within 1.7 to 1.9.
+  double e16 = 0, e64 = 0, e256 = 0;
+  for (uint64_t range = 0; range < 4; ++range) {
+    auto error = [&](uint32_t samples) {
+      return rmse(renderWith(plugin, scene, params, 16, 16, samples, {kAovColor}, range << 12).image(), ref);
+    };
+    e16 += error(16);
+    e64 += error(64);
+    e256 += error(256);
+  }
+  // Each fourfold increase should halve the error; low-discrepancy samples may do better, and a
+  // sampler that stops converging gives 1.
+  EXPECT_GT(e16 / e64, 1.5) << e16 << " " << e64;
+  EXPECT_GT(e64 / e256, 1.5) << e64 << " " << e256;
   // Also fails when the error vanished, which only a copy of the reference could do.
   EXPECT_LT(e16 / e256, 12.0) << "error fell faster than any unbiased estimator allows: " << e16 << " " << e256;
 }
