@@ -122,7 +122,12 @@ TEST_F(EnvironmentRun, SkyColourIntensityRotationAndItsXmlExport) {
     } else {
       for (int ch = 0; ch < 3; ++ch) {
         EXPECT_NEAR(channelMean(direct, ch), furnace[ch], 0.01 * furnace[ch]);
-        EXPECT_NEAR(direct.at(32, 16, ch), furnace[ch], 0.03 * furnace[ch]) << "the cube's centre";
+        // A 4x4 block: the converged centre lies 2.4% below the sky (the default rough metal's
+        // albedo), too close to the bound for one pixel's noise at 32 samples.
+        double centre = 0;
+        for (int y = 14; y < 18; ++y)
+          for (int x = 30; x < 34; ++x) centre += direct.at(x, y, ch) / 16;
+        EXPECT_NEAR(centre, furnace[ch], 0.03 * furnace[ch]) << "the cube's centre";
       }
     }
     result = render(keys, ".xml");
