@@ -396,7 +396,10 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   // A Lambert surface sees light on the side of wo only, weighted by cosine: a constant sky is
   // sampled by cosine in that hemisphere. Glossy lobes keep the whole sphere, as a denser light
   // sample takes MIS weight from their better BSDF sample (the helmet's error rose 6% otherwise).
-  const Vec3 upper = bsdf.choosesLobe() || bsdf.isTransmissive() ? Vec3(0) : dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
+  // The preview weighs no samples: there the ratio of shading to geometric cosine would go
+  // unbounded on smooth-shaded meshes.
+  const bool skyHemisphere = !preview && !bsdf.choosesLobe() && !bsdf.isTransmissive();
+  const Vec3 upper = !skyHemisphere ? Vec3(0) : dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
   // Next-event estimation; the shadow ray waits for the round's occlusion packet.
   if (bsdf.hasNonDelta() && !lights_.empty()) {
     float ul = 0;

@@ -24,6 +24,19 @@ float meanRed(SceneSnapshot scene, uint32_t size, uint32_t iterations, bool dark
   return meanChannel(render(scene, params, size, size, iterations, {kAovColor})[0], 0);
 }
 
+// A lone Lambert quad under a constant sky takes its sky sample by the same cosine density as its
+// BSDF sample, so each carries half of albedo times sky whatever the direction: one sample per pixel
+// is exact, seen from the front and from the back.
+TEST(Sky, LambertQuadIsLitWithoutNoiseFromEitherSide) {
+  for (bool back : {false, true}) {
+    SCOPED_TRACE(back ? "back" : "front");
+    SceneSnapshot scene = quadUnderSky(diffuseMaterial(0.5f, 0.5f, 0.5f));
+    if (back) scene.shapes[0].transform = facingDown(0);
+    const auto color = render(scene, boxFilter(), 8, 8, 1, {kAovColor})[0];
+    for (size_t i = 0; i < color.size(); i += 4) ASSERT_NEAR(color[i], 0.5f, 1e-4f) << "pixel " << i / 4;
+  }
+}
+
 TEST(Alpha, ModesMixSurfaceAndBackground) {
   // Half transparent: 0.3 * 0.5 (surface) + 0.7 * 1 (sky) = 0.85.
   // Label, alpha mode and alpha; the colour and coverage expected (the quad's albedo is 0.5, the sky behind is 1).
