@@ -79,6 +79,20 @@ bool sampleSphericalTriangle(Vec3 v0, Vec3 v1, Vec3 v2, float solidAngle, float 
   return isFinite(Vec3(b1, b2, 0));
 }
 
+// Direction and distance from `ref` to a point `p` of an emitter, and the cosine there; false when
+// `p` is `ref` itself, or shows `ref` its back (single-sided) or its edge.
+bool towardsEmitterPoint(Vec3 ref, Vec3 p, Vec3 normal, bool doubleSided, LightSample& out, float& dist2, float& cosL) {
+  Vec3 d = p - ref;
+  dist2 = dot(d, d);
+  if (!(dist2 > 0) || !std::isfinite(dist2)) return false;
+  out.distance = std::sqrt(dist2);
+  out.wi = d / out.distance;
+  float facing = -dot(normal, out.wi);
+  if (!doubleSided && facing <= 0) return false;
+  cosL = std::fabs(facing);
+  return cosL > 1e-7f;
+}
+
 }  // namespace
 
 // Corners closer than this share of the longest edge are one corner; edges whose cosine is below
@@ -129,15 +143,8 @@ bool LightSet::sampleRectangle(const Rectangle& r, float pmf, Vec3 ref, float u1
   const SphericalRectangle view = sphericalView(r, ref);
   const float solidAngle = view.solidAngle();
   Vec3 p = solidAngle > 0 ? view.sample(u1, u2) : r.corner + r.x * (u1 * r.width) + r.y * (u2 * r.height);
-  Vec3 d = p - ref;
-  float dist2 = dot(d, d);
-  if (!(dist2 > 0) || !std::isfinite(dist2)) return false;
-  out.distance = std::sqrt(dist2);
-  out.wi = d / out.distance;
-  float facing = -dot(r.normal, out.wi);
-  if (!r.doubleSided && facing <= 0) return false;
-  float cosL = std::fabs(facing);
-  if (cosL <= 1e-7f) return false;
+  float dist2 = 0, cosL = 0;
+  if (!towardsEmitterPoint(ref, p, r.normal, r.doubleSided, out, dist2, cosL)) return false;
   out.radiance = r.emission;
   out.emitterType = kEventObject;
   out.group = r.group;
@@ -493,15 +500,8 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       if (!spherical) squareToTriangle(u1, u2, b1, b2);
       else if (!sampleSphericalTriangle(v0, v1, v2, solidAngle, u1, u2, b1, b2)) return false;
       Vec3 p = t.p0 + t.e1 * b1 + t.e2 * b2;
-      Vec3 d = p - ref;
-      float dist2 = dot(d, d);
-      if (dist2 <= 0) return false;
-      out.distance = std::sqrt(dist2);
-      out.wi = d / out.distance;
-      float facing = -dot(t.normal, out.wi);
-      if (!t.doubleSided && facing <= 0) return false;
-      float cosL = std::fabs(facing);
-      if (cosL <= 1e-7f) return false;
+      float dist2 = 0, cosL = 0;
+      if (!towardsEmitterPoint(ref, p, t.normal, t.doubleSided, out, dist2, cosL)) return false;
       if (t.textured) {
         SurfaceHit hit;
         scene.fillSurface(t.shape, t.prim, b1, b2, hit);
