@@ -215,6 +215,7 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
     FilmPoint points[kPacketSize];
     std::vector<Sampler> samplers;
     samplers.reserve(kPacketSize);
+    Sampler* lanes[kPacketSize];
     float weights[kPacketSize];
     uint32_t px[kPacketSize], py[kPacketSize];
     SampleResult results[kPacketSize];
@@ -226,21 +227,25 @@ void KernelPlugin::renderIteration(const RenderRequest& request, const PathInteg
         const uint32_t blockSeed = hashCombine(hashCombine(hashCombine(0x5bd1e995u, bx), by), sampleHigh);
         for (uint32_t cy = by * kBlock; cy < std::min(cellsH, (by + 1) * kBlock); ++cy)
           for (uint32_t cx = bx * kBlock; cx < std::min(cellsW, (bx + 1) * kBlock); ++cx, ++count) {
-            const uint32_t x = cx * cell, y = cy * cell;
             // Any order of the ranks will do: each dimension pair deals them out by its own permutation.
             samplers.emplace_back(blockSeed, sampleLow, (cy % kBlock) * kBlock + cx % kBlock);
-            auto u = samplers.back().get2D();
-            if (cell == 1) {
-              FilterSampler::Sample fs = filter.sample(u.first, u.second);
-              points[count] = {float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy};
-              weights[count] = fs.weight;
-            } else {
-              points[count] = {float(x) + u.first * float(std::min(cell, w - x)), float(y) + u.second * float(std::min(cell, h - y))};
-              weights[count] = 1;
-            }
-            px[count] = x;
-            py[count] = y;
+            lanes[count] = &samplers.back();
+            px[count] = cx * cell;
+            py[count] = cy * cell;
           }
+        Sampler::drawAhead(lanes, count, 1);
+        for (int k = 0; k < count; ++k) {
+          const uint32_t x = px[k], y = py[k];
+          auto u = samplers[k].get2D();
+          if (cell == 1) {
+            FilterSampler::Sample fs = filter.sample(u.first, u.second);
+            points[k] = {float(x) + 0.5f + fs.dx, float(y) + 0.5f + fs.dy};
+            weights[k] = fs.weight;
+          } else {
+            points[k] = {float(x) + u.first * float(std::min(cell, w - x)), float(y) + u.second * float(std::min(cell, h - y))};
+            weights[k] = 1;
+          }
+        }
         integrator.traceBatch(points, samplers.data(), results, count);
         for (int k = 0; k < count; ++k) {
           film.addSample(px[k], py[k], weights[k], results[k]);

@@ -36,6 +36,7 @@ struct PathIntegrator::Path {
   // After the last bounce a path still follows its BSDF sample to collect emission, the other half
   // of the MIS pair whose light-sampling half was taken at that vertex.
   bool emissionOnly = false;
+  bool choseLobe = false;  // a bounce of this path drew a lobe choice
 
   // The light sample of this round, added once its shadow ray is known to be clear. Per lobe
   // category at the first hit (the direct split), else one value for `lightCategory`.
@@ -161,6 +162,7 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
     if (!any) break;
     scene_.intersect16(rays, active, hits, found, coherent);
     coherent = false;
+    drawAhead(paths, active, found, count);
     for (int k = 0; k < count; ++k) {
       if (!active[k]) continue;
       if (found[k]) shadeHit(paths[k], hits[k]);
@@ -188,6 +190,29 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
     o.color = o.emission + o.background;
     for (int c = 0; c < kLobeCategories; ++c) o.color += o.direct[c] + o.indirect[c];
   }
+}
+
+// Draws the random numbers of the lanes' next bounce at once on the vector unit: shadeHit's draws
+// in their order (light choice, light sample, lobe choice, BSDF sample, roulette), those that some
+// lane will read. A lane that reads others only loses the head start, never the value.
+void PathIntegrator::drawAhead(Path* paths, const bool* active, const bool* found, int count) const {
+  if (settings_.mode != IntegratorMode::PathTracer && settings_.mode != IntegratorMode::Direct) return;
+  Sampler* lanes[kPacketSize];
+  int n = 0;
+  bool lobes = false, roulette = false;
+  for (int k = 0; k < count; ++k) {
+    const Path& path = paths[k];
+    if (!active[k] || !found[k] || path.emissionOnly) continue;
+    lanes[n++] = path.sampler;
+    lobes |= path.choseLobe;
+    roulette |= path.depth + 1 >= kRussianRouletteDepth;
+  }
+  uint32_t offsets = 1u << 3;
+  if (lights_.choosesLight()) offsets |= 1u << 0;
+  if (!lights_.empty()) offsets |= 1u << 1;
+  if (lobes) offsets |= 1u << 2;
+  if (roulette) offsets |= 1u << 4;
+  Sampler::drawAhead(lanes, n, offsets);
 }
 
 void PathIntegrator::startPath(Path& path) const {
@@ -454,8 +479,12 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   }
 
   float uLobe = 0;
-  if (bsdf.choosesLobe()) uLobe = sampler.get1D();
-  else sampler.skip();
+  if (bsdf.choosesLobe()) {
+    uLobe = sampler.get1D();
+    path.choseLobe = true;
+  } else {
+    sampler.skip();
+  }
   auto u = sampler.get2D();
   BsdfSample bs;
   if (!bsdf.sample(uLobe, u.first, u.second, bs)) return;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "kernel/vector_isa.h"
 #include "kernel/vector_math.h"
 
 namespace zvr::kernel {
@@ -47,29 +48,15 @@ inline uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
   return x;
 }
 
-// The Pascal-matrix Sobol dimension, conjugated by bit reversal: rev(sobol1(rev(x))). Both maps are
-// linear over GF(2), so a byte table each suffices, and the nested scramble (which works on
-// reversed bits) needs no reversal around it.
-struct ReversedSobol1Tables {
-  uint32_t byByte[4][256];
-  ReversedSobol1Tables() {
-    uint32_t v[32];
-    v[0] = 1u << 31;
-    for (int i = 1; i < 32; ++i) v[i] = v[i - 1] ^ (v[i - 1] >> 1);
-    for (int b = 0; b < 4; ++b)
-      for (uint32_t x = 0; x < 256; ++x) {
-        uint32_t index = reverseBits(x << (8 * b)), r = 0;
-        for (int bit = 0; bit < 32; ++bit)
-          if (index & (1u << bit)) r ^= v[bit];
-        byByte[b][x] = reverseBits(r);
-      }
-  }
-};
-inline const ReversedSobol1Tables kReversedSobol1;
-
-inline uint32_t reversedSobol1(uint32_t reversedIndex) {
-  return kReversedSobol1.byByte[0][reversedIndex & 0xff] ^ kReversedSobol1.byByte[1][(reversedIndex >> 8) & 0xff] ^
-         kReversedSobol1.byByte[2][(reversedIndex >> 16) & 0xff] ^ kReversedSobol1.byByte[3][reversedIndex >> 24];
+// The Pascal-matrix Sobol dimension of `index`, bit-reversed (as the scrambles work on reversed
+// bits). By Lucas's theorem bit p of the result is the XOR of the index bits at every position
+// whose binary digits include p's: a superset sum, five shift steps and no table.
+inline uint32_t reversedSobol1(uint32_t index) {
+  index ^= (index >> 1) & 0x55555555u;
+  index ^= (index >> 2) & 0x33333333u;
+  index ^= (index >> 4) & 0x0f0f0f0fu;
+  index ^= (index >> 8) & 0x00ff00ffu;
+  return index ^ (index >> 16);
 }
 
 inline float toUnit(uint32_t x) { return std::min(float(x) * 0x1p-32f, 0x1.fffffep-1f); }
@@ -101,10 +88,8 @@ struct RankOffsetTable {
 };
 inline const RankOffsetTable kRankOffset;
 
-// L(s), reversed, from rev28(s) in the low 28 bits of `reversed`.
-inline uint32_t reversedRankOffset(uint32_t reversed) {
-  return kRankOffset.of[((reversed >> 16) ^ (reversed >> 4) ^ (reversed << 8)) & 0xfff];
-}
+// Where L(s), reversed, sits in the table, from rev28(s) in the low 28 bits of `reversed`.
+inline uint32_t rankOffsetSlot(uint32_t reversed) { return ((reversed >> 16) ^ (reversed >> 4) ^ (reversed << 8)) & 0xfff; }
 
 // Only the first six draws are shared by the block: the camera sample, the first vertex's light and
 // BSDF samples, and the draw after them (the next vertex's light choice); the dimensions after
@@ -128,6 +113,36 @@ struct RankPermutations {
 };
 inline const RankPermutations kRankPermutations;
 
+// The two rank tables as the scalar sampler reads them; the packet draw keeps wider copies, which
+// vector gathers can load.
+struct ByteRankTables {
+  uint32_t permuted(uint32_t permutation, uint32_t rank) const { return kRankPermutations.of[permutation & 255][rank]; }
+  uint32_t offset(uint32_t slot) const { return kRankOffset.of[slot]; }
+};
+
+// The block sequence index, bit-reversed, of a pixel's sample in the pair seeded by `dimSeed`.
+// The index shuffle is a nested scramble of the sample number (LK on its reversed bits), which
+// maps every aligned run of samples onto an aligned run, so each pixel and each block keep their
+// stratification.
+template <class RankTables>
+[[gnu::always_inline]] inline uint32_t reversedBlockIndex(const RankTables& tables, uint32_t dimSeed, uint32_t reversedSample,
+                                                          uint32_t permutation, uint32_t rank) {
+  uint32_t reversed = laineKarrasPermutation(reversedSample, dimSeed) & ((1u << kBlockSampleBits) - 1);
+  return reversed | (tables.permuted(permutation, rank) ^ tables.offset(rankOffsetSlot(reversed))) << kBlockSampleBits;
+}
+
+// Dimension pair `d` of one sample, as 32-bit fractions: the core of Sampler::get2D, shared with
+// the packet draw so the two agree bit for bit. The value scramble is rev(LK(rev(x))), and the
+// first Sobol dimension is rev(index): the scramble of that dimension reverses twice, which cancels.
+template <class RankTables>
+[[gnu::always_inline]] inline uint64_t scrambledPair(const RankTables& tables, uint32_t dimSeed, uint32_t reversedSample,
+                                                     uint32_t permutation, uint32_t rank) {
+  const uint32_t index = reverseBits(reversedBlockIndex(tables, dimSeed, reversedSample, permutation, rank));
+  uint32_t scrambledX = laineKarrasPermutation(index, hashCombine(dimSeed, 0x68bc21ebu));
+  uint32_t scrambledY = laineKarrasPermutation(reversedSobol1(index), hashCombine(dimSeed, 0x02e5be93u));
+  return reverseBits64(uint64_t(scrambledY) << 32 | scrambledX);
+}
+
 }  // namespace sampling_detail
 
 // Owen-scrambled Sobol in padded 2D pairs (Burley 2020): every pair of dimensions gets its own
@@ -150,12 +165,27 @@ class Sampler {
   // when its AOV is) does not shift the dimensions the main path uses.
   Sampler fork(uint32_t stream) const { return Sampler(hashCombine(seed_, 0xa511e9b3u + stream), index_, rank_); }
 
+  // How far ahead drawAhead() reaches from a sampler's current dimension.
+  static constexpr uint32_t kAheadDimensions = 5;
+  // Draws, for `count` samplers at once on the vector unit, the pairs at their current dimension
+  // plus each offset whose bit is set in `offsets`; each sampler then answers those dimensions from
+  // what was drawn, bit for bit what it would compute itself. Any earlier draw ahead is dropped.
+  static void drawAhead(Sampler* const* samplers, int count, uint32_t offsets, VectorIsa isa = bestVectorIsa());
+
  private:
-  // The block sequence index, bit-reversed, of this pixel's sample in the pair seeded by `dimSeed`.
-  uint32_t reversedBlockIndex(uint32_t dimSeed, uint32_t permutation) const;
+  uint32_t seedOf(uint32_t d) const {
+    return hashCombine(d < sampling_detail::kBlockSharedDimensions ? seed_ : pixelSeed_, d);
+  }
+  // The pair drawn ahead for dimension `d`, if there is one.
+  const uint64_t* drawnAhead(uint32_t d) const {
+    uint32_t slot = d - aheadFrom_;
+    return slot < kAheadDimensions && (aheadMask_ >> slot & 1) ? &ahead_[slot] : nullptr;
+  }
   uint32_t seed_, index_, rank_, reversedSample_, firstPermutation_;
   uint32_t pixelSeed_, pixelHash_;  // the seed of the unshared dimensions, and of the hashed ones
   uint32_t dimension_ = 0;
+  uint32_t aheadFrom_ = 0, aheadMask_ = 0;
+  uint64_t ahead_[kAheadDimensions];  // as scrambledPair() returns them
 };
 
 inline Sampler::Sampler(uint32_t blockSeed, uint32_t sampleIndex, uint32_t blockRank)
@@ -170,37 +200,27 @@ inline Sampler::Sampler(uint32_t blockSeed, uint32_t sampleIndex, uint32_t block
 }
 
 // Inline: a path draws a dozen values per bounce, and the calls cost as much as the hashing.
-// The index shuffle is a nested scramble of the sample number (LK on its reversed bits), which
-// maps every aligned run of samples onto an aligned run, so each pixel and each block keep their
-// stratification. The value scramble is rev(LK(rev(x))), and the first Sobol dimension is
-// rev(index): the scramble of that dimension reverses twice, which cancels.
-[[gnu::always_inline]] inline uint32_t Sampler::reversedBlockIndex(uint32_t dimSeed, uint32_t permutation) const {
-  using namespace sampling_detail;
-  uint32_t reversed = laineKarrasPermutation(reversedSample_, dimSeed) & ((1u << kBlockSampleBits) - 1);
-  return reversed | uint32_t(kRankPermutations.of[permutation & 255][rank_] ^ reversedRankOffset(reversed)) << kBlockSampleBits;
-}
-
+// The first value of a pair is the pair's first dimension alone, so one drawn-ahead pair serves
+// either call.
 [[gnu::always_inline]] inline float Sampler::get1D() {
   using namespace sampling_detail;
-  if (dimension_ >= kScrambledDimensions) return toUnit(hashCombine(pixelHash_, dimension_++));
   const uint32_t d = dimension_++;
-  const uint32_t dimSeed = hashCombine(d < kBlockSharedDimensions ? seed_ : pixelSeed_, d);
-  uint32_t index = reverseBits(reversedBlockIndex(dimSeed, firstPermutation_ + d));
+  if (d >= kScrambledDimensions) return toUnit(hashCombine(pixelHash_, d));
+  if (const uint64_t* drawn = drawnAhead(d)) return toUnit(uint32_t(*drawn >> 32));
+  const uint32_t dimSeed = seedOf(d);
+  uint32_t index = reverseBits(reversedBlockIndex(ByteRankTables{}, dimSeed, reversedSample_, firstPermutation_ + d, rank_));
   return toUnit(reverseBits(laineKarrasPermutation(index, hashCombine(dimSeed, 0x68bc21ebu))));
 }
 
 [[gnu::always_inline]] inline Sampler::Pair Sampler::get2D() {
   using namespace sampling_detail;
-  if (dimension_ >= kScrambledDimensions) {
-    uint32_t h = hashCombine(pixelHash_, dimension_++);
+  const uint32_t d = dimension_++;
+  if (d >= kScrambledDimensions) {
+    uint32_t h = hashCombine(pixelHash_, d);
     return {toUnit(h), toUnit(hashCombine(h, 0x2c1b3c6du))};
   }
-  const uint32_t d = dimension_++;
-  const uint32_t dimSeed = hashCombine(d < kBlockSharedDimensions ? seed_ : pixelSeed_, d);
-  uint32_t reversed = reversedBlockIndex(dimSeed, firstPermutation_ + d);
-  uint32_t scrambledX = laineKarrasPermutation(reverseBits(reversed), hashCombine(dimSeed, 0x68bc21ebu));
-  uint32_t scrambledY = laineKarrasPermutation(reversedSobol1(reversed), hashCombine(dimSeed, 0x02e5be93u));
-  uint64_t xy = reverseBits64(uint64_t(scrambledY) << 32 | scrambledX);
+  const uint64_t* drawn = drawnAhead(d);
+  uint64_t xy = drawn ? *drawn : scrambledPair(ByteRankTables{}, seedOf(d), reversedSample_, firstPermutation_ + d, rank_);
   return {toUnit(uint32_t(xy >> 32)), toUnit(uint32_t(xy))};
 }
 

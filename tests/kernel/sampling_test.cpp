@@ -47,6 +47,44 @@ TEST(Sampler, StreamsKeepTheirValues) {
   }
 }
 
+// Values drawn ahead for a packet on the vector unit are the ones each sampler computes alone,
+// whatever the lane count, the dimensions (across the shared, scrambled and hashed ranges), the
+// sample index (past 2^28 a block restarts its sequence) and the order the path reads them in.
+TEST(Sampler, DrawnAheadValuesAreTheSamplersOwn) {
+  struct Case {
+    int lanes;
+    uint32_t skipped, offsets, sampleIndex;
+  };
+  const Case cases[] = {{16, 0, 0x1f, 5},  {8, 1, 0x0a, 77}, {9, 3, 0x1b, (3u << 28) + 1},
+                        {1, 60, 0x1f, 9},  {16, 62, 0x11, 1u << 20}, {5, 200, 0x1f, 3}};
+  for (VectorIsa isa : {VectorIsa::Baseline, VectorIsa::Avx2, VectorIsa::Avx512}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(::testing::Message() << vectorIsaName(isa) << ", " << c.lanes << " lanes from dimension " << c.skipped);
+      std::vector<Sampler> drawn, alone;
+      for (int k = 0; k < c.lanes; ++k) {
+        // Lanes of two blocks, each sampler a dimension further on than the one before.
+        drawn.emplace_back(0x51ed270bu + uint32_t(k / 4), c.sampleIndex, uint32_t(k * 7) % 16);
+        drawn.back().skip(c.skipped + uint32_t(k % 3));
+        alone.push_back(drawn.back());
+      }
+      std::vector<Sampler*> lanes;
+      for (Sampler& s : drawn) lanes.push_back(&s);
+      Sampler::drawAhead(lanes.data(), c.lanes, c.offsets, isa);
+      for (int k = 0; k < c.lanes; ++k) {
+        for (int read = 0; read < 4; ++read) {
+          // A pair, a single value, a pair, then a skip over one dimension.
+          auto a = drawn[k].get2D(), b = alone[k].get2D();
+          EXPECT_EQ(a.first, b.first) << "lane " << k;
+          EXPECT_EQ(a.second, b.second) << "lane " << k;
+          EXPECT_EQ(drawn[k].get1D(), alone[k].get1D()) << "lane " << k;
+          drawn[k].skip();
+          alone[k].skip();
+        }
+      }
+    }
+  }
+}
+
 // 256 samples of one pixel, or 16 samples of each pixel of a 4x4 block: each 1D dimension puts
 // one point in each 1/256 interval, and each 2D pair one point in every elementary box of area
 // 1/256 (a (0,8,2)-net). The block holds for the dimensions it shares, the pixel for all.
