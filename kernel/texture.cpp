@@ -16,6 +16,10 @@ float srgbToLinear(float v) {
 int wrapCoord(int i, int n, uint32_t mode) {
   // Most lookups land inside the image: no division for them.
   if (unsigned(i) < unsigned(n)) return i;
+  // Next are the neighbours a bilinear lookup takes just past an edge: no division for them either.
+  const bool repeats = mode != 1 && mode != 2;
+  if (i == -1) return repeats ? n - 1 : 0;
+  if (i == n) return repeats ? 0 : n - 1;
   switch (mode) {
     case 1:  // clamp
       return std::min(std::max(i, 0), n - 1);
