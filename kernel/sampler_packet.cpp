@@ -74,7 +74,11 @@ void Sampler::drawAhead(Sampler* const* samplers, int count, uint32_t offsets, V
   isa = std::min(isa, bestVectorIsa());
   if (count == 0 || isa == VectorIsa::Baseline) return;
   const DrawLanes draw = chooseDraw(isa, count);
-  Lanes lanes{};
+  Lanes lanes;
+  // Lanes past the count are drawn too, as the loop is of fixed width: give them defined values.
+  for (int k = count; k < kLanes; ++k)
+    lanes.blockSeed[k] = lanes.pixelSeed[k] = lanes.dimension[k] = lanes.reversedSample[k] = lanes.firstPermutation[k] =
+        lanes.rank[k] = 0;
   for (int k = 0; k < count; ++k) {
     const Sampler& s = *samplers[k];
     lanes.blockSeed[k] = s.seed_;
@@ -87,13 +91,13 @@ void Sampler::drawAhead(Sampler* const* samplers, int count, uint32_t offsets, V
   for (uint32_t slot = 0; slot < kAheadDimensions; ++slot) {
     if (!(offsets >> slot & 1)) continue;
     draw(lanes, slot);
-    for (int k = 0; k < count; ++k) {
-      Sampler& s = *samplers[k];
-      // Hashed dimensions are cheap already: those stay with the sampler.
-      if (s.aheadFrom_ + slot >= kScrambledDimensions) continue;
-      s.ahead_[slot] = lanes.pair[k];
-      s.aheadMask_ |= 1u << slot;
-    }
+    for (int k = 0; k < count; ++k) samplers[k]->ahead_[slot] = lanes.pair[k];
+  }
+  // Hashed dimensions are cheap already: those stay with the sampler.
+  for (int k = 0; k < count; ++k) {
+    const uint32_t from = samplers[k]->aheadFrom_;
+    const uint32_t scrambled = from >= kScrambledDimensions ? 0 : kScrambledDimensions - from;
+    samplers[k]->aheadMask_ = scrambled >= kAheadDimensions ? offsets : offsets & ((1u << scrambled) - 1);
   }
 }
 
