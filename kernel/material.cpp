@@ -3,24 +3,35 @@
 namespace zvr::kernel {
 namespace {
 
-void sampleSlot(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lodOffset, Vec4& out) {
+// log2 of the uv footprint of a hit in each texture-coordinate set, shared by the slots' levels of
+// detail: -infinity where there is no footprint (the finest level).
+struct UvFootprint {
+  float log2Size[2] = {-1e9f, -1e9f};
+  // `used` false: a material without textures, which needs no logarithms.
+  explicit UvFootprint(const SurfaceHit& hit, bool used = true) {
+    for (int set = 0; set < 2 && used; ++set) {
+      const float size = hit.footprint * hit.uvDensity[set];
+      log2Size[set] = size > 0 ? std::log2(size) : -1e9f;
+    }
+  }
+};
+
+void sampleSlot(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, const UvFootprint& footprint, float lodOffset,
+                Vec4& out) {
   const Texture* tex = rt.textures[slot];
   const TextureBinding& b = *rt.bindings[slot];
   uint32_t set = b.texcoord == 1 ? 1 : 0;
   float u = hit.uv[set][0], v = hit.uv[set][1];
-  transformTexcoord(b, u, v);
-  float lod = -1e9f;
-  float texels = hit.footprint * hit.uvDensity[set] * std::sqrt(float(tex->baseWidth()) * float(tex->baseHeight()));
-  float scale = std::sqrt(std::fabs(b.scale[0] * b.scale[1]));
-  if (texels > 0) lod = std::log2(texels * (scale > 0 ? scale : 1));
-  lod += lodOffset;
+  if (rt.transformsTexcoords[slot]) transformTexcoord(b, u, v);
+  const float lod = footprint.log2Size[set] + rt.lodBias[slot] + lodOffset;
   out = tex->sample(u, v, lod, b.wrapS, b.wrapT, b.magFilter != 1, b.minFilter != 1);
 }
 
 // Most materials bind no texture at all: the mask check keeps them off the lookup path.
-inline bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, float lodOffset, Vec4& out) {
+inline bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, const UvFootprint& footprint, float lodOffset,
+                   Vec4& out) {
   if (!(rt.texturedSlots & (1u << slot))) return false;
-  sampleSlot(rt, slot, hit, lodOffset, out);
+  sampleSlot(rt, slot, hit, footprint, lodOffset, out);
   return true;
 }
 
@@ -61,7 +72,7 @@ Vec3 surfaceEmission(const Scene& scene, const SurfaceHit& hit) {
   const MaterialData& m = *rt.data;
   Vec3 e = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * (m.emissiveStrength * scene.shapes()[hit.shape].emissionScale);
   Vec4 t;
-  if (lookup(rt, kTexEmissive, hit, 0, t)) e *= Vec3(t.x, t.y, t.z);
+  if (lookup(rt, kTexEmissive, hit, UvFootprint(hit), 0, t)) e *= Vec3(t.x, t.y, t.z);
   return e;
 }
 
@@ -71,7 +82,7 @@ float evaluateOpacity(const Scene& scene, const SurfaceHit& hit, float lodOffset
   const MaterialData& m = *rt.data;
   float a = m.baseColor[3] * hit.color.w;
   Vec4 t;
-  if (lookup(rt, kTexBaseColor, hit, lodOffset, t)) a *= t.w;
+  if (lookup(rt, kTexBaseColor, hit, UvFootprint(hit), lodOffset, t)) a *= t.w;
   if (m.alphaMode == 1) return a >= m.alphaCutoff ? 1.0f : 0.0f;
   return clamp01(a);
 }
@@ -83,6 +94,7 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
   MaterialSample& s = out.material;
   // The factors were resolved once per material; only vertex colours, textures and emission vary.
   s = rt.factors;
+  const UvFootprint footprint(hit, rt.texturedSlots != 0);
   Vec4 t;
   s.baseColor = s.baseColor * Vec3(hit.color.x, hit.color.y, hit.color.z);
   float alpha = m.baseColor[3] * hit.color.w;
@@ -90,28 +102,28 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
     if (m.alphaMode != 0 && !m.unlit) s.opacity = m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha);
     if (rt.emissive) s.emission = surfaceEmission(scene, hit);
   } else {
-    if (lookup(rt, kTexBaseColor, hit, lodOffset, t)) {
+    if (lookup(rt, kTexBaseColor, hit, footprint, lodOffset, t)) {
       s.baseColor *= Vec3(t.x, t.y, t.z);
       alpha *= t.w;
     }
     s.opacity = m.alphaMode == 0 || m.unlit ? 1.0f : (m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha));
-    if (lookup(rt, kTexMetallicRoughness, hit, lodOffset, t)) {
+    if (lookup(rt, kTexMetallicRoughness, hit, footprint, lodOffset, t)) {
       s.roughness *= t.y;
       s.metallic *= t.z;
     }
     if (rt.emissive) s.emission = surfaceEmission(scene, hit);
-    if (lookup(rt, kTexOcclusion, hit, lodOffset, t)) s.occlusion = clamp01(1 + m.occlusionStrength * (t.x - 1));
-    if (lookup(rt, kTexTransmission, hit, lodOffset, t)) s.transmission *= t.x;
-    if (lookup(rt, kTexThickness, hit, lodOffset, t)) {
+    if (lookup(rt, kTexOcclusion, hit, footprint, lodOffset, t)) s.occlusion = clamp01(1 + m.occlusionStrength * (t.x - 1));
+    if (lookup(rt, kTexTransmission, hit, footprint, lodOffset, t)) s.transmission *= t.x;
+    if (lookup(rt, kTexThickness, hit, footprint, lodOffset, t)) {
       s.thinWalled = !(m.thickness * t.y > 0);
       s.attenuation = s.thinWalled ? Vec3(0) : volumeAttenuation(m);
     }
-    if (lookup(rt, kTexSpecular, hit, lodOffset, t)) s.specular *= t.w;
-    if (lookup(rt, kTexSpecularColor, hit, lodOffset, t)) s.specularColor *= Vec3(t.x, t.y, t.z);
-    if (lookup(rt, kTexClearcoat, hit, lodOffset, t)) s.clearcoat *= t.x;
-    if (lookup(rt, kTexClearcoatRoughness, hit, lodOffset, t)) s.clearcoatRoughness *= t.y;
-    if (lookup(rt, kTexSheenColor, hit, lodOffset, t)) s.sheenColor *= Vec3(t.x, t.y, t.z);
-    if (lookup(rt, kTexSheenRoughness, hit, lodOffset, t)) s.sheenRoughness *= t.w;
+    if (lookup(rt, kTexSpecular, hit, footprint, lodOffset, t)) s.specular *= t.w;
+    if (lookup(rt, kTexSpecularColor, hit, footprint, lodOffset, t)) s.specularColor *= Vec3(t.x, t.y, t.z);
+    if (lookup(rt, kTexClearcoat, hit, footprint, lodOffset, t)) s.clearcoat *= t.x;
+    if (lookup(rt, kTexClearcoatRoughness, hit, footprint, lodOffset, t)) s.clearcoatRoughness *= t.y;
+    if (lookup(rt, kTexSheenColor, hit, footprint, lodOffset, t)) s.sheenColor *= Vec3(t.x, t.y, t.z);
+    if (lookup(rt, kTexSheenRoughness, hit, footprint, lodOffset, t)) s.sheenRoughness *= t.w;
   }
 
   Vec3 n = hit.ns;
@@ -123,7 +135,7 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
   }
   Frame base(n, hit.tangent);
   auto perturb = [&](int slot, float scale, Frame& frame) {
-    if (!lookup(rt, slot, hit, lodOffset, t)) return;
+    if (!lookup(rt, slot, hit, footprint, lodOffset, t)) return;
     Vec3 tn(2 * t.x - 1, 2 * t.y - 1, 2 * t.z - 1);
     tn.x *= scale;
     tn.y *= scale;

@@ -226,7 +226,12 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
       const TextureBinding& b = bindingOf(m, slot);
       rt.bindings[slot] = &b;
       rt.textures[slot] = textures_.get(b.image, isColorSlot(slot), gamma);
-      if (rt.textures[slot]) rt.texturedSlots |= 1u << slot;
+      if (!rt.textures[slot]) continue;
+      rt.texturedSlots |= 1u << slot;
+      const Texture& tex = *rt.textures[slot];
+      const float scale = std::sqrt(std::fabs(b.scale[0] * b.scale[1]));
+      rt.lodBias[slot] = std::log2(std::sqrt(float(tex.baseWidth()) * float(tex.baseHeight())) * (scale > 0 ? scale : 1));
+      rt.transformsTexcoords[slot] = b.rotation != 0 || b.scale[0] != 1 || b.scale[1] != 1 || b.offset[0] != 0 || b.offset[1] != 0;
     }
     rt.factors = materialFactors(m);
     rt.opaque = m.alphaMode == 0 || m.unlit;

@@ -53,6 +53,10 @@ struct MaterialRuntime {
   const Texture* textures[kTextureSlots] = {};
   const TextureBinding* bindings[kTextureSlots] = {};
   uint32_t texturedSlots = 0;  // bit per slot with a texture
+  // Per slot: log2 of the texels per unit of uv footprint, and whether the texture transform
+  // moves coordinates at all.
+  float lodBias[kTextureSlots] = {};
+  bool transformsTexcoords[kTextureSlots] = {};
   MaterialSample factors;      // the inputs before textures and vertex colours
   bool opaque = true;    // no alpha mask or blend
   bool emissive = false;
