@@ -3,17 +3,25 @@
 namespace zvr::kernel {
 namespace {
 
-// log2 of the uv footprint of a hit in each texture-coordinate set, shared by the slots' levels of
-// detail: -infinity where there is no footprint (the finest level).
-struct UvFootprint {
-  float log2Size[2] = {-1e9f, -1e9f};
-  // `used` false: a material without textures, which needs no logarithms.
-  explicit UvFootprint(const SurfaceHit& hit, bool used = true) {
-    for (int set = 0; set < 2 && used; ++set) {
-      const float size = hit.footprint * hit.uvDensity[set];
-      log2Size[set] = size > 0 ? std::log2(size) : -1e9f;
+// log2 of a hit's uv footprint per texture-coordinate set, worked out on the first lookup that
+// needs it and shared by the slots' levels of detail; untextured materials take no logarithm.
+class UvFootprint {
+ public:
+  explicit UvFootprint(const SurfaceHit& hit) : hit_(hit) {}
+  // False without a footprint: lookups then take the finest level.
+  bool has(int set) const { return hit_.footprint * hit_.uvDensity[set] > 0; }
+  float log2Size(int set) const {
+    if (!(known_ >> set & 1)) {
+      log2Size_[set] = std::log2(hit_.footprint * hit_.uvDensity[set]);
+      known_ |= 1u << set;
     }
+    return log2Size_[set];
   }
+
+ private:
+  const SurfaceHit& hit_;
+  mutable float log2Size_[2] = {};
+  mutable uint32_t known_ = 0;
 };
 
 void sampleSlot(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, const UvFootprint& footprint, float lodOffset,
@@ -23,7 +31,8 @@ void sampleSlot(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, cons
   uint32_t set = b.texcoord == 1 ? 1 : 0;
   float u = hit.uv[set][0], v = hit.uv[set][1];
   if (rt.transformsTexcoords[slot]) transformTexcoord(b, u, v);
-  const float lod = footprint.log2Size[set] + rt.lodBias[slot] + lodOffset;
+  // The bias stays out of the finest-level case, where an infinite one would turn it coarsest.
+  const float lod = (footprint.has(set) ? footprint.log2Size(set) + rt.lodBias[slot] : -1e9f) + lodOffset;
   out = tex->sample(u, v, lod, b.wrapS, b.wrapT, b.magFilter != 1, b.minFilter != 1);
 }
 
@@ -94,7 +103,7 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
   MaterialSample& s = out.material;
   // The factors were resolved once per material; only vertex colours, textures and emission vary.
   s = rt.factors;
-  const UvFootprint footprint(hit, rt.texturedSlots != 0);
+  const UvFootprint footprint(hit);
   Vec4 t;
   s.baseColor = s.baseColor * Vec3(hit.color.x, hit.color.y, hit.color.z);
   float alpha = m.baseColor[3] * hit.color.w;

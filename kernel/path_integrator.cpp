@@ -194,7 +194,8 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
 
 // Draws the random numbers of the lanes' next bounce at once on the vector unit: shadeHit's draws
 // in their order (light choice, light sample, lobe choice, BSDF sample, roulette), those that some
-// lane will read. A lane that reads others only loses the head start, never the value.
+// lane will read. A lane that reads others (stochastic opacity, a BSDF of delta lobes only, which
+// takes no light sample) only loses the head start, never the value.
 void PathIntegrator::drawAhead(Path* paths, const bool* active, const bool* found, int count) const {
   if (settings_.mode != IntegratorMode::PathTracer && settings_.mode != IntegratorMode::Direct) return;
   Sampler* lanes[kPacketSize];
@@ -207,11 +208,12 @@ void PathIntegrator::drawAhead(Path* paths, const bool* active, const bool* foun
     lobes |= path.choseLobe;
     roulette |= path.depth + 1 >= kRussianRouletteDepth;
   }
-  uint32_t offsets = 1u << 3;
-  if (lights_.choosesLight()) offsets |= 1u << 0;
-  if (!lights_.empty()) offsets |= 1u << 1;
-  if (lobes) offsets |= 1u << 2;
-  if (roulette) offsets |= 1u << 4;
+  // Without lights a bounce draws no light sample, and its other draws move up by two.
+  const uint32_t first = lights_.empty() ? 2 : 0;
+  uint32_t offsets = 1u << (3 - first);
+  if (!lights_.empty()) offsets |= (lights_.choosesLight() ? 1u : 0u) | 1u << 1;
+  if (lobes) offsets |= 1u << (2 - first);
+  if (roulette) offsets |= 1u << (4 - first);
   Sampler::drawAhead(lanes, n, offsets);
 }
 

@@ -37,13 +37,14 @@ template <int kCount>
 [[gnu::always_inline]] inline void drawLanes(Lanes& lanes, uint32_t slot) {
   for (int k = 0; k < kCount; ++k) {
     const uint32_t d = lanes.dimension[k] + slot;
-    const uint32_t dimSeed = hashCombine(d < sampling_detail::kBlockSharedDimensions ? lanes.blockSeed[k] : lanes.pixelSeed[k], d);
+    const uint32_t dimSeed = sampling_detail::dimensionSeed(lanes.blockSeed[k], lanes.pixelSeed[k], d);
     lanes.pair[k] = sampling_detail::scrambledPair(kWordRankTables, dimSeed, lanes.reversedSample[k],
                                                    lanes.firstPermutation[k] + d, lanes.rank[k]);
   }
 }
 
 using DrawLanes = void (*)(Lanes&, uint32_t);
+#if defined(__x86_64__)
 template <int kCount>
 [[gnu::target("avx512f,avx512vl,avx512bw,avx512dq")]] void drawLanesAvx512(Lanes& lanes, uint32_t slot) {
   drawLanes<kCount>(lanes, slot);
@@ -58,6 +59,10 @@ DrawLanes chooseDraw(VectorIsa isa, int count) {
   if (isa == VectorIsa::Avx512) return half ? drawLanesAvx512<kLanes / 2> : drawLanesAvx512<kLanes>;
   return half ? drawLanesAvx2<kLanes / 2> : drawLanesAvx2<kLanes>;
 }
+#else
+// Elsewhere bestVectorIsa() is Baseline, which never gets here.
+DrawLanes chooseDraw(VectorIsa, int) { return nullptr; }
+#endif
 
 }  // namespace
 
@@ -93,7 +98,8 @@ void Sampler::drawAhead(Sampler* const* samplers, int count, uint32_t offsets, V
     draw(lanes, slot);
     for (int k = 0; k < count; ++k) samplers[k]->ahead_[slot] = lanes.pair[k];
   }
-  // Hashed dimensions are cheap already: those stay with the sampler.
+  // Hashed dimensions are cheap already: those stay with the sampler (which would not look them
+  // up anyway).
   for (int k = 0; k < count; ++k) {
     const uint32_t from = samplers[k]->aheadFrom_;
     const uint32_t scrambled = from >= kScrambledDimensions ? 0 : kScrambledDimensions - from;

@@ -98,6 +98,11 @@ inline uint32_t rankOffsetSlot(uint32_t reversed) { return ((reversed >> 16) ^ (
 // that bounced twice) gains nothing over independent pixels.
 constexpr uint32_t kBlockSharedDimensions = 6;
 
+// The seed of dimension `d`: the block's for the shared dimensions, the pixel's after them.
+inline uint32_t dimensionSeed(uint32_t blockSeed, uint32_t pixelSeed, uint32_t d) {
+  return hashCombine(d < kBlockSharedDimensions ? blockSeed : pixelSeed, d);
+}
+
 // Each dimension pair deals the block's ranks out by its own permutation, consecutive ones from
 // these so that no two shared pairs of a block draw the same. With the ranks as they stand, the
 // pairs' strata would be tied by one XOR for all pixels of a round, and a product over two pairs
@@ -173,9 +178,7 @@ class Sampler {
   static void drawAhead(Sampler* const* samplers, int count, uint32_t offsets, VectorIsa isa = bestVectorIsa());
 
  private:
-  uint32_t seedOf(uint32_t d) const {
-    return hashCombine(d < sampling_detail::kBlockSharedDimensions ? seed_ : pixelSeed_, d);
-  }
+  uint32_t seedOf(uint32_t d) const { return sampling_detail::dimensionSeed(seed_, pixelSeed_, d); }
   // The pair drawn ahead for dimension `d`, if there is one.
   const uint64_t* drawnAhead(uint32_t d) const {
     uint32_t slot = d - aheadFrom_;

@@ -4,6 +4,7 @@
 
 namespace zvr::kernel {
 
+// In order of width: a request above what the processor has falls back with std::min.
 enum class VectorIsa { Baseline, Avx2, Avx512 };
 
 // The widest set this processor supports; Baseline everywhere else.
