@@ -44,6 +44,17 @@ inline bool lookup(const MaterialRuntime& rt, int slot, const SurfaceHit& hit, c
   return true;
 }
 
+// Without the mip offset: light samples, which have no shading context, find the same emission
+// as a path that hits the surface.
+Vec3 emissionOf(const Scene& scene, const MaterialRuntime& rt, const SurfaceHit& hit, const UvFootprint& footprint) {
+  if (!rt.emissive) return Vec3(0);
+  const MaterialData& m = *rt.data;
+  Vec3 e = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * (m.emissiveStrength * scene.shapes()[hit.shape].emissionScale);
+  Vec4 t;
+  if (lookup(rt, kTexEmissive, hit, footprint, 0, t)) e *= Vec3(t.x, t.y, t.z);
+  return e;
+}
+
 }  // namespace
 
 Vec3 volumeAttenuation(const MaterialData& m) {
@@ -76,13 +87,7 @@ MaterialSample materialFactors(const MaterialData& m) {
 }
 
 Vec3 surfaceEmission(const Scene& scene, const SurfaceHit& hit) {
-  const MaterialRuntime& rt = *scene.shapes()[hit.shape].material;
-  if (!rt.emissive) return Vec3(0);
-  const MaterialData& m = *rt.data;
-  Vec3 e = Vec3(m.emissive[0], m.emissive[1], m.emissive[2]) * (m.emissiveStrength * scene.shapes()[hit.shape].emissionScale);
-  Vec4 t;
-  if (lookup(rt, kTexEmissive, hit, UvFootprint(hit), 0, t)) e *= Vec3(t.x, t.y, t.z);
-  return e;
+  return emissionOf(scene, *scene.shapes()[hit.shape].material, hit, UvFootprint(hit));
 }
 
 float evaluateOpacity(const Scene& scene, const SurfaceHit& hit, float lodOffset) {
@@ -109,7 +114,7 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
   float alpha = m.baseColor[3] * hit.color.w;
   if (rt.texturedSlots == 0) {
     if (m.alphaMode != 0 && !m.unlit) s.opacity = m.alphaMode == 1 ? (alpha >= m.alphaCutoff ? 1.0f : 0.0f) : clamp01(alpha);
-    if (rt.emissive) s.emission = surfaceEmission(scene, hit);
+    if (rt.emissive) s.emission = emissionOf(scene, rt, hit, footprint);
   } else {
     if (lookup(rt, kTexBaseColor, hit, footprint, lodOffset, t)) {
       s.baseColor *= Vec3(t.x, t.y, t.z);
@@ -120,7 +125,7 @@ void evaluateMaterial(const Scene& scene, const SurfaceHit& hit, float lodOffset
       s.roughness *= t.y;
       s.metallic *= t.z;
     }
-    if (rt.emissive) s.emission = surfaceEmission(scene, hit);
+    if (rt.emissive) s.emission = emissionOf(scene, rt, hit, footprint);
     if (lookup(rt, kTexOcclusion, hit, footprint, lodOffset, t)) s.occlusion = clamp01(1 + m.occlusionStrength * (t.x - 1));
     if (lookup(rt, kTexTransmission, hit, footprint, lodOffset, t)) s.transmission *= t.x;
     if (lookup(rt, kTexThickness, hit, footprint, lodOffset, t)) {
