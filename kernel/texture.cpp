@@ -45,6 +45,34 @@ void imageTexel(const ImageData& image, uint32_t channels, size_t i, float c[4])
   }
 }
 
+// RGBA bytes of `count` texels as imageTexel spreads them, for values ByteFormCheck accepted; one
+// loop per channel count, so that each vectorises.
+void texelBytes(const float* p, uint32_t stride, uint32_t channels, size_t count, uint8_t* out) {
+  switch (channels) {
+    case 1:
+      for (size_t i = 0; i < count; ++i, p += stride, out += 4) {
+        out[0] = out[1] = out[2] = byteOf(p[0]);
+        out[3] = 255;
+      }
+      return;
+    case 2:
+      for (size_t i = 0; i < count; ++i, p += stride, out += 4) {
+        out[0] = out[1] = out[2] = byteOf(p[0]);
+        out[3] = byteOf(p[1]);
+      }
+      return;
+    case 3:
+      for (size_t i = 0; i < count; ++i, p += stride, out += 4) {
+        for (int k = 0; k < 3; ++k) out[k] = byteOf(p[k]);
+        out[3] = 255;
+      }
+      return;
+    default:
+      for (size_t i = 0; i < count; ++i, p += stride, out += 4)
+        for (int k = 0; k < 4; ++k) out[k] = byteOf(p[k]);
+  }
+}
+
 float decodeColour(float v, bool srgb, bool powered, float gamma) {
   if (srgb) return srgbToLinear(v);
   return powered && v > 0 ? std::pow(v, gamma) : v;
@@ -61,22 +89,15 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
                image.pixels.size() >= size_t(image.width) * image.height * image.channels;
   const bool srgb = color && image.colorSpace == ColorSpace::SRGB, powered = color && !srgb && gamma != 1.0f;
   Level base{baseWidth_, baseHeight_, {}, {}};
-  // Bytes first, checking on the way that every value is a byte's; the rare image that is not
-  // (16-bit, HDR) is converted again as floats.
+  // Bytes where every value is a byte's; the rare image that is not (16-bit, HDR) is held as floats.
   ByteFormCheck check;
   if (valid) {
-    base.bytes.resize(texels * 4);
+    const size_t rowValues = size_t(image.width) * image.channels;
     check = tbb::parallel_reduce(
         tbb::blocked_range<uint32_t>(0, baseHeight_, 16), ByteFormCheck(),
         [&](const tbb::blocked_range<uint32_t>& rows, ByteFormCheck found) {
-          for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_ && found.possible(); ++i) {
-            float c[4];
-            imageTexel(image, channels_, i, c);
-            for (int k = 0; k < 4; ++k) {
-              found.add(c[k]);
-              base.bytes[i * 4 + k] = byteOf(c[k]);
-            }
-          }
+          for (uint32_t y = rows.begin(); y < rows.end() && found.possible(); ++y)
+            found.add(&image.pixels[y * rowValues], rowValues);
           return found;
         },
         [](ByteFormCheck a, const ByteFormCheck& b) {
@@ -85,6 +106,11 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
         });
   }
   if (valid && check.possible()) {
+    base.bytes.resize(texels * 4);
+    tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
+      const size_t first = size_t(rows.begin()) * baseWidth_, count = size_t(rows.end() - rows.begin()) * baseWidth_;
+      texelBytes(&image.pixels[first * image.channels], image.channels, channels_, count, &base.bytes[first * 4]);
+    });
     auto decode = std::make_unique<ByteDecode>();
     for (uint32_t k = 0; k < 256; ++k) {
       decode->alpha[k] = byteValue(check.form(), k);
@@ -92,7 +118,6 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
     }
     decode_ = std::move(decode);
   } else {
-    base.bytes = std::vector<uint8_t>();  // gives the memory back, which clear() would keep
     base.texels.resize(texels * 4);
     tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
       for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_; ++i) {
@@ -104,25 +129,74 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
     });
   }
   levels_.push_back(std::move(base));
+  // An 8-bit image keeps its coarser levels as bytes too, each the nearest byte to the exact
+  // average: lookups there missed the cache on floats four times the size.
+  std::unique_ptr<const ByteEncode> encode = decode_ ? ByteEncode::of(*decode_) : nullptr;
+  Level exact;  // the previous level's averages before rounding, so that rounding never compounds
   while (levels_.back().width > 1 || levels_.back().height > 1) {
-    const Level& f = levels_.back();
+    const Level& f = exact.texels.empty() ? levels_.back() : exact;
     Level next{std::max(1u, f.width / 2), std::max(1u, f.height / 2), {}, {}};
     next.texels.resize(size_t(next.width) * next.height * 4);
+    if (encode) next.bytes.resize(next.texels.size());
     tbb::parallel_for(tbb::blocked_range<uint32_t>(0, next.height, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
       std::vector<float> scratch0, scratch1;
       for (uint32_t y = rows.begin(); y < rows.end(); ++y) {
         // An odd last row or column repeats: the box filter reads the edge twice.
         const float* row0 = rowOf(f, std::min(f.height - 1, 2 * y), scratch0);
         const float* row1 = rowOf(f, std::min(f.height - 1, 2 * y + 1), scratch1);
-        float* out = &next.texels[size_t(y) * next.width * 4];
+        const size_t first = size_t(y) * next.width * 4;
+        float* out = &next.texels[first];
         for (uint32_t x = 0; x < next.width; ++x, out += 4) {
           const size_t x0 = size_t(std::min(f.width - 1, 2 * x)) * 4, x1 = size_t(std::min(f.width - 1, 2 * x + 1)) * 4;
           for (int k = 0; k < 4; ++k) out[k] = (row0[x0 + k] + row0[x1 + k] + row1[x0 + k] + row1[x1 + k]) / 4;
         }
+        if (!encode) continue;
+        for (size_t i = first; i < first + size_t(next.width) * 4; i += 4) {
+          for (int k = 0; k < 3; ++k) next.bytes[i + k] = encode->rgb.nearest(next.texels[i + k]);
+          next.bytes[i + 3] = encode->alpha.nearest(next.texels[i + 3]);
+        }
       }
     });
+    if (encode) {
+      exact = Level{next.width, next.height, std::move(next.texels), {}};
+      next.texels = std::vector<float>();
+    }
     levels_.push_back(std::move(next));
   }
+}
+
+std::unique_ptr<const Texture::ByteEncode> Texture::ByteEncode::of(const ByteDecode& decode) {
+  auto encode = std::make_unique<ByteEncode>();
+  if (!encode->rgb.build(decode.rgb) || !encode->alpha.build(decode.alpha)) return nullptr;
+  return encode;
+}
+
+// Buckets over [first, last] of the table, each with the last byte whose value lies at or below
+// its start: a lookup then walks a step or two at most.
+bool Texture::NearestByte::build(const float (&table)[256]) {
+  for (int k = 1; k < 256; ++k)
+    if (!(table[k] > table[k - 1])) return false;  // not increasing: no nearest by search
+  values_ = table;
+  grid_ = true;
+  for (int k = 0; k < 256; ++k) grid_ = grid_ && std::fabs(table[k] * 255.0f - float(k)) < 1e-3f;
+  first_ = table[0];
+  scale_ = float(kBuckets - 1) / (table[255] - table[0]);
+  uint32_t k = 0;
+  for (uint32_t b = 0; b < kBuckets; ++b) {
+    const float start = first_ + float(b) / scale_;
+    while (k < 255 && table[k + 1] <= start) ++k;
+    bucketStart_[b] = uint8_t(k);
+  }
+  return true;
+}
+
+uint8_t Texture::NearestByte::nearest(float v) const {
+  if (grid_) return byteOf(std::clamp(v, 0.0f, 1.0f));  // data: rounding finds the nearest
+  const float position = (v - first_) * scale_;
+  if (!(position > 0)) return 0;
+  uint32_t k = bucketStart_[uint32_t(std::min(position, float(kBuckets - 1)))];
+  while (k < 255 && values_[k + 1] <= v) ++k;
+  return k < 255 && values_[k + 1] - v < v - values_[k] ? uint8_t(k + 1) : uint8_t(k);
 }
 
 const float* Texture::rowOf(const Level& level, uint32_t y, std::vector<float>& scratch) const {

@@ -1,4 +1,4 @@
-// Mip-mapped textures decoded to linear floats, and the cache that owns them for one render.
+// Mip-mapped textures, read back as linear floats, and the cache that owns them for one render.
 #pragma once
 
 #include <map>
@@ -34,11 +34,28 @@ class Texture {
   struct Level {
     uint32_t width, height;
     std::vector<float> texels;   // 4 per texel, or
-    std::vector<uint8_t> bytes;  // 4 per texel, at the finest level of an 8-bit image
+    std::vector<uint8_t> bytes;  // 4 per texel, at every level of an 8-bit image
   };
   // Bytes back to exactly the floats a float level would hold: colour decoded as the texture asks.
   struct ByteDecode {
     float rgb[256], alpha[256];
+  };
+  // The byte whose decoded value lies nearest a float, for a decode table that increases.
+  class NearestByte {
+   public:
+    bool build(const float (&table)[256]);  // false when the table does not increase
+    uint8_t nearest(float v) const;
+
+   private:
+    static constexpr uint32_t kBuckets = 4096;
+    const float* values_ = nullptr;
+    bool grid_ = false;  // the table is k / 255
+    float first_ = 0, scale_ = 1;
+    uint8_t bucketStart_[kBuckets];
+  };
+  struct ByteEncode {
+    NearestByte rgb, alpha;
+    static std::unique_ptr<const ByteEncode> of(const ByteDecode& decode);  // null if either table cannot encode
   };
   // Row y of a level as RGBA floats: the level's own for floats, else decoded into `scratch`.
   const float* rowOf(const Level& level, uint32_t y, std::vector<float>& scratch) const;
