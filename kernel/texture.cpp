@@ -89,15 +89,21 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
                image.pixels.size() >= size_t(image.width) * image.height * image.channels;
   const bool srgb = color && image.colorSpace == ColorSpace::SRGB, powered = color && !srgb && gamma != 1.0f;
   Level base{baseWidth_, baseHeight_, {}, {}};
-  // Bytes where every value is a byte's; the rare image that is not (16-bit, HDR) is held as floats.
+  // Bytes where every value is a byte's, checked and converted in one pass over the rows; the
+  // rare image that is not (16-bit, HDR) is held as floats.
   ByteFormCheck check;
   if (valid) {
+    base.bytes.resize(texels * 4);
     const size_t rowValues = size_t(image.width) * image.channels;
     check = tbb::parallel_reduce(
         tbb::blocked_range<uint32_t>(0, baseHeight_, 16), ByteFormCheck(),
         [&](const tbb::blocked_range<uint32_t>& rows, ByteFormCheck found) {
-          for (uint32_t y = rows.begin(); y < rows.end() && found.possible(); ++y)
-            found.add(&image.pixels[y * rowValues], rowValues);
+          for (uint32_t y = rows.begin(); y < rows.end(); ++y) {
+            const float* row = &image.pixels[y * rowValues];
+            found.add(row, rowValues);
+            if (!found.possible()) break;  // nothing beyond [0, 1] is converted
+            texelBytes(row, image.channels, channels_, baseWidth_, &base.bytes[size_t(y) * baseWidth_ * 4]);
+          }
           return found;
         },
         [](ByteFormCheck a, const ByteFormCheck& b) {
@@ -106,11 +112,6 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
         });
   }
   if (valid && check.possible()) {
-    base.bytes.resize(texels * 4);
-    tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
-      const size_t first = size_t(rows.begin()) * baseWidth_, count = size_t(rows.end() - rows.begin()) * baseWidth_;
-      texelBytes(&image.pixels[first * image.channels], image.channels, channels_, count, &base.bytes[first * 4]);
-    });
     auto decode = std::make_unique<ByteDecode>();
     for (uint32_t k = 0; k < 256; ++k) {
       decode->alpha[k] = byteValue(check.form(), k);
@@ -118,6 +119,7 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
     }
     decode_ = std::move(decode);
   } else {
+    base.bytes = std::vector<uint8_t>();  // gives the memory back, which clear() would keep
     base.texels.resize(texels * 4);
     tbb::parallel_for(tbb::blocked_range<uint32_t>(0, baseHeight_, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
       for (size_t i = size_t(rows.begin()) * baseWidth_; i < size_t(rows.end()) * baseWidth_; ++i) {
@@ -132,35 +134,48 @@ Texture::Texture(const ImageData& image, bool color, float gamma) {
   // An 8-bit image keeps its coarser levels as bytes too, each the nearest byte to the exact
   // average: lookups there missed the cache on floats four times the size.
   std::unique_ptr<const ByteEncode> encode = decode_ ? ByteEncode::of(*decode_) : nullptr;
-  Level exact;  // the previous level's averages before rounding, so that rounding never compounds
+  const bool dataBytes = encode && encode->rgb.isGrid() && encode->alpha.isGrid();
+  // The previous level's averages before rounding, so that rounding never compounds; not
+  // zero-filled first, as every value is written.
+  std::unique_ptr<float[]> exact;
   while (levels_.back().width > 1 || levels_.back().height > 1) {
-    const Level& f = exact.texels.empty() ? levels_.back() : exact;
+    const Level& f = levels_.back();
     Level next{std::max(1u, f.width / 2), std::max(1u, f.height / 2), {}, {}};
-    next.texels.resize(size_t(next.width) * next.height * 4);
-    if (encode) next.bytes.resize(next.texels.size());
+    const size_t values = size_t(next.width) * next.height * 4;
+    std::unique_ptr<float[]> averages(new float[values]);
+    if (encode) next.bytes.resize(values);
     tbb::parallel_for(tbb::blocked_range<uint32_t>(0, next.height, 16), [&](const tbb::blocked_range<uint32_t>& rows) {
       std::vector<float> scratch0, scratch1;
       for (uint32_t y = rows.begin(); y < rows.end(); ++y) {
-        // An odd last row or column repeats: the box filter reads the edge twice.
-        const float* row0 = rowOf(f, std::min(f.height - 1, 2 * y), scratch0);
-        const float* row1 = rowOf(f, std::min(f.height - 1, 2 * y + 1), scratch1);
-        const size_t first = size_t(y) * next.width * 4;
-        float* out = &next.texels[first];
-        for (uint32_t x = 0; x < next.width; ++x, out += 4) {
-          const size_t x0 = size_t(std::min(f.width - 1, 2 * x)) * 4, x1 = size_t(std::min(f.width - 1, 2 * x + 1)) * 4;
-          for (int k = 0; k < 4; ++k) out[k] = (row0[x0 + k] + row0[x1 + k] + row1[x0 + k] + row1[x1 + k]) / 4;
+        const uint32_t y0 = 2 * y, y1 = std::min(f.height - 1, 2 * y + 1);
+        const size_t rowValues = size_t(f.width) * 4;
+        const float* row0 = exact ? &exact[y0 * rowValues] : rowOf(f, y0, scratch0);
+        const float* row1 = exact ? &exact[y1 * rowValues] : rowOf(f, y1, scratch1);
+        const size_t first = size_t(y) * next.width * 4, count = size_t(next.width) * 4;
+        float* out = &averages[first];
+        if (f.width > 1) {
+          for (size_t x = 0; x < next.width; ++x)
+            for (size_t k = 0; k < 4; ++k)
+              out[4 * x + k] = (row0[8 * x + k] + row0[8 * x + 4 + k] + row1[8 * x + k] + row1[8 * x + 4 + k]) / 4;
+        } else {
+          // A column of one texel repeats it: the box filter reads the edge twice.
+          for (size_t k = 0; k < 4; ++k) out[k] = (row0[k] + row0[k] + row1[k] + row1[k]) / 4;
         }
         if (!encode) continue;
-        for (size_t i = first; i < first + size_t(next.width) * 4; i += 4) {
-          for (int k = 0; k < 3; ++k) next.bytes[i + k] = encode->rgb.nearest(next.texels[i + k]);
-          next.bytes[i + 3] = encode->alpha.nearest(next.texels[i + 3]);
+        uint8_t* bytes = &next.bytes[first];
+        if (dataBytes) {
+          // Averages of values in [0, 1] stay there, so rounding needs no clamp.
+          for (size_t i = 0; i < count; ++i) bytes[i] = byteOf(out[i]);
+          continue;
+        }
+        for (size_t i = 0; i < count; i += 4) {
+          for (int k = 0; k < 3; ++k) bytes[i + k] = encode->rgb.nearest(out[i + k]);
+          bytes[i + 3] = encode->alpha.nearest(out[i + 3]);
         }
       }
     });
-    if (encode) {
-      exact = Level{next.width, next.height, std::move(next.texels), {}};
-      next.texels = std::vector<float>();
-    }
+    if (encode) exact = std::move(averages);
+    else next.texels.assign(averages.get(), averages.get() + values);
     levels_.push_back(std::move(next));
   }
 }
@@ -191,7 +206,7 @@ bool Texture::NearestByte::build(const float (&table)[256]) {
 }
 
 uint8_t Texture::NearestByte::nearest(float v) const {
-  if (grid_) return byteOf(std::clamp(v, 0.0f, 1.0f));  // data: rounding finds the nearest
+  if (grid_) return byteOf(std::clamp(v, 0.0f, 1.0f));  // rounding finds the nearest
   const float position = (v - first_) * scale_;
   if (!(position > 0)) return 0;
   uint32_t k = bucketStart_[uint32_t(std::min(position, float(kBuckets - 1)))];

@@ -45,6 +45,7 @@ class Texture {
    public:
     bool build(const float (&table)[256]);  // false when the table does not increase
     uint8_t nearest(float v) const;
+    bool isGrid() const { return grid_; }  // the table is k / 255: nearest() is rounding
 
    private:
     static constexpr uint32_t kBuckets = 4096;
