@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "kernel/material.h"
+#include "kernel/ray_packet.h"
 
 namespace zvr::kernel {
 namespace {
@@ -278,44 +279,18 @@ void Scene::resolveMaterials(const SceneSnapshot& snapshot, const RenderParams& 
 
 namespace {
 
-// Writes a ray into Embree's layout; `field` picks the member itself, or a lane of a packet's array.
-template <typename EmbreeRay, typename Field>
-void setRayFields(const Ray& ray, EmbreeRay& r, Field field) {
-  field(r.org_x) = ray.origin.x;
-  field(r.org_y) = ray.origin.y;
-  field(r.org_z) = ray.origin.z;
-  field(r.dir_x) = ray.direction.x;
-  field(r.dir_y) = ray.direction.y;
-  field(r.dir_z) = ray.direction.z;
-  field(r.tnear) = ray.tMin;
-  field(r.tfar) = ray.tMax;
-  field(r.mask) = 0xffffffffu;
-  field(r.flags) = 0;
-  field(r.time) = 0;
-}
-
 void setRay(const Ray& ray, RTCRay& r) {
-  setRayFields(ray, r, [](auto& member) -> auto& { return member; });
-}
-
-void setLane(const Ray& ray, RTCRay16& r, int k) {
-  setRayFields(ray, r, [k](auto& lanes) -> auto& { return lanes[k]; });
-}
-
-// Fills a packet and its mask; false when no lane is to be traced. Lanes left out still get
-// finite data, as Embree may read them, and an empty interval: Embree's emulated packets
-// (without AVX-512) walk masked lanes whose interval is open at about the cost of tracing them.
-// An empty interval also reads as blocked to occlusion queries.
-bool packLanes(const Ray* rays, const bool* active, int* valid, RTCRay16& packet) {
-  bool any = false;
-  for (int k = 0; k < kPacketSize; ++k) {
-    bool traced = active[k] && isTraceable(rays[k]);
-    valid[k] = traced ? -1 : 0;
-    any |= traced;
-    setLane(traced ? rays[k] : Ray{}, packet, k);
-    if (!traced) packet.tfar[k] = -1;
-  }
-  return any;
+  r.org_x = ray.origin.x;
+  r.org_y = ray.origin.y;
+  r.org_z = ray.origin.z;
+  r.dir_x = ray.direction.x;
+  r.dir_y = ray.direction.y;
+  r.dir_z = ray.direction.z;
+  r.tnear = ray.tMin;
+  r.tfar = ray.tMax;
+  r.mask = 0xffffffffu;
+  r.flags = 0;
+  r.time = 0;
 }
 
 }  // namespace
@@ -351,7 +326,7 @@ void Scene::intersect16(const Ray* rays, const bool* active, SurfaceHit* hits, b
   if (coherent) context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
   alignas(64) int valid[kPacketSize];
   alignas(64) RTCRayHit16 rh;
-  bool any = packLanes(rays, active, valid, rh.ray);
+  bool any = packRays(rays, active, valid, rh.ray);
   for (int k = 0; k < kPacketSize; ++k) {
     rh.hit.geomID[k] = RTC_INVALID_GEOMETRY_ID;
     rh.hit.instID[0][k] = RTC_INVALID_GEOMETRY_ID;
@@ -371,7 +346,7 @@ void Scene::occluded16(const Ray* rays, const bool* active, bool* blocked) const
   rtcInitIntersectContext(&context);
   alignas(64) int valid[kPacketSize];
   alignas(64) RTCRay16 r;
-  if (packLanes(rays, active, valid, r)) rtcOccluded16(valid, scene_, &context, &r);
+  if (packRays(rays, active, valid, r)) rtcOccluded16(valid, scene_, &context, &r);
   for (int k = 0; k < kPacketSize; ++k)
     if (active[k]) blocked[k] = r.tfar[k] < 0;
 }

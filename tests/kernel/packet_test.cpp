@@ -1,12 +1,14 @@
 // Packet queries and lockstep batches: a packet answers each lane as the single query does, rays
 // aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
 // not depend on the lanes beside it.
+#include <cstring>
 #include <random>
 #include <tuple>
 
 #include "kernel/camera.h"
 #include "kernel/lights.h"
 #include "kernel/path_integrator.h"
+#include "kernel/ray_packet.h"
 #include "kernel/scene.h"
 #include "tests/kernel/test_support.h"
 
@@ -118,6 +120,38 @@ TEST_F(KernelTest, UntraceableRaysMissWithoutDisturbingTheirNeighbours) {
   }
   EXPECT_NEAR(p.hits[0].t, 1, 1e-5f);
   EXPECT_NEAR(p.hits[n - 1].t, 4, 1e-5f);
+}
+
+// The vector packing transposes sixteen rays in registers: every field of every lane must land
+// where the scalar packing puts it, including lanes left out for being idle or untraceable.
+TEST(RayPacketTest, VectorPackingMatchesScalarBitForBit) {
+  if (bestVectorIsa() != VectorIsa::Avx512) GTEST_SKIP() << "no AVX-512 on this processor";
+  std::mt19937 rng(11);
+  std::uniform_real_distribution<float> coordinate(-50, 50);
+  const Ray untraceable[] = {{Vec3(NAN, 0, 0), Vec3(0, 0, 1)}, {Vec3(0), Vec3(0, INFINITY, 0)},
+                             {Vec3(0, 0, 3e20f), Vec3(0, 0, -1)}, {Vec3(0), Vec3(1, 0, 0), -1, 2},
+                             {Vec3(0), Vec3(1, 0, 0), 5, 2}};
+  for (int round = 0; round < 64; ++round) {
+    SCOPED_TRACE(round);
+    Ray rays[kPacketSize];
+    bool active[kPacketSize];
+    for (int k = 0; k < kPacketSize; ++k) {
+      rays[k] = {Vec3(coordinate(rng), coordinate(rng), coordinate(rng)),
+                 Vec3(coordinate(rng), coordinate(rng), coordinate(rng)), coordinate(rng) + 50, 1e30f};
+      active[k] = round == 0 || rng() % 4 != 0;  // round 0: all lanes; round 1: none
+      if (round == 1) active[k] = false;
+      if (rng() % 5 == 0) rays[k] = untraceable[rng() % std::size(untraceable)];
+    }
+    alignas(64) RTCRay16 scalar, wide;
+    alignas(64) int scalarValid[kPacketSize], wideValid[kPacketSize];
+    std::memset(&wide, 0x5a, sizeof wide);  // the vector packing must write every field it owns
+    EXPECT_EQ(packRays(rays, active, wideValid, wide, VectorIsa::Avx512),
+              packRays(rays, active, scalarValid, scalar, VectorIsa::Baseline));
+    EXPECT_EQ(std::memcmp(wideValid, scalarValid, sizeof scalarValid), 0);
+    const size_t fields = offsetof(RTCRay16, id);  // origin, tnear, direction, time, tfar, mask
+    EXPECT_EQ(std::memcmp(&wide, &scalar, fields), 0);
+    EXPECT_EQ(std::memcmp(wide.flags, scalar.flags, sizeof scalar.flags), 0);
+  }
 }
 
 // From inside a closed mesh every ray must hit it, including those aimed exactly at a corner or
