@@ -84,13 +84,8 @@ bool Bsdf::isPlainLambert(const MaterialSample& m) {
 void Bsdf::initLambert(const Frame& shading) {
   // Worked on in registers: reading the members back right after copying them in stalled on
   // store forwarding (2.5% of a Cornell box sample).
-  Frame frame = shading;
   const Vec3 wo = wo_;
-  if (dot(wo, frame.n) < 0) {
-    // Mirroring n and t keeps the basis orthonormal and right-handed without renormalising.
-    frame.n = -frame.n;
-    frame.t = -frame.t;
-  }
+  const Frame frame = lambert_lobe::facing(shading, wo);
   frame_ = coatFrame_ = frame;
   woLocal_ = frame.toLocal(wo);
   woLocal_.z = std::max(woLocal_.z, 1e-6f);
@@ -309,14 +304,7 @@ Vec3 Bsdf::evalLobe(int lobe, Vec3 wo, Vec3 wi, Vec3 woC, Vec3 wiC, float* pdf) 
 
 BsdfEval Bsdf::eval(Vec3 wi) const {
   BsdfEval result;
-  if (lambertOnly_) {
-    if (dot(wi, ng_) * dot(wo_, ng_) <= 0) return result;
-    float cosI = dot(wi, frame_.n);
-    if (cosI <= 0) return result;
-    result.pdf = cosI * kInvPi;
-    result.value[kLobeDiffuse] = diffuseColor_ * (lambertScale_ * cosI);
-    return result;
-  }
+  if (lambertOnly_) return lambert_lobe::eval(frame_, ng_, wo_, diffuseColor_, lambertScale_, wi);
   Vec3 wiL = frame_.toLocal(wi), wiC = coatFrame_.toLocal(wi);
   bool sameSide = dot(wi, ng_) * dot(wo_, ng_) > 0;
   for (int lobe = 0; lobe < kLobeCount; ++lobe) {
@@ -334,19 +322,7 @@ BsdfEval Bsdf::eval(Vec3 wi) const {
 float Bsdf::pdf(Vec3 wi) const { return eval(wi).pdf; }
 
 bool Bsdf::sample(float uLobe, float u1, float u2, BsdfSample& out) const {
-  if (lambertOnly_) {
-    // The cosine-weighted direction cancels the cosine: the weight is the albedo term alone.
-    Vec3 local = squareToCosineHemisphere(u1, u2);
-    Vec3 wi = frame_.toWorld(local);
-    if (local.z <= 0 || dot(wi, ng_) * dot(wo_, ng_) <= 0) return false;
-    out.wi = wi;
-    out.pdf = local.z * kInvPi;
-    out.category = kLobeDiffuse;
-    out.delta = false;
-    out.transmitted = false;
-    out.weight = diffuseColor_ * (lambertScale_ * kPi);
-    return !isBlack(out.weight);
-  }
+  if (lambertOnly_) return lambert_lobe::sample(frame_, ng_, wo_, diffuseColor_, lambertScale_, u1, u2, out);
   int lobe = 0;
   float acc = 0;
   for (lobe = 0; lobe < kLobeCount - 1; ++lobe) {

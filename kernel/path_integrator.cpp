@@ -417,8 +417,24 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
 
   if (path.emissionOnly) return;
 
+  if (LambertBsdf::handles(mat)) {
+    scatter(path, hit, mat, LambertBsdf(mat.baseColor, sp.shading, hit.ng, wo));
+    return;
+  }
   float minRoughness = path.afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
-  Bsdf bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness);
+  scatter(path, hit, mat, Bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness));
+}
+
+// The rest of a bounce, once the BSDF is known: its light sample (left pending for the shadow
+// packet) and the next ray.
+template <class AnyBsdf>
+void PathIntegrator::scatter(Path& path, const SurfaceHit& hit, const MaterialSample& mat, const AnyBsdf& bsdf) const {
+  Sampler& sampler = *path.sampler;
+  SampleResult& out = *path.out;
+  Vec3& beta = path.beta;
+  uint32_t& depth = path.depth;
+  const bool preview = settings_.mode == IntegratorMode::Preview;
+  const Vec3 wo = -path.ray.direction;
 
   // A Lambert surface sees light on the side of wo only, weighted by cosine: a constant sky is
   // sampled by cosine in that hemisphere. Glossy lobes keep the whole sphere, as a denser light

@@ -64,6 +64,8 @@ class PathIntegrator {
   void startPath(Path& path) const;
   void shadeMiss(Path& path) const;
   void shadeHit(Path& path, SurfaceHit& hit) const;
+  template <class AnyBsdf>
+  void scatter(Path& path, const SurfaceHit& hit, const MaterialSample& mat, const AnyBsdf& bsdf) const;
   void resolveVisibility(Path* paths, int count) const;
   void drawAhead(Path* paths, const bool* active, const bool* found, int count) const;
   void addLight(Path& path, Vec3 value, bool direct) const;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <random>
 
 #include "kernel/bsdf.h"
 #include "kernel/microfacet.h"
@@ -262,6 +264,37 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
         }
         EXPECT_NEAR(sum / n, 1.0, r == 0 ? 1e-3 : 0.005);
       }
+}
+
+// The path tracer shades plain Lambert materials with LambertBsdf: it must answer exactly as
+// Bsdf does, on either side of the shading and geometric normals, and stand in for nothing else.
+TEST(LambertBsdfTest, AnswersAsTheLayeredBsdfBitForBit) {
+  const MaterialSample lambert = makeMaterial(0, 1, 0, true, 0, 0, 0);
+  MaterialSample black = lambert, metal = makeMaterial(1, 0.5f), coated = makeMaterial(0, 1, 0, true, 0.5f, 0, 0);
+  black.baseColor = Vec3(0);
+  EXPECT_TRUE(LambertBsdf::handles(lambert));
+  for (const MaterialSample& m : {black, metal, coated, makeMaterial(0, 1)}) EXPECT_FALSE(LambertBsdf::handles(m));
+  std::mt19937 rng(5);
+  std::uniform_real_distribution<float> unit(0, 1);
+  auto direction = [&] { return squareToUniformSphere(unit(rng), unit(rng)); };
+  for (int i = 0; i < 2000; ++i) {
+    // A shading normal off the geometric one, as interpolated normals are, and wo on either side.
+    const Vec3 ng = direction(), ns = normalize(ng + direction() * 0.4f), wo = direction(), wi = direction();
+    const Frame shading(ns);
+    const Bsdf layered(lambert, shading, shading, ng, wo);
+    const LambertBsdf plain(lambert.baseColor, shading, ng, wo);
+    const BsdfEval a = layered.eval(wi), b = plain.eval(wi);
+    ASSERT_EQ(a.pdf, b.pdf) << i;
+    for (int c = 0; c < kLobeCategories; ++c) ASSERT_EQ(std::memcmp(&a.value[c], &b.value[c], sizeof(Vec3)), 0) << i;
+    const float u1 = unit(rng), u2 = unit(rng);
+    BsdfSample x, y;
+    ASSERT_EQ(layered.sample(0, u1, u2, x), plain.sample(0, u1, u2, y)) << i;
+    ASSERT_EQ(std::memcmp(&x.wi, &y.wi, sizeof(Vec3)), 0) << i;
+    ASSERT_EQ(std::memcmp(&x.weight, &y.weight, sizeof(Vec3)), 0) << i;
+    ASSERT_EQ(x.pdf, y.pdf) << i;
+    ASSERT_EQ(layered.hasNonDelta(), plain.hasNonDelta());
+    ASSERT_EQ(layered.choosesLobe(), plain.choosesLobe());
+  }
 }
 
 }  // namespace
