@@ -32,6 +32,14 @@ constexpr float kSphericalRectangleEstimate = 0.2f;
 constexpr float kMinSphericalSolidAngle = 3e-4f;
 constexpr float kMaxSphericalSolidAngle = 6.22f;
 
+// Whether an emitter of `area` with its centre at `d` from the shading point looks large enough
+// for sampling by solid angle: area |cos| / distance^2 >= threshold, compared squared and in double
+// precision, with no division or square root (whose latency was most of a rectangle sample's).
+bool looksLarge(float area, Vec3 normal, Vec3 d, float threshold) {
+  const double dist2 = dot(d, d), projected = double(area) * std::fabs(dot(normal, d)), t = threshold;
+  return dist2 > 0 && projected * projected >= t * t * (dist2 * dist2 * dist2);
+}
+
 // Solid angle of triangle (a, b, c) seen from the origin (Van Oosterom and Strackee).
 float solidAngleFromOrigin(Vec3 a, Vec3 b, Vec3 c) {
   a = normalize(a);
@@ -130,10 +138,8 @@ bool LightSet::pairAsRectangle(const Triangle& a, const Triangle& b, Rectangle& 
 
 SphericalRectangle LightSet::sphericalView(const Rectangle& r, Vec3 ref) {
   // As for triangles: by solid angle only where the rectangle looks large enough to pay.
-  Vec3 d = r.corner + (r.x * r.width + r.y * r.height) * 0.5f - ref;
-  float dist2 = dot(d, d);
-  float estimate = r.area * std::fabs(dot(r.normal, d)) / (dist2 * std::sqrt(dist2));
-  if (!(estimate >= kSphericalRectangleEstimate)) return {};
+  if (!looksLarge(r.area, r.normal, r.corner + (r.x * r.width + r.y * r.height) * 0.5f - ref, kSphericalRectangleEstimate))
+    return {};
   SphericalRectangle view(r.corner, r.x, r.y, r.width, r.height, ref);
   float solidAngle = view.solidAngle();
   return solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle ? view : SphericalRectangle();
@@ -386,10 +392,7 @@ float LightSet::texturedEmission(const Scene& scene, const Triangle& t) {
 
 // The same choice for sampling and for the MIS density, so the two always agree.
 float LightSet::sphericalSolidAngle(const Triangle& t, Vec3 ref) {
-  Vec3 d = t.p0 + (t.e1 + t.e2) * (1.0f / 3) - ref;
-  float dist2 = dot(d, d);
-  float estimate = t.area * std::fabs(dot(t.normal, d)) / (dist2 * std::sqrt(dist2));
-  if (!(estimate >= kSphericalEstimate)) return 0;
+  if (!looksLarge(t.area, t.normal, t.p0 + (t.e1 + t.e2) * (1.0f / 3) - ref, kSphericalEstimate)) return 0;
   float solidAngle = solidAngleFromOrigin(t.p0 - ref, t.p0 + t.e1 - ref, t.p0 + t.e2 - ref);
   return solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle ? solidAngle : 0;
 }
