@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the benchmarks alone use: Blender (its Cycles renders the side-by-side comparison in
-# bench_cycles.sh) and hyperfine (start-up timing). The product never needs these, so they stay out
+# bench_versus_cycles) and hyperfine (start-up timing). The product never needs these, so they stay out
 # of scripts/install-deps.sh. Safe to run again.
 set -euo pipefail
 

@@ -112,8 +112,9 @@ class Scene {
   // A ray that is not traceable (a numerical accident: a NaN direction) misses and is blocked.
   bool intersect(const Ray& ray, SurfaceHit& hit) const;
   bool occluded(const Ray& ray) const;
-  // Up to kPacketSize rays at once; lanes with `active` false are left untouched. `coherent` tells
-  // Embree the rays start together and fan out little (camera rays of a pixel block).
+  // A packet of rays at once: `rays` and `active` hold kPacketSize entries each, all of them read;
+  // lanes with `active` false are left untouched. `coherent` tells Embree the rays start together
+  // and fan out little (camera rays of a pixel block).
   void intersect16(const Ray* rays, const bool* active, SurfaceHit* hits, bool* found, bool coherent) const;
   void occluded16(const Ray* rays, const bool* active, bool* blocked) const;
 

@@ -270,10 +270,12 @@ TEST(MultipleScattering, WhiteRoughGlassKeepsEverything) {
 // Bsdf does, on either side of the shading and geometric normals, and stand in for nothing else.
 TEST(LambertBsdfTest, AnswersAsTheLayeredBsdfBitForBit) {
   const MaterialSample lambert = makeMaterial(0, 1, 0, true, 0, 0, 0);
-  MaterialSample black = lambert, metal = makeMaterial(1, 0.5f), coated = makeMaterial(0, 1, 0, true, 0.5f, 0, 0);
+  MaterialSample black = lambert, nan = lambert;
+  const MaterialSample metal = makeMaterial(1, 0.5f), coated = makeMaterial(0, 1, 0, true, 0.5f, 0, 0);
   black.baseColor = Vec3(0);
+  nan.baseColor = Vec3(NAN, 0.5f, 0.5f);  // Bsdf's sample refuses it; LambertBsdf's would not
   EXPECT_TRUE(LambertBsdf::handles(lambert));
-  for (const MaterialSample& m : {black, metal, coated, makeMaterial(0, 1)}) EXPECT_FALSE(LambertBsdf::handles(m));
+  for (const MaterialSample& m : {black, nan, metal, coated, makeMaterial(0, 1)}) EXPECT_FALSE(LambertBsdf::handles(m));
   std::mt19937 rng(5);
   std::uniform_real_distribution<float> unit(0, 1);
   auto direction = [&] { return squareToUniformSphere(unit(rng), unit(rng)); };

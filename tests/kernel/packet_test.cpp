@@ -145,6 +145,7 @@ TEST(RayPacketTest, VectorPackingMatchesScalarBitForBit) {
     alignas(64) RTCRay16 scalar, wide;
     alignas(64) int scalarValid[kPacketSize], wideValid[kPacketSize];
     std::memset(&wide, 0x5a, sizeof wide);  // the vector packing must write every field it owns
+    std::memset(wideValid, 0x5a, sizeof wideValid);
     EXPECT_EQ(packRays(rays, active, wideValid, wide, VectorIsa::Avx512),
               packRays(rays, active, scalarValid, scalar, VectorIsa::Baseline));
     EXPECT_EQ(std::memcmp(wideValid, scalarValid, sizeof scalarValid), 0);
