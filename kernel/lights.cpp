@@ -24,21 +24,10 @@ Vec3 latLongToDirection(float u, float v) {
 // Sampling by solid angle pays where a triangle looks large (noise near emitters falls) and costs
 // more than it saves where it looks small: a centroid estimate of the angle chooses, cheaply.
 constexpr float kSphericalEstimate = 0.05f;
-// A rectangle's construction costs more per sample, so it pays only from a larger angle on (the
-// Cornell box's light: 0.1 to 0.2 break even, 0.05 loses 12% of quality per second).
-constexpr float kSphericalRectangleEstimate = 0.2f;
 // Solid angles outside this range are sampled by area: below it the spherical construction loses
 // precision, above it the triangle nearly surrounds the point.
 constexpr float kMinSphericalSolidAngle = 3e-4f;
 constexpr float kMaxSphericalSolidAngle = 6.22f;
-
-// Whether an emitter of `area` with its centre at `d` from the shading point looks large enough
-// for sampling by solid angle: area |cos| / distance^2 >= threshold, compared squared and in double
-// precision, with no division or square root (whose latency was most of a rectangle sample's).
-bool looksLarge(float area, Vec3 normal, Vec3 d, float threshold) {
-  const double dist2 = dot(d, d), projected = double(area) * std::fabs(dot(normal, d)), t = threshold;
-  return dist2 > 0 && projected * projected >= t * t * (dist2 * dist2 * dist2);
-}
 
 // Solid angle of triangle (a, b, c) seen from the origin (Van Oosterom and Strackee).
 float solidAngleFromOrigin(Vec3 a, Vec3 b, Vec3 c) {
@@ -107,7 +96,7 @@ bool towardsEmitterPoint(Vec3 ref, Vec3 p, Vec3 normal, bool doubleSided, LightS
 // it are square, and the far corner must lie within it of each edge's length along that edge.
 constexpr float kRectangleTolerance = 1e-4f;
 
-bool LightSet::pairAsRectangle(const Triangle& a, const Triangle& b, Rectangle& out) {
+bool LightSet::pairAsRectangle(const Triangle& a, const Triangle& b, EmissiveRectangle& out) {
   if (a.doubleSided != b.doubleSided || a.group != b.group || dot(a.normal, b.normal) < 1 - kRectangleTolerance) return false;
   const Vec3 va[3] = {a.p0, a.p0 + a.e1, a.p0 + a.e2}, vb[3] = {b.p0, b.p0 + b.e1, b.p0 + b.e2};
   const float scale = std::max({length(a.e1), length(a.e2), length(a.e1 - a.e2)});
@@ -132,20 +121,22 @@ bool LightSet::pairAsRectangle(const Triangle& a, const Triangle& b, Rectangle& 
   const Vec3 far = vb[ownB] - corner;
   if (std::fabs(dot(far, ex) / (lx * lx) - 1) > kRectangleTolerance || std::fabs(dot(far, ey) / (ly * ly) - 1) > kRectangleTolerance)
     return false;
-  out = {a.shape, corner, ex / lx, ey / ly, a.normal, lx, ly, lx * ly, a.emission, a.doubleSided, a.group};
+  const Vec3 x = ex / lx, y = ey / ly;
+  const Vec3 center = corner + (x * lx + y * ly) * 0.5f;
+  out = {a.shape, corner, x, y, a.normal, lx, ly, lx * ly, center, a.emission, a.doubleSided, a.group};
   return true;
 }
 
-SphericalRectangle LightSet::sphericalView(const Rectangle& r, Vec3 ref) {
+SphericalRectangle LightSet::sphericalView(const EmissiveRectangle& r, Vec3 ref) {
   // As for triangles: by solid angle only where the rectangle looks large enough to pay.
-  if (!looksLarge(r.area, r.normal, r.corner + (r.x * r.width + r.y * r.height) * 0.5f - ref, kSphericalRectangleEstimate))
+  if (!looksLarge(r.area, r.normal, r.center - ref, kSphericalRectangleEstimate))
     return {};
   SphericalRectangle view(r.corner, r.x, r.y, r.width, r.height, ref);
   float solidAngle = view.solidAngle();
   return solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle ? view : SphericalRectangle();
 }
 
-bool LightSet::sampleRectangle(const Rectangle& r, float pmf, Vec3 ref, float u1, float u2, LightSample& out) const {
+bool LightSet::sampleRectangle(const EmissiveRectangle& r, float pmf, Vec3 ref, float u1, float u2, LightSample& out) const {
   const SphericalRectangle view = sphericalView(r, ref);
   const float solidAngle = view.solidAngle();
   Vec3 p = solidAngle > 0 ? view.sample(u1, u2) : r.corner + r.x * (u1 * r.width) + r.y * (u2 * r.height);
@@ -283,7 +274,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     }
     const size_t firstTriangle = triangles_.size(), firstPower = power.size();
     for (uint32_t t = 0; t < rec.triangleCount; ++t) {
-      Rectangle rect;
+      EmissiveRectangle rect;
       // Quads are written as consecutive triangle pairs; a texture varies over them, so only
       // constant emission pairs up.
       if (!textured && t + 1 < rec.triangleCount && pairAsRectangle(tris[t], tris[t + 1], rect)) {
@@ -402,7 +393,7 @@ float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, V
   const uint32_t entry = primEntry_[size_t(firstPrimEntry_[shape]) + prim];
   float area = 0;
   if (entries_[entry].kind == Kind::Rectangle) {
-    const Rectangle& r = rectangles_[entries_[entry].index];
+    const EmissiveRectangle& r = rectangles_[entries_[entry].index];
     if (float solidAngle = sphericalView(r, ref).solidAngle(); solidAngle > 0) return selection_.pmf(entry) / solidAngle;
     area = r.area;
   } else {
@@ -415,6 +406,12 @@ float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, V
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
   if (area <= 0 || cosL <= 0) return 0;
   return selection_.pmf(entry) * dist2 / (area * cosL);
+}
+
+const EmissiveRectangle* LightSet::chosenRectangle(float uLight, float& pmf) const {
+  if (empty() || selection_.total() <= 0) return nullptr;
+  const Entry& e = entries_[selection_.sample(uLight, &pmf)];
+  return e.kind == Kind::Rectangle && pmf > 0 ? &rectangles_[e.index] : nullptr;
 }
 
 bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out,

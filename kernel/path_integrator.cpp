@@ -1,58 +1,17 @@
 #include "kernel/path_integrator.h"
 
+#include "kernel/path_state.h"
+
 namespace zvr::kernel {
 namespace {
 
 constexpr int kMaxAlphaPasses = 64;
-constexpr uint32_t kRussianRouletteDepth = 3;
 constexpr float kPreviewBounceProbability = 0.25f;
 
 // Total path depth per render quality, 0 (low) to 3 (full, the depth keys as set).
 constexpr uint32_t kQualityDepthCap[] = {0, 2, 4, ~0u};
 
 }  // namespace
-
-// One lane of a batch: everything a path carries from one bounce to the next.
-struct PathIntegrator::Path {
-  FilmPoint film;
-  Sampler* sampler = nullptr;
-  SampleResult* out = nullptr;
-  bool alive = false;
-  Ray ray;
-  Vec3 beta{1};
-  // The throughput for light this vertex finds on emitters directly: beta without the previous
-  // vertex's occlusion, which darkens only light that bounced on the way.
-  Vec3 lightBeta{1};
-  bool deltaBounce = true;
-  float prevPdf = 0;
-  Vec3 prevP, prevUpper;  // prevUpper: the hemisphere the previous vertex sampled its sky in
-  int firstCategory = -1;
-  bool afterDiffuse = false;
-  uint32_t depth = 0, diffuseBounces = 0, glossyBounces = 0, refractionBounces = 0, roughRefractionBounces = 0;
-  int alphaPasses = 0;
-  float distanceSoFar = 0;
-  float cone = 0, coneWidth = 0;
-  Vec3 sigma{0};  // extinction of the medium the ray travels in
-  // After the last bounce a path still follows its BSDF sample to collect emission, the other half
-  // of the MIS pair whose light-sampling half was taken at that vertex.
-  bool emissionOnly = false;
-  bool choseLobe = false;  // a bounce of this path drew a lobe choice
-
-  // The light sample of this round, added once its shadow ray is known to be clear. Per lobe
-  // category at the first hit (the direct split), else one value for `lightCategory`.
-  bool lightPending = false, lightNeedsRay = false, lightSplit = false;
-  Ray lightRay;
-  Vec3 lightValue[kLobeCategories];
-  // For the light path outputs: the events before the light sample's vertex, its light, its
-  // direction, and beyond the first hit its value per lobe category (lightValue holds the sum).
-  LightPathState events, lightEvents;
-  EmitterEvent lightEmitter;
-  LabelKey lightVertex = kNoLabel;
-  Vec3 lightDir, lightParts[kLobeCategories];
-  // The ambient-occlusion ray of the first hit.
-  bool aoPending = false;
-  Ray aoRay;
-};
 
 PathIntegrator::PathIntegrator(const Scene& scene, const LightSet& lights, const Camera& camera, const RenderParams& params,
                                const IntegratorSettings& settings)
@@ -148,6 +107,7 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
   Ray rays[kPacketSize];
   SurfaceHit hits[kPacketSize];
   bool active[kPacketSize] = {}, found[kPacketSize] = {};
+  LambertLanes lanes{};
   // Camera rays leave one point into neighbouring pixels: Embree traverses those as a bundle.
   bool coherent = true;
   for (;;) {
@@ -163,11 +123,7 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
     scene_.intersect16(rays, active, hits, found, coherent);
     coherent = false;
     drawAhead(paths, active, found, count);
-    for (int k = 0; k < count; ++k) {
-      if (!active[k]) continue;
-      if (found[k]) shadeHit(paths[k], hits[k]);
-      else shadeMiss(paths[k]);
-    }
+    shadeRound(paths, hits, active, found, count, lanes);
     resolveVisibility(paths, count);
   }
   for (int k = 0; k < count; ++k) {
@@ -214,7 +170,7 @@ void PathIntegrator::drawAhead(Path* paths, const bool* active, const bool* foun
   if (!lights_.empty()) offsets |= (lights_.choosesLight() ? 1u : 0u) | 1u << 1;
   if (lobes) offsets |= 1u << (2 - first);
   if (roulette) offsets |= 1u << (4 - first);
-  Sampler::drawAhead(lanes, n, offsets);
+  Sampler::drawAhead(lanes, n, offsets, settings_.isa);
 }
 
 void PathIntegrator::startPath(Path& path) const {
@@ -323,6 +279,13 @@ void PathIntegrator::passCatcher(Path& path, const SurfaceHit& hit, const Shaded
 // One bounce of one lane: the hit's emission, its light sample (left pending for the shadow
 // packet), and the next ray; `path.alive` false when the path ends here.
 void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
+  ShadedPoint sp;
+  if (shadeSurface(path, hit, sp)) scatterAt(path, hit, sp);
+}
+
+// A bounce up to its BSDF: the material, stochastic opacity, catchers, the first hit's data and
+// the surface's own emission. True when the path goes on to scatter here.
+bool PathIntegrator::shadeSurface(Path& path, SurfaceHit& hit, ShadedPoint& sp) const {
   Sampler& sampler = *path.sampler;
   SampleResult& out = *path.out;
   const Ray& ray = path.ray;
@@ -340,7 +303,6 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     path.lightBeta *= absorbed;
   }
 
-  ShadedPoint sp;
   evaluateMaterial(scene_, hit, params_.mipLodOffset, sp);
   const MaterialSample& mat = sp.material;
 
@@ -352,13 +314,13 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
       if (depth == 0) path.distanceSoFar += hit.t;
       path.ray = spawnRay(hit.p, hit.ng, ray.direction, epsilon_);
       path.alive = true;
-      return;
+      return false;
     }
   }
 
   if (depth == 0 && !out.hit && scene_.shapes()[hit.shape].catcher != 0) {
     passCatcher(path, hit, sp);
-    return;
+    return false;
   }
 
   if (depth == 0 && !out.hit) {
@@ -388,7 +350,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
       path.aoRay = spawnRay(hit.p, ng, dir, epsilon_, aoRadius_);
       path.aoPending = true;
     }
-    if (settings_.mode == IntegratorMode::AmbientOcclusion) return;
+    if (settings_.mode == IntegratorMode::AmbientOcclusion) return false;
   }
 
   // Light emitted by the surface itself.
@@ -401,7 +363,7 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
   };
   if (mat.unlit) {
     emit((depth == 0 ? beta : path.lightBeta) * mat.baseColor);
-    return;
+    return false;
   }
   // A single-sided material emits from its front face only.
   if (!isBlack(mat.emission) && (mat.doubleSided || dot(wo, hit.ng) > 0)) {
@@ -415,8 +377,13 @@ void PathIntegrator::shadeHit(Path& path, SurfaceHit& hit) const {
     }
   }
 
-  if (path.emissionOnly) return;
+  return !path.emissionOnly;
+}
 
+// The BSDF of the hit's material, then the rest of the bounce.
+void PathIntegrator::scatterAt(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const {
+  const MaterialSample& mat = sp.material;
+  const Vec3 wo = -path.ray.direction;
   if (LambertBsdf::handles(mat)) {
     scatter(path, hit, mat, LambertBsdf(mat.baseColor, sp.shading, hit.ng, wo));
     return;
@@ -539,7 +506,7 @@ void PathIntegrator::scatter(Path& path, const SurfaceHit& hit, const MaterialSa
     // Survival as the square root of the throughput: ending paths in proportion to it saved rays
     // but cost more in noise than it saved in time (measured on the Cornell box; the cube root,
     // no roulette, and starting at depth 2 or 5 all did worse).
-    float q = std::max(0.05f, 1 - std::sqrt(maxComponent(path.lightBeta)));
+    float q = std::max(kMinSurvival, 1 - std::sqrt(maxComponent(path.lightBeta)));
     if (sampler.get1D() < q) return;
     beta *= 1 / (1 - q);
     path.lightBeta *= 1 / (1 - q);

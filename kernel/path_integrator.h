@@ -4,6 +4,7 @@
 
 #include "kernel/camera.h"
 #include "kernel/catcher.h"
+#include "kernel/lambert_lanes.h"
 #include "kernel/light_paths.h"
 #include "kernel/lights.h"
 #include "kernel/material.h"
@@ -19,6 +20,10 @@ struct IntegratorSettings {
   float causticsReduction = 1;  // < 1 roughens glossy lobes after a diffuse bounce
   bool wantAo = false;          // trace the AO ray at the first hit
   const LightPaths* lightPaths = nullptr;  // light path expression and light group outputs, if any
+  // Lambert bounces on the vector unit where the render allows (see shadeRound); off, every bounce
+  // takes the scalar path, the reference the vector one must equal.
+  bool vectorLambert = true;
+  VectorIsa isa = bestVectorIsa();  // the widest instruction set the vector stages may use
 };
 
 // Everything one camera sample yields. Light terms sum exactly to `color`:
@@ -64,6 +69,12 @@ class PathIntegrator {
   void startPath(Path& path) const;
   void shadeMiss(Path& path) const;
   void shadeHit(Path& path, SurfaceHit& hit) const;
+  bool shadeSurface(Path& path, SurfaceHit& hit, ShadedPoint& sp) const;
+  void scatterAt(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const;
+  void shadeRound(Path* paths, SurfaceHit* hits, const bool* active, const bool* found, int count, LambertLanes& lanes) const;
+  void queueLambert(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, LambertLanes& lanes, int lane) const;
+  void sampleLightOf(const SurfaceHit& hit, LambertLanes& lanes, int lane) const;
+  void finishLambert(Path& path, const SurfaceHit& hit, const LambertLanes& lanes, int lane) const;
   template <class AnyBsdf>
   void scatter(Path& path, const SurfaceHit& hit, const MaterialSample& mat, const AnyBsdf& bsdf) const;
   void resolveVisibility(Path* paths, int count) const;

@@ -1,0 +1,73 @@
+// The arithmetic of a Lambert bounce for a packet's lanes at once, on the vector unit: light
+// samples of emissive rectangles by area, the BSDF value and MIS weight, the shadow ray,
+// the cosine-weighted next direction, the throughput and the roulette. One lane at a time these
+// were chains of square roots and divisions that the processor could not overlap (a fifth of a
+// Cornell box sample). Each lane computes exactly what PathIntegrator::scatter computes for it.
+#pragma once
+
+#include <cstdint>
+
+#include "kernel/vector_isa.h"
+
+namespace zvr::kernel {
+
+constexpr int kLambertLanes = 16;
+
+enum LightLane : int32_t {
+  kNoLight,         // no light sample (none taken, or it failed)
+  kLightTaken,      // a light sample in lightWi, lightDistance, lightPdf, radiance, lightDelta
+  kLightRectangle,  // an emissive rectangle still to be sampled
+  kLightByScalar,   // a rectangle that looks large from the lane: the scalar code samples it
+};
+
+// Structure of arrays, one entry per lane. Lanes past the count are computed too and their results
+// ignored, so they must hold defined values: value-initialise the struct once before its first use.
+struct alignas(64) LambertLanes {
+  template <class T>
+  using Lanes = T[kLambertLanes];  // 64 bytes each, so every array starts on a vector boundary
+  struct Vec3Lanes {
+    Lanes<float> x, y, z;
+  };
+
+  // The bounce's vertex.
+  Vec3Lanes p, ng, wo;
+  Vec3Lanes s, t, n;  // the shading frame, normal outward; turned to wo's side here
+  Vec3Lanes color, beta;
+  Lanes<float> occlusion;
+  Vec3Lanes upper;  // the hemisphere of wo's side of the geometric surface
+
+  // The light sample, by its kind (LightLane); radiance for both taken samples and rectangles.
+  Lanes<int32_t> lightKind;
+  Lanes<float> lightChoice, lightU1, lightU2;
+  Vec3Lanes lightWi, radiance;
+  Lanes<float> lightDistance, lightPdf;
+  Lanes<int32_t> lightDelta;
+  // kLightRectangle: the emissive rectangle (EmissiveRectangle) and the probability of its choice.
+  Vec3Lanes corner, edgeX, edgeY, center, lightNormal;
+  Lanes<float> width, height, area, pmf;
+  Lanes<int32_t> doubleSided;
+
+  // The next direction's numbers, and whether this bounce ends with roulette.
+  Lanes<float> bsdfU1, bsdfU2, rouletteU;
+  Lanes<int32_t> roulette;
+
+  // Out: the light sample's contribution, as scale times value (the diffuse lobe's f |cos|), and
+  // its shadow ray; valid where lightHit is set.
+  Lanes<int32_t> lightHit;
+  Vec3Lanes lightScale, lightValue, shadowOrigin, shadowDir;
+  Lanes<float> shadowTMax;
+  // Out: the next ray, where scattered is set; `survived` false where the path ends after its
+  // direction was chosen (black or non-finite throughput, or roulette).
+  Lanes<int32_t> scattered, survived;
+  Vec3Lanes wi, rayOrigin, nextBeta, nextLightBeta;
+  Lanes<float> pdf;
+};
+
+// Samples the rectangles of lanes [0, count) by area, where they do not look large: each such lane
+// becomes kLightTaken or kNoLight, and the others kLightByScalar.
+void sampleRectangleLanes(LambertLanes& lanes, int count, VectorIsa isa = bestVectorIsa());
+// Runs the bounce for lanes [0, count), whose light samples are all taken or none, spawning rays
+// `epsilon` off the surface; the roulette keeps a path with probability at least `minSurvival`.
+void shadeLambertLanes(LambertLanes& lanes, int count, float epsilon, float minSurvival, VectorIsa isa = bestVectorIsa());
+
+}  // namespace zvr::kernel
