@@ -81,6 +81,7 @@ inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
     const float mis = delta ? 1.0f : (a2 + b2 > 0 ? a2 / (a2 + b2) : 0.0f);
     const float share = mis / lightPdf;
     l.lightHit[k] = contributes;
+    // The scalar product has the shadow ray's visibility in it, 1 in an opaque scene.
     l.lightScale.x[k] = l.beta.x[k] * lr * 1.0f * share;
     l.lightScale.y[k] = l.beta.y[k] * lg * 1.0f * share;
     l.lightScale.z[k] = l.beta.z[k] * lb * 1.0f * share;
@@ -115,21 +116,18 @@ inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
     l.pdf[k] = lz * kInvPi;
 
     // The throughput, then the roulette on what a light found next would be weighted by.
-    const float lbr0 = l.beta.x[k] * weightR, lbg0 = l.beta.y[k] * weightG, lbb0 = l.beta.z[k] * weightB;
+    const float lbr = l.beta.x[k] * weightR, lbg = l.beta.y[k] * weightG, lbb = l.beta.z[k] * weightB;
     const float occlusion = l.occlusion[k];
     const bool occluded = occlusion < 1;
-    const float br0 = occluded ? lbr0 * occlusion : lbr0, bg0 = occluded ? lbg0 * occlusion : lbg0,
-                bb0 = occluded ? lbb0 * occlusion : lbb0;
-    const float lbr = lbr0, lbg = lbg0, lbb = lbb0;
-    const bool alive = finite(lbr) & finite(lbg) & finite(lbb) & !((lbr <= 0) & (lbg <= 0) & (lbb <= 0));
+    const float br = occluded ? lbr * occlusion : lbr, bg = occluded ? lbg * occlusion : lbg, bb = occluded ? lbb * occlusion : lbb;
+    l.alive[k] = finite(lbr) & finite(lbg) & finite(lbb) & !((lbr <= 0) & (lbg <= 0) & (lbb <= 0));
     const float q = std::max(minSurvival, 1 - std::sqrt(std::max(lbr, std::max(lbg, lbb))));
-    const bool rouletteEnds = (l.roulette[k] != 0) & (l.rouletteU[k] < q);
     const bool boosted = l.roulette[k] != 0;
     const float boost = 1 / (1 - q);
-    l.survived[k] = alive & !rouletteEnds;
-    l.nextBeta.x[k] = boosted ? br0 * boost : br0;
-    l.nextBeta.y[k] = boosted ? bg0 * boost : bg0;
-    l.nextBeta.z[k] = boosted ? bb0 * boost : bb0;
+    l.endProbability[k] = q;
+    l.nextBeta.x[k] = boosted ? br * boost : br;
+    l.nextBeta.y[k] = boosted ? bg * boost : bg;
+    l.nextBeta.z[k] = boosted ? bb * boost : bb;
     l.nextLightBeta.x[k] = boosted ? lbr * boost : lbr;
     l.nextLightBeta.y[k] = boosted ? lbg * boost : lbg;
     l.nextLightBeta.z[k] = boosted ? lbb * boost : lbb;

@@ -48,7 +48,7 @@ struct alignas(64) LambertLanes {
   Lanes<int32_t> doubleSided;
 
   // The next direction's numbers, and whether this bounce ends with roulette.
-  Lanes<float> bsdfU1, bsdfU2, rouletteU;
+  Lanes<float> bsdfU1, bsdfU2;
   Lanes<int32_t> roulette;
 
   // Out: the light sample's contribution, as scale times value (the diffuse lobe's f |cos|), and
@@ -56,17 +56,19 @@ struct alignas(64) LambertLanes {
   Lanes<int32_t> lightHit;
   Vec3Lanes lightScale, lightValue, shadowOrigin, shadowDir;
   Lanes<float> shadowTMax;
-  // Out: the next ray, where scattered is set; `survived` false where the path ends after its
-  // direction was chosen (black or non-finite throughput, or roulette).
-  Lanes<int32_t> scattered, survived;
+  // Out: the next ray, where scattered is set; `alive` false where the throughput then turns black
+  // or stops being finite. The roulette's number is drawn after that by the caller, as a path that
+  // ends draws no more: the path ends where it is below endProbability, and nextBeta and
+  // nextLightBeta already hold what a survivor carries.
+  Lanes<int32_t> scattered, alive;
   Vec3Lanes wi, rayOrigin, nextBeta, nextLightBeta;
-  Lanes<float> pdf;
+  Lanes<float> pdf, endProbability;
 };
 
 // Samples the rectangles of lanes [0, count) by area, where they do not look large: each such lane
 // becomes kLightTaken or kNoLight, and the others kLightByScalar.
 void sampleRectangleLanes(LambertLanes& lanes, int count, VectorIsa isa = bestVectorIsa());
-// Runs the bounce for lanes [0, count), whose light samples are all taken or none, spawning rays
+// Runs the bounce for lanes [0, count), each kLightTaken or kNoLight by now, spawning rays
 // `epsilon` off the surface; the roulette keeps a path with probability at least `minSurvival`.
 void shadeLambertLanes(LambertLanes& lanes, int count, float epsilon, float minSurvival, VectorIsa isa = bestVectorIsa());
 

@@ -9,6 +9,7 @@ void PathIntegrator::shadeRound(Path* paths, SurfaceHit* hits, const bool* activ
   // The vector stage covers what a Lambert bounce of the path tracer does with opaque geometry and
   // no light path outputs; the preview weighs its samples differently, and transparent shadows
   // need a query per surface.
+  static_assert(kLambertLanes >= kPacketSize, "a round queues up to a packet of lanes");
   const bool vector = settings_.vectorLambert && settings_.mode != IntegratorMode::Preview && !paths_ && scene_.allOpaque();
   int laneOf[kPacketSize];
   int n = 0;
@@ -103,8 +104,6 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
   lanes.bsdfU1[lane] = u.first;
   lanes.bsdfU2[lane] = u.second;
   lanes.roulette[lane] = path.depth + 1 >= kRussianRouletteDepth;
-  // Drawn even where the path ends before its roulette: a path that ends draws nothing more.
-  lanes.rouletteU[lane] = lanes.roulette[lane] ? sampler.get1D() : 0.0f;
 }
 
 // The light sample of a lane that the vector stage does not take: LightSet::sample itself.
@@ -143,7 +142,8 @@ void PathIntegrator::finishLambert(Path& path, const SurfaceHit& hit, const Lamb
   if (++path.diffuseBounces > params_.maxDepthDiffuse) path.emissionOnly = true;
   path.afterDiffuse = true;
   if (depth == 0) path.firstCategory = kLobeDiffuse;
-  if (!lanes.survived[lane]) return;
+  if (!lanes.alive[lane]) return;
+  if (lanes.roulette[lane] && path.sampler->get1D() < lanes.endProbability[lane]) return;
   path.beta = get(lanes.nextBeta, lane);
   path.lightBeta = get(lanes.nextLightBeta, lane);
   path.deltaBounce = false;

@@ -1,5 +1,5 @@
 // The state a path carries from one bounce to the next, shared by the integrator's scalar bounce
-// and its vector stages.
+// and the round that queues Lambert bounces for the vector unit.
 #pragma once
 
 #include "kernel/path_integrator.h"
