@@ -23,6 +23,26 @@ inline Ray spawnRay(Vec3 p, Vec3 ng, Vec3 dir, float epsilon, float distance = 1
   return r;
 }
 
+// A shadow ray from surface point p towards the light point `distance` along `dir`, or towards an
+// infinitely far light from 1e29 on. It leaves as spawnRay does but aims from there at the light
+// point itself and stops `2 epsilon` short of it, so its end stays in front of the light's surface
+// at any angle. Along `dir` from the offset origin, the end could pass behind a light lying nearly
+// parallel to the surface (a ceiling lamp seen from far across the floor), which then shadowed
+// itself: light sampling came out darker than BSDF sampling there.
+inline Ray shadowRay(Vec3 p, Vec3 ng, Vec3 dir, float distance, float epsilon) {
+  Ray r = spawnRay(p, ng, dir, epsilon, distance);
+  if (!(distance < 1e29f)) return r;
+  const Vec3 toLight = p + dir * distance - r.origin;
+  const float length = std::sqrt(dot(toLight, toLight));
+  if (!(length > 0)) {
+    r.tMax = 0;
+    return r;
+  }
+  r.direction = toLight * (1.0f / length);
+  r.tMax = std::max(0.0f, length - 2 * epsilon);
+  return r;
+}
+
 class Camera {
  public:
   Camera(const CameraData& data, uint32_t width, uint32_t height);

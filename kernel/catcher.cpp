@@ -35,8 +35,7 @@ void CatcherShading::shadow(const SurfaceHit& hit, Vec3 n, Sampler& sampler, Cat
     total += value;
     if (first && value > 0) {
       const Vec3 ng = dot(hit.ng, n) >= 0 ? hit.ng : -hit.ng;
-      const float shorten = ls.distance < 1e29f ? 2 * epsilon_ : 0;
-      shadowRay = spawnRay(hit.p, ng, ls.wi, epsilon_, std::max(0.0f, ls.distance - shorten));
+      shadowRay = kernel::shadowRay(hit.p, ng, ls.wi, ls.distance, epsilon_);
       out.lit = out.unoccluded = value;
     }
     first = false;
@@ -78,9 +77,8 @@ Vec3 CatcherShading::directLight(SurfaceHit& hit, Vec3 wo, Sampler& sampler, uin
   if (!lights_.sample(hit.p, ul, u.first, u.second, scene_, ls) || !(ls.pdf > 0)) return result;
   const Vec3 f = bsdf.eval(ls.wi).total();
   if (isBlack(f)) return result;
-  const float shorten = ls.distance < 1e29f ? 2 * epsilon_ : 0;
   ++rays;
-  if (scene_.occluded(spawnRay(hit.p, hit.ng, ls.wi, epsilon_, std::max(0.0f, ls.distance - shorten)))) return result;
+  if (scene_.occluded(shadowRay(hit.p, hit.ng, ls.wi, ls.distance, epsilon_))) return result;
   const Vec3 light = f * ls.radiance * (1 / ls.pdf);
   return isFinite(light) ? result + light : result;
 }

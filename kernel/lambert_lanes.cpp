@@ -88,15 +88,19 @@ inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
     l.lightValue.x[k] = vr;
     l.lightValue.y[k] = vg;
     l.lightValue.z[k] = vb;
+    // shadowRay (camera.h): from the offset origin at the light point itself.
     const float shadowOffset = wiDotNg >= 0 ? epsilon : -epsilon;
-    l.shadowOrigin.x[k] = px + gx * shadowOffset;
-    l.shadowOrigin.y[k] = py + gy * shadowOffset;
-    l.shadowOrigin.z[k] = pz + gz * shadowOffset;
-    l.shadowDir.x[k] = wx;
-    l.shadowDir.y[k] = wy;
-    l.shadowDir.z[k] = wz;
-    const float shorten = distance < 1e29f ? 2 * epsilon : 0.0f;
-    l.shadowTMax[k] = std::max(0.0f, distance - shorten);
+    const float sox = px + gx * shadowOffset, soy = py + gy * shadowOffset, soz = pz + gz * shadowOffset;
+    const float tox = px + wx * distance - sox, toy = py + wy * distance - soy, toz = pz + wz * distance - soz;
+    const float toLength = std::sqrt(dot3(tox, toy, toz, tox, toy, toz)), toInverse = 1.0f / toLength;
+    const bool finiteLight = distance < 1e29f, aimed = finiteLight & (toLength > 0);
+    l.shadowOrigin.x[k] = sox;
+    l.shadowOrigin.y[k] = soy;
+    l.shadowOrigin.z[k] = soz;
+    l.shadowDir.x[k] = aimed ? tox * toInverse : wx;
+    l.shadowDir.y[k] = aimed ? toy * toInverse : wy;
+    l.shadowDir.z[k] = aimed ? toz * toInverse : wz;
+    l.shadowTMax[k] = !finiteLight ? distance : aimed ? std::max(0.0f, toLength - 2 * epsilon) : 0.0f;
 
     // lambert_lobe::sample: squareToCosineHemisphere, then the frame's toWorld.
     const float u1 = l.bsdfU1[k];

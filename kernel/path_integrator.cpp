@@ -63,12 +63,6 @@ void PathIntegrator::creditLightSample(Path& path, int category, Vec3 value) con
   creditLight(path, s, path.lightEmitter, value, path.lightDir);
 }
 
-Ray PathIntegrator::shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const {
-  // Stop short of a light's surface so it does not shadow itself.
-  float shorten = distance < 1e29f ? 2 * epsilon_ : 0;
-  return spawnRay(from, ng, dir, epsilon_, std::max(0.0f, distance - shorten));
-}
-
 // Visibility along a shadow ray through alpha-blended surfaces: each is crossed with a single
 // query, as a packet cannot stop and continue one lane.
 Vec3 PathIntegrator::transmittance(Ray ray, uint32_t& rays) const {
@@ -421,7 +415,7 @@ void PathIntegrator::scatter(Path& path, const SurfaceHit& hit, const MaterialSa
       BsdfEval e = bsdf.eval(ls.wi);
       Vec3 f = e.total();
       if (!isBlack(f)) {
-        Ray toLight = shadowRay(hit.p, ls.wi, ls.distance, hit.ng);
+        Ray toLight = shadowRay(hit.p, hit.ng, ls.wi, ls.distance, epsilon_);
         Vec3 vis(1);
         if (!scene_.allOpaque()) {
           ++out.rays;

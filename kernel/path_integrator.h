@@ -80,7 +80,6 @@ class PathIntegrator {
   void resolveVisibility(Path* paths, int count) const;
   void drawAhead(Path* paths, const bool* active, const bool* found, int count) const;
   void addLight(Path& path, Vec3 value, bool direct) const;
-  Ray shadowRay(Vec3 from, Vec3 dir, float distance, Vec3 ng) const;
   Vec3 transmittance(Ray ray, uint32_t& rays) const;
   Vec3 clampContribution(Vec3 c) const;
   void passCatcher(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const;

@@ -1,5 +1,6 @@
-// Light transport against answers known in closed form: the white furnace, the error falling as
-// one over the square root of the sample count, and renders that do not depend on threads or tiles.
+// Light transport against answers known in closed form: the white furnace, a floor lit by a lamp
+// seen at a grazing angle, the error falling as one over the square root of the sample count, and
+// renders that do not depend on threads or tiles.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -82,6 +83,40 @@ double rmse(const std::vector<float>& a, const std::vector<float>& b) {
   for (size_t i = 0; i < a.size(); i += 4)
     for (int k = 0; k < 3; ++k, ++n) s += (a[i + k] - b[i + k]) * (a[i + k] - b[i + k]);
   return std::sqrt(s / n);
+}
+
+// A floor point lit by a square lamp overhead, once nearly below it and once far to the side,
+// where the lamp's face lies nearly along the shadow ray: direct light against Lambert's formula
+// for a polygon. A shadow ray that ended behind the lamp's face there made the lamp shadow itself.
+TEST(DirectLight, FloorUnderALampMatchesLambertsFormulaAtAnyAngle) {
+  constexpr float kAlbedo = 0.5f, kRadiance = 4, kHeight = 0.5f, kHalf = 0.5f;
+  for (float x : {0.3f, 3.0f}) {
+    SCOPED_TRACE("floor point at x = " + std::to_string(x));
+    CameraData camera;
+    camera.type = 1;
+    camera.orthoHeight = 0.02f;
+    camera.transform = lookAt(x, 5, 0.2f, x, 0, 0.2f);
+    SceneSnapshot scene = sceneOf({shape(1, makeQuad(20), diffuseMaterial(kAlbedo, kAlbedo, kAlbedo)),
+                                   shape(2, makeQuad(kHalf), emitter(kRadiance), facingDown(kHeight))},
+                                  {}, camera);
+    // The camera looks past the lamp's edge at x = 0.3, so the lamp does not hide the point.
+    scene.shapes[1].transform.m[14] = -0.6f;
+    RenderParams params;
+    params.maxDepth = 0;
+    const auto images = render(scene, params, 4, 4, 256, {kAovColor});
+    double mean = 0;
+    for (size_t i = 0; i < images[0].size(); i += 4) mean += images[0][i] / 16.0;
+    const kernel::Vec3 p(x, 0, 0.2f), up(0, 1, 0);
+    const kernel::Vec3 corners[] = {{-kHalf, kHeight, -0.6f - kHalf}, {kHalf, kHeight, -0.6f - kHalf},
+                                    {kHalf, kHeight, -0.6f + kHalf}, {-kHalf, kHeight, -0.6f + kHalf}};
+    double formFactor = 0;
+    for (int i = 0; i < 4; ++i) {
+      const kernel::Vec3 a = kernel::normalize(corners[i] - p), b = kernel::normalize(corners[(i + 1) % 4] - p);
+      formFactor += std::atan2(kernel::length(kernel::cross(a, b)), kernel::dot(a, b)) *
+                    kernel::dot(up, kernel::normalize(kernel::cross(a, b))) / (2 * kernel::kPi);
+    }
+    EXPECT_NEAR(mean / (kAlbedo * kRadiance * std::fabs(formFactor)), 1.0, 0.01);
+  }
 }
 
 TEST(Convergence, ErrorFallsAsInverseSquareRootOfSamples) {
