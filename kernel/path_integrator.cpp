@@ -64,9 +64,12 @@ void PathIntegrator::creditLightSample(Path& path, int category, Vec3 value) con
 }
 
 // Visibility along a shadow ray through alpha-blended surfaces: each is crossed with a single
-// query, as a packet cannot stop and continue one lane.
+// query, as a packet cannot stop and continue one lane. After each crossing the ray aims again at
+// the point where it was to end, so that it still ends in front of the light (see shadowRay).
 Vec3 PathIntegrator::transmittance(Ray ray, uint32_t& rays) const {
-  Vec3 dir = ray.direction;
+  const Vec3 dir = ray.direction;
+  const bool toPoint = ray.tMax < 1e29f;
+  const Vec3 end = ray.origin + dir * ray.tMax;
   float visibility = 1;
   for (uint32_t passes = 0;; ++passes) {
     SurfaceHit hit;
@@ -76,8 +79,14 @@ Vec3 PathIntegrator::transmittance(Ray ray, uint32_t& rays) const {
     if (opacity >= 1 || passes >= params_.maxDepthShadow) return Vec3(0);
     visibility *= 1 - opacity;
     if (visibility <= 0) return Vec3(0);
-    float remaining = ray.tMax - hit.t;
-    ray = spawnRay(hit.p, hit.ng, dir, epsilon_, remaining);
+    ray = spawnRay(hit.p, hit.ng, dir, epsilon_, ray.tMax - hit.t);
+    if (toPoint) {
+      const Vec3 rest = end - ray.origin;
+      const float length = std::sqrt(dot(rest, rest));
+      if (!(length > 0) || dot(rest, dir) <= 0) return Vec3(visibility);
+      ray.direction = rest * (1.0f / length);
+      ray.tMax = length;
+    }
     ++rays;
   }
 }

@@ -87,11 +87,13 @@ double rmse(const std::vector<float>& a, const std::vector<float>& b) {
 
 // A floor point lit by a square lamp overhead, once nearly below it and once far to the side,
 // where the lamp's face lies nearly along the shadow ray: direct light against Lambert's formula
-// for a polygon. A shadow ray that ended behind the lamp's face there made the lamp shadow itself.
+// for a polygon. A shadow ray that ended behind the lamp's face there made the lamp shadow itself,
+// also after crossing a cut-out surface, which the second pass adds across every shadow ray.
 TEST(DirectLight, FloorUnderALampMatchesLambertsFormulaAtAnyAngle) {
   constexpr float kAlbedo = 0.5f, kRadiance = 4, kHeight = 0.5f, kHalf = 0.5f;
+  for (int cutOut = 0; cutOut < 2; ++cutOut)
   for (float x : {0.3f, 3.0f}) {
-    SCOPED_TRACE("floor point at x = " + std::to_string(x));
+    SCOPED_TRACE("floor point at x = " + std::to_string(x) + (cutOut ? ", under a cut-out sheet" : ""));
     CameraData camera;
     camera.type = 1;
     camera.orthoHeight = 0.02f;
@@ -101,6 +103,12 @@ TEST(DirectLight, FloorUnderALampMatchesLambertsFormulaAtAnyAngle) {
                                   {}, camera);
     // The camera looks past the lamp's edge at x = 0.3, so the lamp does not hide the point.
     scene.shapes[1].transform.m[14] = -0.6f;
+    if (cutOut) {
+      auto sheet = diffuseMaterial(1, 1, 1);
+      sheet->alphaMode = 1;  // masked, and cut away everywhere
+      sheet->baseColor[3] = 0;
+      scene.shapes.push_back(shape(3, makeQuad(20), sheet, translation(0, 0.1f, 0)));
+    }
     RenderParams params;
     params.maxDepth = 0;
     const auto images = render(scene, params, 4, 4, 256, {kAovColor});
