@@ -28,6 +28,9 @@ constexpr float kSphericalEstimate = 0.05f;
 // precision, above it the triangle nearly surrounds the point.
 constexpr float kMinSphericalSolidAngle = 3e-4f;
 constexpr float kMaxSphericalSolidAngle = 6.22f;
+// From this many local emitters on they are chosen through the hierarchy. With a few, the alias
+// table's single read costs less than a walk; with one (the Cornell box) the walk has no choice.
+constexpr size_t kHierarchyMinEmitters = 8;
 
 // Solid angle of triangle (a, b, c) seen from the origin (Van Oosterom and Strackee).
 float solidAngleFromOrigin(Vec3 a, Vec3 b, Vec3 c) {
@@ -299,6 +302,7 @@ void LightSet::build(const SceneSnapshot& snapshot, const Scene& scene) {
     }
   }
   selection_ = AliasTable(power);
+  buildHierarchy(power);
   environmentGroup_ = environments_.empty() ? -1 : environments_[0].group;
   for (const Environment& env : environments_)
     if (env.group != environments_[0].group) environmentGroup_ = kGroupPerEnvironment;
@@ -361,7 +365,7 @@ Vec3 LightSet::environment(Vec3 dir) const {
 float LightSet::environmentPdf(Vec3 dir, Vec3 upper) const {
   float pdf = 0;
   for (size_t i = 0; i < environments_.size(); ++i)
-    pdf += selection_.pmf(environmentEntry_[i]) * environmentDirectionPdf(environments_[i], dir, upper);
+    pdf += choicePmf(environmentEntry_[i], Vec3(0)) * environmentDirectionPdf(environments_[i], dir, upper);
   return pdf;
 }
 
@@ -394,32 +398,31 @@ float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, V
   float area = 0;
   if (entries_[entry].kind == Kind::Rectangle) {
     const EmissiveRectangle& r = rectangles_[entries_[entry].index];
-    if (float solidAngle = sphericalView(r, ref).solidAngle(); solidAngle > 0) return selection_.pmf(entry) / solidAngle;
+    if (float solidAngle = sphericalView(r, ref).solidAngle(); solidAngle > 0) return choicePmf(entry, ref) / solidAngle;
     area = r.area;
   } else {
     const Triangle& t = triangles_[entries_[entry].index];
-    if (float solidAngle = sphericalSolidAngle(t, ref); solidAngle > 0) return selection_.pmf(entry) / solidAngle;
+    if (float solidAngle = sphericalSolidAngle(t, ref); solidAngle > 0) return choicePmf(entry, ref) / solidAngle;
     area = t.area;
   }
   Vec3 d = lightPoint - ref;
   float dist2 = dot(d, d);
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
   if (area <= 0 || cosL <= 0) return 0;
-  return selection_.pmf(entry) * dist2 / (area * cosL);
+  return choicePmf(entry, ref) * dist2 / (area * cosL);
 }
 
-const EmissiveRectangle* LightSet::chosenRectangle(float uLight, float& pmf) const {
-  if (empty() || selection_.total() <= 0) return nullptr;
-  const Entry& e = entries_[selection_.sample(uLight, &pmf)];
-  return e.kind == Kind::Rectangle && pmf > 0 ? &rectangles_[e.index] : nullptr;
+const EmissiveRectangle* LightSet::chosenRectangle(float uLight, Vec3 ref, float& pmf) const {
+  const Entry* e = choose(ref, uLight, pmf);
+  return e && e->kind == Kind::Rectangle && pmf > 0 ? &rectangles_[e->index] : nullptr;
 }
 
 bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
                       Vec3 upper) const {
-  if (empty() || selection_.total() <= 0) return false;
   float pmf = 0;
-  const Entry& e = entries_[selection_.sample(uLight, &pmf)];
-  if (pmf <= 0) return false;
+  const Entry* chosen = choose(ref, uLight, pmf);
+  if (!chosen || pmf <= 0) return false;
+  const Entry& e = *chosen;
   out.delta = false;
   out.infinite = false;
   out.emitterType = kEventLight;
@@ -520,6 +523,112 @@ bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const S
       return sampleRectangle(rectangles_[e.index], pmf, ref, u1, u2, out);
   }
   return false;
+}
+
+LightBounds LightSet::boundsOf(const Entry& e, float power) const {
+  LightBounds b;
+  b.power = std::isfinite(power) && power > 0 ? power : 0;
+  auto enclose = [&](std::initializer_list<Vec3> points) {
+    b.lower = Vec3(1e30f);
+    b.upper = Vec3(-1e30f);
+    for (Vec3 q : points)
+      for (int k = 0; k < 3; ++k) {
+        b.lower[k] = std::min(b.lower[k], q[k]);
+        b.upper[k] = std::max(b.upper[k], q[k]);
+      }
+  };
+  if (e.kind == Kind::Triangle) {
+    const Triangle& t = triangles_[e.index];
+    enclose({t.p0, t.p0 + t.e1, t.p0 + t.e2});
+    b.axis = t.normal;
+    b.cosSpread = 1;
+    b.twoSided = t.doubleSided;
+  } else if (e.kind == Kind::Rectangle) {
+    const EmissiveRectangle& r = rectangles_[e.index];
+    const Vec3 x = r.x * r.width, y = r.y * r.height;
+    enclose({r.corner, r.corner + x, r.corner + y, r.corner + x + y});
+    b.axis = r.normal;
+    b.cosSpread = 1;
+    b.twoSided = r.doubleSided;
+  } else {
+    const Punctual& light = punctual_[e.index];
+    enclose({light.position});
+    if (e.kind == Kind::Spot && b.power > 0) {
+      // Scored as a point lamp of its intensity inside its cone, and zero outside; the cone is
+      // widened by a hair, so that rounding never cuts off light at its edge.
+      b.power = 4 * kPi * luminance(light.radiance);
+      b.axis = light.direction;
+      b.cosSpread = light.cosInner;
+      b.cosEmission = std::cos(std::min(kPi, std::acos(light.cosOuter) - std::acos(light.cosInner) + 1e-3f));
+    }
+  }
+  // An emitter whose bounds are not finite would make those of every group holding it useless.
+  bool finite = std::isfinite(b.power);
+  for (int k = 0; k < 3; ++k) finite = finite && std::isfinite(b.lower[k]) && std::isfinite(b.upper[k]);
+  if (!finite) b.power = 0;
+  return b;
+}
+
+bool LightSet::inHierarchy(const Entry& e) const {
+  return e.kind == Kind::Point || e.kind == Kind::Spot || e.kind == Kind::Rectangle ||
+         (e.kind == Kind::Triangle && !triangles_[e.index].textured);
+}
+
+void LightSet::buildHierarchy(const std::vector<float>& power) {
+  hierarchy_.build({});
+  localShare_ = 1;
+  choiceSlot_.assign(entries_.size(), 0);
+  leafEntry_.clear();
+  powerEntry_.clear();
+  std::vector<LightBounds> local;
+  std::vector<float> otherPower;
+  double localPower = 0, total = 0;
+  for (size_t i = 0; i < entries_.size(); ++i) {
+    const float w = std::isfinite(power[i]) && power[i] > 0 ? power[i] : 0;
+    total += w;
+    if (!inHierarchy(entries_[i])) {
+      choiceSlot_[i] = uint32_t(powerEntry_.size());
+      powerEntry_.push_back(uint32_t(i));
+      otherPower.push_back(w);
+    } else {
+      choiceSlot_[i] = uint32_t(leafEntry_.size());
+      leafEntry_.push_back(uint32_t(i));
+      local.push_back(boundsOf(entries_[i], w));
+      localPower += w;
+    }
+  }
+  if (local.size() < kHierarchyMinEmitters || !(localPower > 0)) return;
+  hierarchy_.build(local);
+  powerSelection_ = AliasTable(otherPower);
+  // Each set that has power keeps a share a float can tell from 0 and 1, or its lights, a sky or
+  // the sun included, would never be chosen.
+  localShare_ = std::clamp(float(localPower / total), 0x1p-24f, localPower < total ? 1 - 0x1p-24f : 1.0f);
+}
+
+const LightSet::Entry* LightSet::choose(Vec3 ref, float uLight, float& pmf) const {
+  pmf = 0;
+  if (hierarchy_.empty()) {
+    if (empty() || selection_.total() <= 0) return nullptr;
+    return &entries_[selection_.sample(uLight, &pmf)];
+  }
+  if (uLight < localShare_) {
+    uint32_t leaf = 0;
+    float treePmf = 0;
+    if (!hierarchy_.sample(ref, std::min(uLight / localShare_, 0x1.fffffep-1f), leaf, treePmf)) return nullptr;
+    pmf = localShare_ * treePmf;
+    return &entries_[leafEntry_[leaf]];
+  }
+  if (powerSelection_.total() <= 0) return nullptr;
+  const size_t i = powerSelection_.sample(std::min((uLight - localShare_) / (1 - localShare_), 0x1.fffffep-1f), &pmf);
+  pmf *= 1 - localShare_;
+  return &entries_[powerEntry_[i]];
+}
+
+// Outside the hierarchy the choice does not depend on the point.
+float LightSet::choicePmf(size_t entry, Vec3 ref) const {
+  if (hierarchy_.empty()) return selection_.pmf(entry);
+  if (!inHierarchy(entries_[entry])) return (1 - localShare_) * powerSelection_.pmf(choiceSlot_[entry]);
+  return localShare_ * hierarchy_.pmf(ref, choiceSlot_[entry]);
 }
 
 }  // namespace zvr::kernel

@@ -81,7 +81,7 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
     lanes.lightU2[lane] = u.second;
     lanes.lightChoice[lane] = ul;
     float pmf = 0;
-    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, pmf)) {
+    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, hit.p, pmf)) {
       lanes.lightKind[lane] = kLightRectangle;
       put(lanes.corner, lane, r->corner);
       put(lanes.edgeX, lane, r->x);

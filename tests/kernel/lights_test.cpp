@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "kernel/aov.h"
+#include "kernel/light_tree.h"
 #include "kernel/lights.h"
 #include "kernel/spherical_rectangle.h"
 #include "tests/kernel/test_support.h"
@@ -104,9 +105,9 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
                                       shape(2, makeSphere(0.3f, 8, 4), lamp, translation(1, 1, 1)), shape(3, strip, lamp)});
   ASSERT_TRUE(build(snap));
   Uniform u(3);
-  const Vec3 ref(0, 0, 0);
   int checked = 0;
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 6000; ++i) {
+    const Vec3 ref = i < 2000 ? Vec3(0, 0, 0) : i < 4000 ? Vec3(1.5f, 2.5f, 0.3f) : Vec3(-0.5f, 0.45f, 1.1f);
     LightSample ls;
     if (!lights_.sample(ref, u(), u(), u(), *scene_, ls)) continue;
     EXPECT_NEAR(ls.radiance.x, 3, 1e-6f);
@@ -119,7 +120,7 @@ TEST_F(KernelTest, EmissiveTriangleSampleDensityMatchesTheMisDensity) {
     ASSERT_NEAR(lights_.trianglePdf(*scene_, hit.shape, hit.prim, ref, hit.p, hit.ng), ls.pdf, 2e-3f * ls.pdf);
     ++checked;
   }
-  EXPECT_GT(checked, 1000);
+  EXPECT_GT(checked, 3000);
 }
 
 // Two emissive triangles share a texture whose one texel shines: light samples go to the lit
@@ -148,32 +149,40 @@ TEST_F(KernelTest, TexturedEmitterIsChosenWhereItsTextureShines) {
   EXPECT_LE(black, 5) << "samples on the black triangle";
 }
 
-// Irradiance from an emissive quad overhead against Lambert's closed form for a polygon, once for a
-// quad close enough to be sampled by solid angle and once for one small enough to be sampled by area.
+// Irradiance from emissive quads overhead against Lambert's closed form for a polygon: a quad close
+// enough to be sampled by solid angle, one small enough to be sampled by area, and a grid of them
+// that is chosen from through the light hierarchy.
 TEST_F(KernelTest, EmissiveQuadIrradianceMatchesLambertsFormula) {
   struct Case {
     const char* name;
     float halfSize, height;
-  } cases[] = {{"near, by solid angle", 0.5f, 0.6f}, {"far, by area", 0.01f, 3}};
+    int grid;  // quads per side, 0.5 apart
+  } cases[] = {{"near, by solid angle", 0.5f, 0.6f, 1}, {"far, by area", 0.01f, 3, 1}, {"a grid, by hierarchy", 0.1f, 0.8f, 3}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    const Vec3 offset(0.2f, c.height, -0.1f), up(0, 1, 0);
+    const Vec3 up(0, 1, 0);
     SceneSnapshot snap;
     auto lamp = emitter(3);
     lamp->doubleSided = true;  // the quad faces up, away from the point below it
-    snap.shapes.push_back(shape(1, makeQuad(c.halfSize), lamp, translation(offset.x, offset.y, offset.z)));
+    double lambert = 0;
+    const float h = c.halfSize;
+    for (int gx = 0; gx < c.grid; ++gx)
+      for (int gz = 0; gz < c.grid; ++gz) {
+        const Vec3 offset(0.2f + 0.5f * gx, c.height + 0.1f * gz, -0.1f - 0.5f * gz);
+        snap.shapes.push_back(shape(1 + gx * c.grid + gz, makeQuad(h), lamp, translation(offset.x, offset.y, offset.z)));
+        const Vec3 corners[] = {offset + Vec3(-h, 0, h), offset + Vec3(h, 0, h), offset + Vec3(h, 0, -h), offset + Vec3(-h, 0, -h)};
+        double quad = 0;
+        for (int i = 0; i < 4; ++i) {
+          Vec3 a = normalize(corners[i]), b = normalize(corners[(i + 1) % 4]);
+          // atan2 keeps the small angles of the far quad that acos would lose to rounding.
+          quad += std::atan2(length(cross(a, b)), dot(a, b)) * dot(up, normalize(cross(a, b))) / 2;
+        }
+        lambert += std::fabs(quad);
+      }
     reset();
     ASSERT_TRUE(build(snap));
     LightSet lights;
     lights.build(snap, *scene_);
-    const float h = c.halfSize;
-    const Vec3 corners[] = {offset + Vec3(-h, 0, h), offset + Vec3(h, 0, h), offset + Vec3(h, 0, -h), offset + Vec3(-h, 0, -h)};
-    double lambert = 0;
-    for (int i = 0; i < 4; ++i) {
-      Vec3 a = normalize(corners[i]), b = normalize(corners[(i + 1) % 4]);
-      // atan2 keeps the small angles of the far quad that acos would lose to rounding.
-      lambert += std::atan2(length(cross(a, b)), dot(a, b)) * dot(up, normalize(cross(a, b))) / 2;
-    }
     Uniform u(11);
     constexpr int n = 100000;
     double sum = 0;
@@ -181,7 +190,164 @@ TEST_F(KernelTest, EmissiveQuadIrradianceMatchesLambertsFormula) {
       LightSample ls;
       if (lights.sample(Vec3(0, 0, 0), u(), u(), u(), *scene_, ls)) sum += ls.radiance.x * dot(up, ls.wi) / ls.pdf;
     }
-    EXPECT_NEAR(sum / n / (3 * std::fabs(lambert)), 1.0, 0.005);
+    EXPECT_NEAR(sum / n / (3 * lambert), 1.0, 0.005);
+  }
+}
+
+// The hierarchy's choice for a point: the probabilities it reports match how often each emitter
+// comes up (the rest of the unit is the chance of a node whose children, bounded more tightly,
+// cannot light the point), and no emitter that can light the point is left out, which would bias
+// the render: neither a point, a one-sided triangle turned any way nor a two-sided one.
+TEST(LightTreeTest, ChoosesEveryEmitterThatCanLightAPointAsOftenAsItSays) {
+  Uniform u(17);
+  std::vector<LightBounds> lights;
+  for (int i = 0; i < 40; ++i) {
+    LightBounds b;
+    const Vec3 c(4 * u() - 2, 4 * u() - 2, 4 * u() - 2);
+    b.lower = c - Vec3(0.1f * u());
+    b.upper = c + Vec3(0.1f * u());
+    b.power = i % 7 == 3 ? 0.0f : 0.1f + u();
+    if (i % 5 != 0) {  // a triangle: normals along one axis
+      b.axis = normalize(Vec3(u() - 0.5f, u() - 0.5f, u() - 0.5f));
+      b.cosSpread = 1;
+      b.twoSided = i % 5 == 4;
+    }
+    lights.push_back(b);
+  }
+  LightTree tree;
+  tree.build(lights);
+  for (int query = 0; query < 60; ++query) {
+    const Vec3 p(Vec3(u() - 0.5f, u() - 0.5f, u() - 0.5f) * (query % 2 ? 6.0f : 30.0f));
+    SCOPED_TRACE("point " + std::to_string(query));
+    double total = 0;
+    for (uint32_t i = 0; i < lights.size(); ++i) {
+      const float pmf = tree.pmf(p, i);
+      total += pmf;
+      const LightBounds& b = lights[i];
+      const Vec3 toP = p - (b.lower + b.upper) * 0.5f;
+      const bool canLight = b.power > 0 && (b.cosSpread < 0 || b.twoSided || dot(toP, b.axis) > 0.05f * length(toP));
+      if (canLight) {
+        EXPECT_GT(pmf, 0) << "emitter " << i;
+      }
+      if (b.power <= 0) {
+        EXPECT_EQ(pmf, 0) << "emitter " << i;
+      }
+    }
+    EXPECT_LE(total, 1 + 1e-5);
+    if (query >= 4) continue;
+    constexpr int kDraws = 40000;
+    std::vector<int> count(lights.size(), 0);
+    int failed = 0;
+    for (int d = 0; d < kDraws; ++d) {
+      uint32_t light = 0;
+      float pmf = 0;
+      if (!tree.sample(p, u(), light, pmf)) {
+        ++failed;
+        continue;
+      }
+      ASSERT_EQ(pmf, tree.pmf(p, light)) << "the reported probability must be the one MIS asks for";
+      ++count[light];
+    }
+    const double missing = kDraws * std::max(0.0, 1 - total);
+    EXPECT_NEAR(failed, missing, 5 * std::sqrt(missing) + 2);
+    for (uint32_t i = 0; i < lights.size(); ++i) {
+      const double expected = kDraws * double(tree.pmf(p, i));
+      EXPECT_NEAR(count[i], expected, 5 * std::sqrt(expected) + 2) << "emitter " << i;
+    }
+  }
+}
+
+// What the hierarchy is for: its choice must give a lower second moment than choosing by power
+// alone, exactly computed over every lamp, both for ceiling lamps over floor points and for lamps
+// at mixed heights seen from points and normals anywhere in the room; and lose badly nowhere.
+TEST(LightTreeTest, ChoosesWithLessVarianceThanPowerAloneInRooms) {
+  struct Case {
+    const char* name;
+    bool mixedHeights;
+  } cases[] = {{"ceiling lamps over floor points", false}, {"lamps at mixed heights", true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Uniform u(5);
+    double logRatio = 0, worst = 0;
+    constexpr int kRooms = 200;
+    for (int room = 0; room < kRooms; ++room) {
+      std::vector<LightBounds> lamps;
+      double totalPower = 0;
+      for (int i = 0; i < 24; ++i) {
+        LightBounds b;
+        const float y = !c.mixedHeights || i % 3 == 0 ? 2.8f : i % 3 == 1 ? 0.3f + 1.5f * u() : 1.8f;
+        b.lower = b.upper = Vec3(10 * u(), y, 10 * u());
+        b.power = 5 + 20 * u();
+        totalPower += b.power;
+        lamps.push_back(b);
+      }
+      const Vec3 p(10 * u(), c.mixedHeights ? 2.5f * u() : 0.0f, 10 * u());
+      const Vec3 n = c.mixedHeights ? normalize(Vec3(u() - 0.5f, u() - 0.5f, u() - 0.5f)) : Vec3(0, 1, 0);
+      LightTree tree;
+      tree.build(lamps);
+      double lit = 0, treeMoment = 0, powerMoment = 0;
+      for (uint32_t i = 0; i < lamps.size(); ++i) {
+        const Vec3 d = lamps[i].lower - p;
+        const double f = lamps[i].power * std::max(0.0f, dot(normalize(d), n)) / dot(d, d);
+        if (f <= 0) continue;
+        const double pmf = tree.pmf(p, i);
+        ASSERT_GT(pmf, 0) << "room " << room << " lamp " << i;
+        lit += f;
+        treeMoment += f * f / pmf;
+        powerMoment += f * f * totalPower / lamps[i].power;
+      }
+      if (lit <= 0) continue;
+      logRatio += std::log(treeMoment / powerMoment);
+      worst = std::max(worst, treeMoment / powerMoment);
+    }
+    EXPECT_LT(std::exp(logRatio / kRooms), 0.7);
+    EXPECT_LT(worst, 5);
+  }
+}
+
+// Lamps over a floor point, reached by light sampling alone: the hierarchy must give the lamp
+// overhead its share though a split may put it in a node with a lamp far away, and spots whose
+// cones hold the point must count as fully as points, next to one that shines away from it.
+TEST_F(KernelTest, LampsWithAFarOutlierLightAFloorPointInFull) {
+  struct Case {
+    const char* name;
+    int lamps;
+    float outlier;
+    bool spots;
+  } cases[] = {{"twelve lamps", 12, 0, false},           {"and one 300 m away", 12, 300, false},
+               {"and one 2 km away", 12, 2000, false},   {"fifteen and one 30 km away", 15, 30000, false},
+               {"twelve spots and one turned up", 12, 0, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<LightData> lamps;
+    auto lampAt = [&](float x, float z, bool down) {
+      if (!c.spots) return pointLight(x, 3, z, 10);
+      LightData spot = light(1001, LightType::Spot, lookAt(x, 3, z, x, down ? 0.0f : 6.0f, z + 0.01f), 10);
+      spot.innerCone = 1.3f;  // wide enough to hold the floor point fully
+      spot.outerCone = 1.4f;
+      return spot;
+    };
+    for (int i = 0; i < c.lamps; ++i) lamps.push_back(lampAt(3.0f * float(i % 4) - 4.5f, 3.0f * float(i / 4) - 3, true));
+    if (c.outlier > 0) lamps.push_back(pointLight(c.outlier, 3, 0, 10));
+    if (c.spots) lamps.push_back(lampAt(0, 0, false));
+    const SceneSnapshot snap = sceneOf({shape(1, makeQuad(40), diffuseMaterial(0.5f, 0.5f, 0.5f))}, lamps);
+    reset();
+    ASSERT_TRUE(build(snap));
+    const Vec3 p(1.5f, 0, 3), up(0, 1, 0);  // under lamp 10
+    double expected = 0;
+    for (size_t i = 0; i < size_t(c.lamps) + (c.outlier > 0); ++i) {
+      const Matrix4& m = lamps[i].transform;
+      const Vec3 d = Vec3(m.m[12], m.m[13], m.m[14]) - p;
+      expected += 10 * dot(normalize(d), up) / dot(d, d);
+    }
+    Uniform u(23);
+    constexpr int n = 200000;
+    double sum = 0;
+    for (int i = 0; i < n; ++i) {
+      LightSample ls;
+      if (lights_.sample(p, u(), u(), u(), *scene_, ls)) sum += ls.radiance.x * std::max(0.0f, dot(up, ls.wi)) / ls.pdf;
+    }
+    EXPECT_NEAR(sum / n / expected, 1.0, 0.01);
   }
 }
 
