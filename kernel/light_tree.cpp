@@ -7,9 +7,6 @@
 namespace zvr::kernel {
 namespace {
 
-// Within a node's bounding sphere distance says little: the squared distance is held above this
-// share of the sphere's squared radius.
-constexpr float kMinDistanceShare = 1.0f;
 // Splits by cost stop at this depth, so that the median splits below it keep every trail within
 // its 64 bits for up to 2^24 emitters.
 constexpr uint32_t kMaxCostDepth = 40;
@@ -17,48 +14,53 @@ constexpr uint32_t kMaxCostDepth = 40;
 float safeSqrt(float v) { return std::sqrt(std::max(0.0f, v)); }
 
 // cos and sin of (a - b), clamped at 0 where b exceeds a.
-float cosSubClamped(float sinA, float cosA, float sinB, float cosB) { return cosA > cosB ? 1 : cosA * cosB + sinA * sinB; }
-float sinSubClamped(float sinA, float cosA, float sinB, float cosB) { return cosA > cosB ? 0 : sinA * cosB - cosA * sinB; }
+double cosSubClamped(double sinA, double cosA, double sinB, double cosB) { return cosA > cosB ? 1 : cosA * cosB + sinA * sinB; }
+double sinSubClamped(double sinA, double cosA, double sinB, double cosB) { return cosA > cosB ? 0 : sinA * cosB - cosA * sinB; }
 
 // `v` turned about the unit axis `k` by the angle whose sine and cosine are given (Rodrigues).
 Vec3 rotate(Vec3 v, Vec3 k, float sinA, float cosA) { return v * cosA + cross(k, v) * sinA + k * (dot(k, v) * (1 - cosA)); }
 
-// The smallest cone of directions holding two cones (axis, cos of half angle).
-void coneUnion(Vec3 a, float cosA, Vec3 b, float cosB, Vec3& axis, float& cosOut) {
-  const float thetaA = std::acos(std::clamp(cosA, -1.0f, 1.0f)), thetaB = std::acos(std::clamp(cosB, -1.0f, 1.0f));
-  const float thetaD = std::acos(std::clamp(dot(a, b), -1.0f, 1.0f));
+// Cone half angles are kept in radians while groups are merged, where cosines of small angles
+// would round to 1; a node's cone is widened by this margin once it is stored as a cosine.
+constexpr float kConeMargin = 1e-4f;
+
+// The smallest cone of directions holding two cones (axis, half angle).
+void coneUnion(Vec3 a, float thetaA, Vec3 b, float thetaB, Vec3& axis, float& thetaOut) {
+  // atan2 keeps the small angles between nearly parallel normals that acos would round to 0.
+  const float thetaD = std::atan2(length(cross(a, b)), dot(a, b));
   if (std::min(thetaD + thetaB, kPi) <= thetaA) {
-    axis = a, cosOut = cosA;
+    axis = a, thetaOut = thetaA;
     return;
   }
   if (std::min(thetaD + thetaA, kPi) <= thetaB) {
-    axis = b, cosOut = cosB;
+    axis = b, thetaOut = thetaB;
     return;
   }
   const float thetaO = (thetaA + thetaD + thetaB) / 2;
   const Vec3 k = cross(a, b);
   if (thetaO >= kPi || dot(k, k) <= 0) {
-    axis = a, cosOut = -1;
+    axis = a, thetaOut = kPi;
     return;
   }
   const float thetaR = thetaO - thetaA;
   axis = normalize(rotate(a, normalize(k), std::sin(thetaR), std::cos(thetaR)));
-  cosOut = std::cos(thetaO);
+  thetaOut = thetaO;
 }
 
 // The cost pbrt-v4 gives a group of emitters: power times the solid angle its light can reach
 // times its surface area (Conty Estevez and Kulla's orientation heuristic).
 float orientationCost(const LightBounds& b, float stretch) {
   if (!(b.power > 0)) return 0;
-  const float cosO = std::clamp(b.cosSpread, -1.0f, 1.0f), thetaO = std::acos(cosO);
+  const float thetaO = std::clamp(b.spread, 0.0f, kPi), cosO = std::cos(thetaO);
   const float thetaE = std::acos(std::clamp(b.cosEmission, -1.0f, 1.0f));
   const float thetaW = std::min(thetaO + thetaE, kPi), sinO = safeSqrt(1 - cosO * cosO);
   const float solidAngle = 2 * kPi * (1 - cosO) +
                            kPi / 2 * (2 * thetaW * sinO - std::cos(thetaO - 2 * thetaW) - 2 * thetaO * sinO + cosO);
   const Vec3 d = b.upper - b.lower;
   const float area = 2 * (d.x * d.y + d.y * d.z + d.z * d.x);
-  // Lamps at a single point have no area and cost nothing: any split of them will do.
-  return b.power * solidAngle * stretch * std::max(area, 0.0f);
+  // Lamps in a row have no area: their squared length measures them instead, or every split
+  // would cost 0 and the first, which peels off one end, would win at every level.
+  return b.power * solidAngle * stretch * (area > 0 ? area : dot(d, d));
 }
 
 }  // namespace
@@ -72,43 +74,68 @@ LightBounds unionOf(const LightBounds& a, const LightBounds& b) {
     u.upper[i] = std::max(a.upper[i], b.upper[i]);
   }
   u.power = a.power + b.power;
-  coneUnion(a.axis, a.cosSpread, b.axis, b.cosSpread, u.axis, u.cosSpread);
+  coneUnion(a.axis, a.spread, b.axis, b.spread, u.axis, u.spread);
   u.cosEmission = std::min(a.cosEmission, b.cosEmission);
   u.twoSided = a.twoSided || b.twoSided;
   return u;
 }
 
 // A bound of the light the node's emitters can send to `p`, up to a factor common to all nodes;
-// 0 where they can send none.
-float LightTree::Node::importance(Vec3 p) const {
+// 0 where they can send none. A receiver that sees only the hemisphere around `up` (zero: it
+// sees everywhere) weighs the node by the largest cosine its bounding sphere can have there.
+// In double, so that neither far coordinates nor a point next to a lamp overflow.
+double LightTree::Node::importance(Vec3 point, Vec3 up) const {
   if (!(power > 0)) return 0;
-  // Measured from the centre, held above half the box's diagonal: the distance to the box itself
-  // would score a group astronomically from any point inside it.
-  const Vec3 toP = p - center;
-  const float dist2 = dot(toP, toP), d2 = std::max(dist2, minDist2);
-  // Lights shining every way (points) lose nothing to orientation.
-  if (cosSpread <= -1) return power / d2;
-  float cosW = dist2 > 0 ? dot(axis, toP) / std::sqrt(dist2) : 1.0f;
-  if (twoSided) cosW = std::fabs(cosW);
-  const float sinW = safeSqrt(1 - cosW * cosW);
+  // Measured from the centre and held above the bounding sphere's radius: the distance to the box
+  // itself would score a group astronomically from any point inside it.
+  const double toP[3] = {double(point.x) - center.x, double(point.y) - center.y, double(point.z) - center.z};
+  const double dist2 = toP[0] * toP[0] + toP[1] * toP[1] + toP[2] * toP[2];
+  const double d2 = std::max({dist2, double(radius2), 1e-12});
+  const double dist = std::sqrt(dist2);
   // The directions from the box towards p that the box itself spans, as seen from p.
-  const float cosB = dist2 < radius2 ? -1.0f : safeSqrt(1 - radius2 / dist2);
-  const float sinB = safeSqrt(1 - cosB * cosB);
-  const float cosX = cosSubClamped(sinW, cosW, sinSpread, cosSpread), sinX = sinSubClamped(sinW, cosW, sinSpread, cosSpread);
-  const float cosP = cosSubClamped(sinX, cosX, sinB, cosB);
+  const double cosB = dist2 <= radius2 ? -1.0 : std::sqrt(std::max(0.0, 1 - radius2 / dist2));
+  const double sinB = std::sqrt(std::max(0.0, 1 - cosB * cosB));
+  double facing = 1;
+  if (!isZero(up) && cosB > -1) {
+    const double cosI = -(toP[0] * up.x + toP[1] * up.y + toP[2] * up.z) / dist;
+    facing = cosSubClamped(std::sqrt(std::max(0.0, 1 - cosI * cosI)), cosI, sinB, cosB);
+    if (facing <= 0) return 0;
+  }
+  // Lights shining every way (points) lose nothing to orientation.
+  if (cosSpread <= -1) return power * facing / d2;
+  double cosW = dist > 0 ? (axis.x * toP[0] + axis.y * toP[1] + axis.z * toP[2]) / dist : 1.0;
+  if (twoSided) cosW = std::fabs(cosW);
+  const double sinW = std::sqrt(std::max(0.0, 1 - cosW * cosW));
+  const double cosX = cosSubClamped(sinW, cosW, sinSpread, cosSpread), sinX = sinSubClamped(sinW, cosW, sinSpread, cosSpread);
+  const double cosP = cosSubClamped(sinX, cosX, sinB, cosB);
   if (cosP <= cosEmission) return 0;
-  return power * cosP / d2;
+  return power * cosP * facing / d2;
 }
 
 void LightTree::build(const std::vector<LightBounds>& lights) {
   nodes_.clear();
   trails_.assign(lights.size(), 0);
   if (lights.empty() || lights.size() > (size_t(1) << 24)) return;
+  // An emitter with bounds that are not finite gets no power, and the place of one that has: it is
+  // never chosen, and leaves the others' groups as they would be without it.
+  auto usable = [](const LightBounds& b) {
+    bool finite = std::isfinite(b.power) && std::isfinite(b.spread) && std::isfinite(b.cosEmission);
+    for (int k = 0; k < 3; ++k) finite = finite && std::isfinite(b.lower[k]) && std::isfinite(b.upper[k]) && std::isfinite(b.axis[k]);
+    return finite && b.power > 0;
+  };
+  const auto shining = std::find_if(lights.begin(), lights.end(), usable);
+  if (shining == lights.end()) return;
+  std::vector<LightBounds> checked(lights);
+  for (LightBounds& b : checked)
+    if (!usable(b)) {
+      b = *shining;
+      b.power = 0;
+    }
   std::vector<uint32_t> order(lights.size());
   for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
   nodes_.reserve(2 * lights.size());
   LightBounds all;
-  buildRange(order, 0, order.size(), lights, 0, 0, all);
+  buildRange(order, 0, order.size(), checked, 0, 0, all);
 }
 
 // Splits where the orientation heuristic over twelve buckets per axis is least, so that emitters
@@ -120,14 +147,13 @@ uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_
   nodes_.emplace_back();
   auto finish = [&](const LightBounds& b) {
     Node& n = nodes_[index];
-    n.lower = b.lower;
-    n.upper = b.upper;
     n.center = (b.lower + b.upper) * 0.5f;
     n.radius2 = dot(b.upper - n.center, b.upper - n.center);
-    n.minDist2 = std::max(kMinDistanceShare * n.radius2, 1e-12f);
     n.axis = b.axis;
-    n.cosSpread = std::clamp(b.cosSpread, -1.0f, 1.0f);
-    n.sinSpread = safeSqrt(1 - n.cosSpread * n.cosSpread);
+    // Widened by a hair where it is kept as a cosine, which cannot tell small angles from 0.
+    const float spread = std::clamp(b.spread, 0.0f, kPi);
+    n.cosSpread = spread + kConeMargin >= kPi ? -1.0f : std::cos(spread + kConeMargin);
+    n.sinSpread = spread + kConeMargin >= kPi ? 0.0f : std::sin(spread + kConeMargin);
     n.cosEmission = b.cosEmission;
     n.power = b.power;
     n.twoSided = b.twoSided;
@@ -137,7 +163,7 @@ uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_
     const uint32_t light = order[begin];
     finish(lights[light]);
     nodes_[index].leaf = true;
-    nodes_[index].first = light;
+    nodes_[index].childOrLight = light;
     trails_[light] = trail;
     return index;
   }
@@ -204,7 +230,7 @@ uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_
   buildRange(order, begin, mid, lights, trail, depth + 1, firstBounds);
   const uint32_t second = buildRange(order, mid, end, lights, trail | (uint64_t(1) << depth), depth + 1, secondBounds);
   finish(unionOf(firstBounds, secondBounds));
-  nodes_[index].first = second;
+  nodes_[index].childOrLight = second;
   return index;
 }
 
@@ -212,8 +238,8 @@ uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_
 // a subtree of samples: with shares computed exactly, one below 3e-8 of its sibling's came up never.
 constexpr double kMinShare = 1.0 / 1024;
 
-double LightTree::firstShare(uint32_t n, Vec3 p) const {
-  const double a = nodes_[n + 1].importance(p), b = nodes_[nodes_[n].first].importance(p);
+double LightTree::firstShare(uint32_t n, Vec3 p, Vec3 up) const {
+  const double a = nodes_[n + 1].importance(p, up), b = nodes_[nodes_[n].childOrLight].importance(p, up);
   const double sum = a + b;
   if (!(sum > 0) || !std::isfinite(sum)) return -1;
   if (a <= 0) return 0;
@@ -222,12 +248,12 @@ double LightTree::firstShare(uint32_t n, Vec3 p) const {
 }
 
 // The walk in double precision: each level's remapping of u loses the bits its choice used.
-bool LightTree::sample(Vec3 p, float uLight, uint32_t& light, float& pmf) const {
+bool LightTree::sample(Vec3 p, Vec3 up, float uLight, uint32_t& light, float& pmf) const {
   if (nodes_.empty()) return false;
   uint32_t n = 0;
   double u = uLight, probability = 1;
   while (!nodes_[n].leaf) {
-    const double share = firstShare(n, p);
+    const double share = firstShare(n, p, up);
     if (share < 0) return false;
     if (u < share) {
       probability *= share;
@@ -236,31 +262,31 @@ bool LightTree::sample(Vec3 p, float uLight, uint32_t& light, float& pmf) const 
     } else {
       probability *= 1 - share;
       u = (u - share) / (1 - share);
-      n = nodes_[n].first;
+      n = nodes_[n].childOrLight;
     }
     u = std::min(u, 0x1.fffffffffffffp-1);
   }
-  light = nodes_[n].first;
+  light = nodes_[n].childOrLight;
   pmf = float(probability);
   return pmf > 0;
 }
 
-float LightTree::pmf(Vec3 p, uint32_t light) const {
+float LightTree::pmf(Vec3 p, Vec3 up, uint32_t light) const {
   if (light >= trails_.size() || nodes_.empty()) return 0;
   double probability = 1;
   uint32_t n = 0;
   for (uint32_t d = 0; !nodes_[n].leaf; ++d) {
-    const double share = firstShare(n, p);
+    const double share = firstShare(n, p, up);
     if (share < 0) return 0;
     if (trails_[light] >> d & 1) {
       probability *= 1 - share;
-      n = nodes_[n].first;
+      n = nodes_[n].childOrLight;
     } else {
       probability *= share;
       n = n + 1;
     }
   }
-  return nodes_[n].first == light ? float(probability) : 0;
+  return nodes_[n].childOrLight == light ? float(probability) : 0;
 }
 
 }  // namespace zvr::kernel

@@ -15,8 +15,8 @@ namespace zvr::kernel {
 struct LightBounds {
   Vec3 lower, upper;      // box around the emitting points
   float power = 0;
-  Vec3 axis{0, 0, 1};     // the normals lie within acos(cosSpread) of axis
-  float cosSpread = -1;   // -1: normals in every direction (a point light)
+  Vec3 axis{0, 0, 1};     // the normals lie within `spread` radians of axis
+  float spread = kPi;     // pi: normals in every direction (a point light)
   float cosEmission = 0;  // light leaves within acos(cosEmission) of a normal (0: a hemisphere)
   bool twoSided = false;  // emits on both sides of its normals
 };
@@ -26,30 +26,30 @@ class LightTree {
   // Emitter i of `lights` becomes leaf i; emitters of no power are never chosen.
   void build(const std::vector<LightBounds>& lights);
   bool empty() const { return nodes_.empty(); }
-  // Chooses an emitter for point `p` with `u` in [0, 1); false when none can light p.
-  bool sample(Vec3 p, float u, uint32_t& light, float& pmf) const;
-  // The probability with which sample() chooses `light` for `p`.
-  float pmf(Vec3 p, uint32_t light) const;
+  // Chooses an emitter for point `p` with `u` in [0, 1); false when none can light p. A point that
+  // takes light only from the hemisphere around `up` passes it; zero: from every direction.
+  bool sample(Vec3 p, Vec3 up, float u, uint32_t& light, float& pmf) const;
+  // The probability with which sample() chooses `light` for `p` and `up`.
+  float pmf(Vec3 p, Vec3 up, uint32_t light) const;
 
  private:
   // A node's bounds in the form the importance reads them, with what it would otherwise compute
   // at every visit: a walk down evaluates two nodes per level.
   struct Node {
-    Vec3 lower, upper, center;
-    float radius2 = 0;   // of the sphere around the box
-    float minDist2 = 0;  // the squared distance below which the distance says nothing
+    Vec3 center;
+    float radius2 = 0;  // of the sphere around the box
     Vec3 axis;
     float cosSpread = -1, sinSpread = 0, cosEmission = 0, power = 0;
     bool twoSided = false, leaf = false;
-    uint32_t first = 0;  // the second child, or the emitter of a leaf; the first child follows its node
-    float importance(Vec3 p) const;
+    uint32_t childOrLight = 0;  // the second child, or the emitter of a leaf; the first child follows its node
+    double importance(Vec3 p, Vec3 up) const;
   };
   // Builds the node of order[begin, end) and its subtree; `bounds` receives the node's bounds.
   uint32_t buildRange(std::vector<uint32_t>& order, size_t begin, size_t end, const std::vector<LightBounds>& lights,
                       uint64_t trail, uint32_t depth, LightBounds& bounds);
   // The share of `p`'s importance that goes to the first child of interior node `n`; negative when
   // neither child can light p.
-  double firstShare(uint32_t n, Vec3 p) const;
+  double firstShare(uint32_t n, Vec3 p, Vec3 up) const;
 
   std::vector<Node> nodes_;
   // Per emitter, its way down from the root: bit d set where it lies in the second child at depth d.

@@ -365,7 +365,7 @@ Vec3 LightSet::environment(Vec3 dir) const {
 float LightSet::environmentPdf(Vec3 dir, Vec3 upper) const {
   float pdf = 0;
   for (size_t i = 0; i < environments_.size(); ++i)
-    pdf += choicePmf(environmentEntry_[i], Vec3(0)) * environmentDirectionPdf(environments_[i], dir, upper);
+    pdf += choicePmf(environmentEntry_[i], Vec3(0), Vec3(0)) * environmentDirectionPdf(environments_[i], dir, upper);
   return pdf;
 }
 
@@ -392,35 +392,36 @@ float LightSet::sphericalSolidAngle(const Triangle& t, Vec3 ref) {
   return solidAngle >= kMinSphericalSolidAngle && solidAngle <= kMaxSphericalSolidAngle ? solidAngle : 0;
 }
 
-float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const {
+float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal,
+                            Vec3 side) const {
   if (shape >= firstPrimEntry_.size() || firstPrimEntry_[shape] < 0 || prim >= scene.shapes()[shape].triangleCount) return 0;
   const uint32_t entry = primEntry_[size_t(firstPrimEntry_[shape]) + prim];
   float area = 0;
   if (entries_[entry].kind == Kind::Rectangle) {
     const EmissiveRectangle& r = rectangles_[entries_[entry].index];
-    if (float solidAngle = sphericalView(r, ref).solidAngle(); solidAngle > 0) return choicePmf(entry, ref) / solidAngle;
+    if (float solidAngle = sphericalView(r, ref).solidAngle(); solidAngle > 0) return choicePmf(entry, ref, side) / solidAngle;
     area = r.area;
   } else {
     const Triangle& t = triangles_[entries_[entry].index];
-    if (float solidAngle = sphericalSolidAngle(t, ref); solidAngle > 0) return choicePmf(entry, ref) / solidAngle;
+    if (float solidAngle = sphericalSolidAngle(t, ref); solidAngle > 0) return choicePmf(entry, ref, side) / solidAngle;
     area = t.area;
   }
   Vec3 d = lightPoint - ref;
   float dist2 = dot(d, d);
   float cosL = std::fabs(dot(lightNormal, normalize(d)));
   if (area <= 0 || cosL <= 0) return 0;
-  return choicePmf(entry, ref) * dist2 / (area * cosL);
+  return choicePmf(entry, ref, side) * dist2 / (area * cosL);
 }
 
-const EmissiveRectangle* LightSet::chosenRectangle(float uLight, Vec3 ref, float& pmf) const {
-  const Entry* e = choose(ref, uLight, pmf);
+const EmissiveRectangle* LightSet::chosenRectangle(float uLight, Vec3 ref, Vec3 side, float& pmf) const {
+  const Entry* e = choose(ref, side, uLight, pmf);
   return e && e->kind == Kind::Rectangle && pmf > 0 ? &rectangles_[e->index] : nullptr;
 }
 
 bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
-                      Vec3 upper) const {
+                      Vec3 upper, Vec3 side) const {
   float pmf = 0;
-  const Entry* chosen = choose(ref, uLight, pmf);
+  const Entry* chosen = choose(ref, side, uLight, pmf);
   if (!chosen || pmf <= 0) return false;
   const Entry& e = *chosen;
   out.delta = false;
@@ -541,14 +542,14 @@ LightBounds LightSet::boundsOf(const Entry& e, float power) const {
     const Triangle& t = triangles_[e.index];
     enclose({t.p0, t.p0 + t.e1, t.p0 + t.e2});
     b.axis = t.normal;
-    b.cosSpread = 1;
+    b.spread = 0;
     b.twoSided = t.doubleSided;
   } else if (e.kind == Kind::Rectangle) {
     const EmissiveRectangle& r = rectangles_[e.index];
     const Vec3 x = r.x * r.width, y = r.y * r.height;
     enclose({r.corner, r.corner + x, r.corner + y, r.corner + x + y});
     b.axis = r.normal;
-    b.cosSpread = 1;
+    b.spread = 0;
     b.twoSided = r.doubleSided;
   } else {
     const Punctual& light = punctual_[e.index];
@@ -558,7 +559,7 @@ LightBounds LightSet::boundsOf(const Entry& e, float power) const {
       // widened by a hair, so that rounding never cuts off light at its edge.
       b.power = 4 * kPi * luminance(light.radiance);
       b.axis = light.direction;
-      b.cosSpread = light.cosInner;
+      b.spread = std::acos(std::clamp(light.cosInner, -1.0f, 1.0f));
       b.cosEmission = std::cos(std::min(kPi, std::acos(light.cosOuter) - std::acos(light.cosInner) + 1e-3f));
     }
   }
@@ -583,18 +584,24 @@ void LightSet::buildHierarchy(const std::vector<float>& power) {
   std::vector<LightBounds> local;
   std::vector<float> otherPower;
   double localPower = 0, total = 0;
+  inTree_.assign(entries_.size(), false);
   for (size_t i = 0; i < entries_.size(); ++i) {
     const float w = std::isfinite(power[i]) && power[i] > 0 ? power[i] : 0;
-    total += w;
-    if (!inHierarchy(entries_[i])) {
+    // Emitters that cannot shine, or whose bounds are not finite, stay out of the tree, whose
+    // groups they would spoil; the power table never chooses them either.
+    const LightBounds bounds = inHierarchy(entries_[i]) ? boundsOf(entries_[i], w) : LightBounds();
+    if (!(bounds.power > 0)) {
       choiceSlot_[i] = uint32_t(powerEntry_.size());
       powerEntry_.push_back(uint32_t(i));
-      otherPower.push_back(w);
+      otherPower.push_back(inHierarchy(entries_[i]) ? 0.0f : w);
+      total += otherPower.back();
     } else {
+      inTree_[i] = true;
       choiceSlot_[i] = uint32_t(leafEntry_.size());
       leafEntry_.push_back(uint32_t(i));
-      local.push_back(boundsOf(entries_[i], w));
+      local.push_back(bounds);
       localPower += w;
+      total += w;
     }
   }
   if (local.size() < kHierarchyMinEmitters || !(localPower > 0)) return;
@@ -605,7 +612,7 @@ void LightSet::buildHierarchy(const std::vector<float>& power) {
   localShare_ = std::clamp(float(localPower / total), 0x1p-24f, localPower < total ? 1 - 0x1p-24f : 1.0f);
 }
 
-const LightSet::Entry* LightSet::choose(Vec3 ref, float uLight, float& pmf) const {
+const LightSet::Entry* LightSet::choose(Vec3 ref, Vec3 side, float uLight, float& pmf) const {
   pmf = 0;
   if (hierarchy_.empty()) {
     if (empty() || selection_.total() <= 0) return nullptr;
@@ -614,7 +621,7 @@ const LightSet::Entry* LightSet::choose(Vec3 ref, float uLight, float& pmf) cons
   if (uLight < localShare_) {
     uint32_t leaf = 0;
     float treePmf = 0;
-    if (!hierarchy_.sample(ref, std::min(uLight / localShare_, 0x1.fffffep-1f), leaf, treePmf)) return nullptr;
+    if (!hierarchy_.sample(ref, side, std::min(uLight / localShare_, 0x1.fffffep-1f), leaf, treePmf)) return nullptr;
     pmf = localShare_ * treePmf;
     return &entries_[leafEntry_[leaf]];
   }
@@ -625,10 +632,10 @@ const LightSet::Entry* LightSet::choose(Vec3 ref, float uLight, float& pmf) cons
 }
 
 // Outside the hierarchy the choice does not depend on the point.
-float LightSet::choicePmf(size_t entry, Vec3 ref) const {
+float LightSet::choicePmf(size_t entry, Vec3 ref, Vec3 side) const {
   if (hierarchy_.empty()) return selection_.pmf(entry);
-  if (!inHierarchy(entries_[entry])) return (1 - localShare_) * powerSelection_.pmf(choiceSlot_[entry]);
-  return localShare_ * hierarchy_.pmf(ref, choiceSlot_[entry]);
+  if (!inTree_[entry]) return (1 - localShare_) * powerSelection_.pmf(choiceSlot_[entry]);
+  return localShare_ * hierarchy_.pmf(ref, side, choiceSlot_[entry]);
 }
 
 }  // namespace zvr::kernel

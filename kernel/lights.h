@@ -1,5 +1,6 @@
 // Every emitter of a scene behind one interface: point, spot, directional, environment (constant or
-// an importance-sampled lat-long image) and emissive triangles, chosen in proportion to power.
+// an importance-sampled lat-long image) and emissive triangles, chosen in proportion to power, or
+// with many local emitters through a hierarchy that also weighs distance and orientation.
 #pragma once
 
 #include <vector>
@@ -62,20 +63,23 @@ class LightSet {
   bool choosesLight() const { return selection_.size() > 1; }
   // `upper`, when not zero, is the unit normal of the one hemisphere whose light the caller can use
   // (the lit side of an opaque surface): a constant environment is then sampled by cosine there
-  // instead of over the whole sphere, half of which such a surface never sees.
+  // instead of over the whole sphere, half of which such a surface never sees. `side`, when not
+  // zero, is that hemisphere for a surface that only reflects, whatever its lobes: lights wholly
+  // below it are then not chosen.
   bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
-              Vec3 upper = Vec3(0)) const;
-  // The emissive rectangle sample() picks with `uLight` from `ref`, and the probability of that
-  // choice; null for any other light. Vector stages sample it by area with sample()'s arithmetic,
+              Vec3 upper = Vec3(0), Vec3 side = Vec3(0)) const;
+  // The emissive rectangle sample() picks with `uLight` from `ref` and `side`, and the probability
+  // of that choice; null for any other light. Vector stages sample it by area with sample()'s arithmetic,
   // and leave to sample() the points from which it looksLarge() by kSphericalRectangleEstimate.
-  const EmissiveRectangle* chosenRectangle(float uLight, Vec3 ref, float& pmf) const;
+  const EmissiveRectangle* chosenRectangle(float uLight, Vec3 ref, Vec3 side, float& pmf) const;
   // Radiance of the environment along a direction leaving the scene.
   Vec3 environment(Vec3 dir) const;
   // Solid-angle density with which sample() picks that environment direction, for the same `upper`.
   float environmentPdf(Vec3 dir, Vec3 upper = Vec3(0)) const;
   // Density with which sample() picks a point on an emissive triangle (alone, or as half of a
-  // rectangle), as seen from `ref`.
-  float trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal) const;
+  // rectangle), as seen from `ref` by a sample() given `side`.
+  float trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, Vec3 ref, Vec3 lightPoint, Vec3 lightNormal,
+                    Vec3 side = Vec3(0)) const;
   bool hasEnvironment() const { return !environments_.empty(); }
   size_t environmentCount() const { return environments_.size(); }
   Vec3 environmentRadianceOf(size_t i, Vec3 dir) const { return environmentRadiance(environments_[i], dir); }
@@ -131,10 +135,10 @@ class LightSet {
   LightBounds boundsOf(const Entry& e, float power) const;
   bool inHierarchy(const Entry& e) const;
   void buildHierarchy(const std::vector<float>& power);
-  // The entry chosen with `uLight` for a point at `ref`, and the probability of that choice; null
-  // when no light can be chosen there.
-  const Entry* choose(Vec3 ref, float uLight, float& pmf) const;
-  float choicePmf(size_t entry, Vec3 ref) const;
+  // The entry chosen with `uLight` for a point at `ref` that sees the hemisphere around `side`
+  // (zero: everywhere), and the probability of that choice; null when no light can be chosen there.
+  const Entry* choose(Vec3 ref, Vec3 side, float uLight, float& pmf) const;
+  float choicePmf(size_t entry, Vec3 ref, Vec3 side) const;
   // The triangle's solid angle seen from `ref` when it is sampled by solid angle there, else 0.
   static float sphericalSolidAngle(const Triangle& t, Vec3 ref);
   Vec3 environmentRadiance(const Environment& env, Vec3 dir) const;
@@ -158,6 +162,7 @@ class LightSet {
   AliasTable powerSelection_;
   float localShare_ = 1;
   std::vector<uint32_t> choiceSlot_;  // per entry: its leaf in the hierarchy, or index among the others
+  std::vector<bool> inTree_;
   std::vector<uint32_t> leafEntry_, powerEntry_;
   float sceneRadius_ = 1;
   int32_t environmentGroup_ = -1;

@@ -375,7 +375,7 @@ bool PathIntegrator::shadeSurface(Path& path, SurfaceHit& hit, ShadedPoint& sp) 
     } else if (path.deltaBounce || !preview) {
       float w = 1;
       if (!path.deltaBounce)
-        w = powerHeuristic(path.prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, path.prevP, hit.p, hit.ng));
+        w = powerHeuristic(path.prevPdf, lights_.trianglePdf(scene_, hit.shape, hit.prim, path.prevP, hit.p, hit.ng, path.prevSide));
       emit(path.lightBeta * mat.emission * w);
     }
   }
@@ -412,7 +412,9 @@ void PathIntegrator::scatter(Path& path, const SurfaceHit& hit, const MaterialSa
   // The preview weighs no samples: there the ratio of shading to geometric cosine would go
   // unbounded on smooth-shaded meshes.
   const bool skyHemisphere = !preview && !bsdf.choosesLobe() && !bsdf.isTransmissive();
-  const Vec3 upper = !skyHemisphere ? Vec3(0) : dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
+  // Any surface that only reflects takes no light from below its geometric side, lobes and all.
+  const Vec3 side = bsdf.isTransmissive() ? Vec3(0) : dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
+  const Vec3 upper = skyHemisphere ? side : Vec3(0);
   // Next-event estimation; the shadow ray waits for the round's occlusion packet.
   if (bsdf.hasNonDelta() && !lights_.empty()) {
     float ul = 0;
@@ -420,7 +422,7 @@ void PathIntegrator::scatter(Path& path, const SurfaceHit& hit, const MaterialSa
     else sampler.skip();
     auto u = sampler.get2D();
     LightSample ls;
-    if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls, upper) && ls.pdf > 0 && !isBlack(ls.radiance)) {
+    if (lights_.sample(hit.p, ul, u.first, u.second, scene_, ls, upper, side) && ls.pdf > 0 && !isBlack(ls.radiance)) {
       BsdfEval e = bsdf.eval(ls.wi);
       Vec3 f = e.total();
       if (!isBlack(f)) {
@@ -499,6 +501,7 @@ void PathIntegrator::scatter(Path& path, const SurfaceHit& hit, const MaterialSa
   path.prevPdf = bs.pdf;
   path.prevP = hit.p;
   path.prevUpper = upper;
+  path.prevSide = side;
   if (bs.transmitted && !mat.thinWalled) path.sigma = dot(bs.wi, hit.ng) < 0 ? mat.attenuation : Vec3(0);
 
   path.coneWidth = hit.footprint;

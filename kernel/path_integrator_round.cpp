@@ -81,7 +81,7 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
     lanes.lightU2[lane] = u.second;
     lanes.lightChoice[lane] = ul;
     float pmf = 0;
-    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, hit.p, pmf)) {
+    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, hit.p, upper, pmf)) {
       lanes.lightKind[lane] = kLightRectangle;
       put(lanes.corner, lane, r->corner);
       put(lanes.edgeX, lane, r->x);
@@ -110,7 +110,9 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
 void PathIntegrator::sampleLightOf(const SurfaceHit& hit, LambertLanes& lanes, int lane) const {
   LightSample ls;
   lanes.lightKind[lane] = kNoLight;
-  if (!lights_.sample(hit.p, lanes.lightChoice[lane], lanes.lightU1[lane], lanes.lightU2[lane], scene_, ls, get(lanes.upper, lane)))
+  // A Lambert surface only reflects, and samples its sky in the same hemisphere it takes light from.
+  const Vec3 upper = get(lanes.upper, lane);
+  if (!lights_.sample(hit.p, lanes.lightChoice[lane], lanes.lightU1[lane], lanes.lightU2[lane], scene_, ls, upper, upper))
     return;
   lanes.lightKind[lane] = kLightTaken;
   put(lanes.lightWi, lane, ls.wi);
@@ -149,7 +151,7 @@ void PathIntegrator::finishLambert(Path& path, const SurfaceHit& hit, const Lamb
   path.deltaBounce = false;
   path.prevPdf = lanes.pdf[lane];
   path.prevP = hit.p;
-  path.prevUpper = get(lanes.upper, lane);
+  path.prevUpper = path.prevSide = get(lanes.upper, lane);
   // A Lambert surface reflects only: the path stays in its medium.
   path.coneWidth = hit.footprint;
   path.cone += 0.5f;

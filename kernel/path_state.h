@@ -23,7 +23,8 @@ struct PathIntegrator::Path {
   Vec3 lightBeta{1};
   bool deltaBounce = true;
   float prevPdf = 0;
-  Vec3 prevP, prevUpper;  // prevUpper: the hemisphere the previous vertex sampled its sky in
+  // The hemisphere the previous vertex sampled its sky in, and the one it chose lights for.
+  Vec3 prevP, prevUpper, prevSide;
   int firstCategory = -1;
   bool afterDiffuse = false;
   uint32_t depth = 0, diffuseBounces = 0, glossyBounces = 0, refractionBounces = 0, roughRefractionBounces = 0;
