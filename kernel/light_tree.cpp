@@ -7,6 +7,8 @@
 namespace zvr::kernel {
 namespace {
 
+// Groups of more emitters than this are split without regard to orientation.
+constexpr size_t kOrientedSplitMaxLights = 256;
 // Splits by cost stop at this depth, so that the median splits below it keep every trail within
 // its 64 bits for up to 2^24 emitters.
 constexpr uint32_t kMaxCostDepth = 40;
@@ -63,20 +65,31 @@ float orientationCost(const LightBounds& b, float stretch) {
   return b.power * solidAngle * stretch * (area > 0 ? area : dot(d, d));
 }
 
+// Widens `into` to hold `b` as well, in place, for the build's hot loops; with `cone` false the
+// normals are taken to go every way, which spares the trigonometry of merging cones.
+void grow(LightBounds& into, const LightBounds& b, bool cone) {
+  if (!(b.power > 0)) return;
+  if (!(into.power > 0)) {
+    into = b;
+    if (!cone) into.spread = kPi;
+    return;
+  }
+  for (int i = 0; i < 3; ++i) {
+    into.lower[i] = std::min(into.lower[i], b.lower[i]);
+    into.upper[i] = std::max(into.upper[i], b.upper[i]);
+  }
+  // Held at the largest float: an infinite sum would leave every share undefined.
+  into.power = std::min(into.power + b.power, std::numeric_limits<float>::max());
+  if (cone) coneUnion(into.axis, into.spread, b.axis, b.spread, into.axis, into.spread);
+  into.cosEmission = std::min(into.cosEmission, b.cosEmission);
+  into.twoSided = into.twoSided || b.twoSided;
+}
+
 }  // namespace
 
 LightBounds unionOf(const LightBounds& a, const LightBounds& b) {
-  if (!(a.power > 0)) return b;
-  if (!(b.power > 0)) return a;
-  LightBounds u;
-  for (int i = 0; i < 3; ++i) {
-    u.lower[i] = std::min(a.lower[i], b.lower[i]);
-    u.upper[i] = std::max(a.upper[i], b.upper[i]);
-  }
-  u.power = a.power + b.power;
-  coneUnion(a.axis, a.spread, b.axis, b.spread, u.axis, u.spread);
-  u.cosEmission = std::min(a.cosEmission, b.cosEmission);
-  u.twoSided = a.twoSided || b.twoSided;
+  LightBounds u = a;
+  grow(u, b, true);
   return u;
 }
 
@@ -125,24 +138,27 @@ void LightTree::build(const std::vector<LightBounds>& lights) {
   };
   const auto shining = std::find_if(lights.begin(), lights.end(), usable);
   if (shining == lights.end()) return;
-  std::vector<LightBounds> checked(lights);
-  for (LightBounds& b : checked)
+  std::vector<BuildItem> items(lights.size());
+  for (uint32_t i = 0; i < items.size(); ++i) {
+    LightBounds& b = items[i].bounds;
+    b = lights[i];
     if (!usable(b)) {
       b = *shining;
       b.power = 0;
     }
-  std::vector<uint32_t> order(lights.size());
-  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+    items[i].centre = (b.lower + b.upper) * 0.5f;
+    items[i].light = i;
+  }
   nodes_.reserve(2 * lights.size());
   LightBounds all;
-  buildRange(order, 0, order.size(), checked, 0, 0, all);
+  buildRange(items, 0, items.size(), 0, 0, all);
 }
 
 // Splits where the orientation heuristic over twelve buckets per axis is least, so that emitters
 // far apart or facing away from each other end up in different groups; past a depth where a
 // trail's bits run short, and where the centres coincide, by count at the median instead.
-uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_t end, const std::vector<LightBounds>& lights,
-                               uint64_t trail, uint32_t depth, LightBounds& bounds) {
+uint32_t LightTree::buildRange(std::vector<BuildItem>& items, size_t begin, size_t end, uint64_t trail, uint32_t depth,
+                               LightBounds& bounds) {
   const uint32_t index = uint32_t(nodes_.size());
   nodes_.emplace_back();
   auto finish = [&](const LightBounds& b) {
@@ -160,49 +176,55 @@ uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_
     bounds = b;
   };
   if (end - begin == 1) {
-    const uint32_t light = order[begin];
-    finish(lights[light]);
+    const uint32_t light = items[begin].light;
+    finish(items[begin].bounds);
     nodes_[index].leaf = true;
     nodes_[index].childOrLight = light;
     trails_[light] = trail;
     return index;
   }
-  auto centre = [&](uint32_t light, int axis) { return (lights[light].lower[axis] + lights[light].upper[axis]) * 0.5f; };
   Vec3 lo(1e30f), hi(-1e30f), boxLo(1e30f), boxHi(-1e30f);
   for (size_t i = begin; i < end; ++i) {
-    const LightBounds& b = lights[order[i]];
+    const LightBounds& b = items[i].bounds;
     for (int k = 0; k < 3; ++k) {
-      lo[k] = std::min(lo[k], centre(order[i], k));
-      hi[k] = std::max(hi[k], centre(order[i], k));
+      lo[k] = std::min(lo[k], items[i].centre[k]);
+      hi[k] = std::max(hi[k], items[i].centre[k]);
       boxLo[k] = std::min(boxLo[k], b.lower[k]);
       boxHi[k] = std::max(boxHi[k], b.upper[k]);
     }
   }
   constexpr int kBuckets = 12;
-  auto bucketOf = [&](uint32_t light, int axis) {
-    const float t = (centre(light, axis) - lo[axis]) / (hi[axis] - lo[axis]);
+  auto bucketOf = [&](const BuildItem& item, int axis) {
+    const float t = (item.centre[axis] - lo[axis]) / (hi[axis] - lo[axis]);
     return std::clamp(int(t * kBuckets), 0, kBuckets - 1);
   };
   int bestAxis = -1, bestSplit = 0;
   float bestCost = std::numeric_limits<float>::infinity();
   const Vec3 box = boxHi - boxLo;
   const float longest = std::max({box.x, box.y, box.z});
-  for (int axis = 0; axis < 3 && depth < kMaxCostDepth; ++axis) {
+  // Merging cones is what a build spends its time on: a group too large for orientation to decide
+  // its split, such as a big emissive mesh, is split by boxes and power alone.
+  const bool oriented = end - begin <= kOrientedSplitMaxLights;
+  // Two emitters split only one way.
+  for (int axis = 0; axis < 3 && depth < kMaxCostDepth && end - begin > 2; ++axis) {
     if (!(hi[axis] > lo[axis])) continue;
     LightBounds bucket[kBuckets];
     for (size_t i = begin; i < end; ++i) {
-      const uint32_t light = order[i];
-      LightBounds& b = bucket[bucketOf(light, axis)];
-      b = unionOf(b, lights[light]);
+      grow(bucket[bucketOf(items[i], axis)], items[i].bounds, oriented);
     }
     // Long thin groups split across their length: splits along a short side cost more.
     const float stretch = box[axis] > 0 ? longest / box[axis] : 1;
     LightBounds below[kBuckets];
     below[0] = bucket[0];
-    for (int k = 1; k < kBuckets; ++k) below[k] = unionOf(below[k - 1], bucket[k]);
+    for (int k = 1; k < kBuckets; ++k) {
+      below[k] = below[k - 1];
+      grow(below[k], bucket[k], true);
+    }
     LightBounds above;
     for (int k = kBuckets - 1; k > 0; --k) {
-      above = unionOf(above, bucket[k]);
+      // An empty bucket above the split makes it the same split as the next one up.
+      if (!(bucket[k].power > 0)) continue;
+      grow(above, bucket[k], true);
       const float cost = orientationCost(below[k - 1], stretch) + orientationCost(above, stretch);
       if (cost < bestCost && below[k - 1].power > 0 && above.power > 0) {
         bestCost = cost;
@@ -213,22 +235,22 @@ uint32_t LightTree::buildRange(std::vector<uint32_t>& order, size_t begin, size_
   }
   size_t mid = begin;
   if (bestAxis >= 0) {
-    mid = size_t(std::partition(order.begin() + long(begin), order.begin() + long(end),
-                                [&](uint32_t light) { return bucketOf(light, bestAxis) < bestSplit; }) -
-                 order.begin());
+    mid = size_t(std::partition(items.begin() + long(begin), items.begin() + long(end),
+                                [&](const BuildItem& item) { return bucketOf(item, bestAxis) < bestSplit; }) -
+                 items.begin());
   }
   if (mid == begin || mid == end) {
     const Vec3 extent = hi - lo;
     const int axis = extent.x >= extent.y && extent.x >= extent.z ? 0 : extent.y >= extent.z ? 1 : 2;
     mid = begin + (end - begin) / 2;
-    std::nth_element(order.begin() + long(begin), order.begin() + long(mid), order.begin() + long(end), [&](uint32_t a, uint32_t b) {
-      const float ca = centre(a, axis), cb = centre(b, axis);
-      return ca < cb || (ca == cb && a < b);
-    });
+    std::nth_element(items.begin() + long(begin), items.begin() + long(mid), items.begin() + long(end),
+                     [&](const BuildItem& a, const BuildItem& b) {
+                       return a.centre[axis] < b.centre[axis] || (a.centre[axis] == b.centre[axis] && a.light < b.light);
+                     });
   }
   LightBounds firstBounds, secondBounds;
-  buildRange(order, begin, mid, lights, trail, depth + 1, firstBounds);
-  const uint32_t second = buildRange(order, mid, end, lights, trail | (uint64_t(1) << depth), depth + 1, secondBounds);
+  buildRange(items, begin, mid, trail, depth + 1, firstBounds);
+  const uint32_t second = buildRange(items, mid, end, trail | (uint64_t(1) << depth), depth + 1, secondBounds);
   finish(unionOf(firstBounds, secondBounds));
   nodes_[index].childOrLight = second;
   return index;

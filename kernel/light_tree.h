@@ -44,9 +44,16 @@ class LightTree {
     uint32_t childOrLight = 0;  // the second child, or the emitter of a leaf; the first child follows its node
     double importance(Vec3 p, Vec3 up) const;
   };
-  // Builds the node of order[begin, end) and its subtree; `bounds` receives the node's bounds.
-  uint32_t buildRange(std::vector<uint32_t>& order, size_t begin, size_t end, const std::vector<LightBounds>& lights,
-                      uint64_t trail, uint32_t depth, LightBounds& bounds);
+  // An emitter as the build reorders it: its bounds travel with it, so that reading them never
+  // jumps about a large scene's list.
+  struct BuildItem {
+    LightBounds bounds;
+    Vec3 centre;
+    uint32_t light;
+  };
+  // Builds the node of items[begin, end) and its subtree; `bounds` receives the node's bounds.
+  uint32_t buildRange(std::vector<BuildItem>& items, size_t begin, size_t end, uint64_t trail, uint32_t depth,
+                      LightBounds& bounds);
   // The share of `p`'s importance that goes to the first child of interior node `n`; negative when
   // neither child can light p.
   double firstShare(uint32_t n, Vec3 p, Vec3 up) const;
