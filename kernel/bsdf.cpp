@@ -13,23 +13,6 @@ namespace {
 constexpr float kCoatIor = 1.5f;
 constexpr int kSheenTableSize = 32;
 
-float roughnessToAlpha(float r) { return std::max(1e-4f, r * r); }
-
-// Hemispherical average of the dielectric Fresnel reflectance, 2 * integral of F(mu) mu dmu, by
-// Kulla and Conty's fit for eta >= 1; from inside, reciprocity gives 1 - (1 - F_avg(1/eta)) eta^2.
-float averageDielectricFresnel(float eta) {
-  if (eta >= 1) return (eta - 1) / (4.08567f + 1.00071f * eta);
-  float outside = 1 / eta;
-  return 1 - (1 - (outside - 1) / (4.08567f + 1.00071f * outside)) * eta * eta;
-}
-
-// The share of light that leaves after any number of bounces between microfacets, given the
-// single-bounce Fresnel average and the white albedo average (Kulla and Conty 2017).
-float multiScatterFresnel(float fAvg, float eAvg) {
-  float d = 1 - fAvg * (1 - eAvg);
-  return d > 0 ? fAvg * fAvg * eAvg / d : 0;
-}
-
 }  // namespace
 
 float sheenAlbedo(float cosO, float sheenRoughness) {
@@ -77,6 +60,14 @@ Bsdf::Bsdf(const MaterialSample& material, const Frame& shading, const Frame& co
 bool Bsdf::isPlainLambert(const MaterialSample& m) {
   return clamp01(m.metallic) == 0 && clamp01(m.transmission) == 0 && clamp01(m.specular) == 0 && !(m.clearcoat > 0) &&
          !(clamp01(maxComponent(m.sheenColor)) > 0);
+}
+
+// Not Lambert alone, as specular is above zero or the surface all metal; a base colour with
+// luminance keeps the diffuse or the reflection lobe weighted at any angle.
+bool Bsdf::isRoughReflector(const MaterialSample& m, float minRoughness) {
+  return !isPlainLambert(m) && clamp01(m.transmission) == 0 && !(m.clearcoat > 0) &&
+         !(clamp01(maxComponent(m.sheenColor)) > 0) && (clamp01(m.metallic) >= 1 || clamp01(m.specular) > 0) &&
+         luminance(m.baseColor) > 0 && roughnessToAlpha(std::max(clamp01(m.roughness), minRoughness)) >= kDeltaAlpha;
 }
 
 // Lambert alone, the common case: the values the layered set-up would compute with every other

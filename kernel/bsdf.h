@@ -101,6 +101,9 @@ class Bsdf {
   bool choosesLobe() const { return !lambertOnly_; }
   // Lambert alone: no metal, transmission, specular, clearcoat or sheen.
   static bool isPlainLambert(const MaterialSample& m);
+  // Diffuse, rough GGX reflection and its multiple scattering, nothing else, and some lobe with
+  // weight at every angle: the materials the vector bounce of rough reflectors takes.
+  static bool isRoughReflector(const MaterialSample& m, float minRoughness);
 
  private:
   // kMultiScatterLobe returns the energy the rough reflection lobe loses to single scattering.

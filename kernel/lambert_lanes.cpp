@@ -1,22 +1,24 @@
-#include "kernel/lambert_lanes.h"
+#include "kernel/bounce_lanes.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
+#include "kernel/bsdf.h"
+#include "kernel/lane_stage.h"
 #include "kernel/lights.h"
 #include "kernel/sampling.h"
 
 namespace zvr::kernel {
 namespace {
 
+using namespace lane_stage;
+
 inline float dot3(float ax, float ay, float az, float bx, float by, float bz) { return ax * bx + ay * by + az * bz; }
-inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
 
 // LightSet::sample for a rectangle, by area where it does not look large: sampleRectangle with
-// towardsEmitterPoint. Branch-free, as is shade() below.
-[[gnu::always_inline]] inline void sampleRectangles(LambertLanes& l, float, float) {
-  for (int k = 0; k < kLambertLanes; ++k) {
+// towardsEmitterPoint. Branch-free, as are the stages.
+[[gnu::always_inline]] inline void sampleRectangles(BounceLanes& l, float, float) {
+  for (int k = 0; k < kBounceLanes; ++k) {
     const float px = l.p.x[k], py = l.p.y[k], pz = l.p.z[k];
     const Vec3 normal(l.lightNormal.x[k], l.lightNormal.y[k], l.lightNormal.z[k]);
     const Vec3 toCenter(l.center.x[k] - px, l.center.y[k] - py, l.center.z[k] - pz);
@@ -46,13 +48,10 @@ inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
   }
 }
 
-// One loop of fixed width, branch-free so that the compiler puts all lanes in vector registers.
-// Every expression mirrors its scalar counterpart operation for operation, comparisons included
-// (a test that fails on NaN is written as one), and this file is built without fused multiply-adds,
-// as the scalar kernel is.
-[[gnu::always_inline]] inline void shade(LambertLanes& l, float epsilon, float minSurvival) {
-  for (int k = 0; k < kLambertLanes; ++k) {
-    const float px = l.p.x[k], py = l.p.y[k], pz = l.p.z[k];
+// Lambert's eval and sample (lambert_lobe), then what every stage does with them. One loop of
+// fixed width, branch-free so that the compiler puts all lanes in vector registers.
+[[gnu::always_inline]] inline void shade(BounceLanes& l, float epsilon, float minSurvival) {
+  for (int k = 0; k < kBounceLanes; ++k) {
     const float gx = l.ng.x[k], gy = l.ng.y[k], gz = l.ng.z[k];
     const float ox = l.wo.x[k], oy = l.wo.y[k], oz = l.wo.z[k];
     // lambert_lobe::facing
@@ -63,44 +62,19 @@ inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
     const float woDotNg = dot3(ox, oy, oz, gx, gy, gz);
     const float cr = l.color.x[k], cg = l.color.y[k], cb = l.color.z[k];
 
+    // lambert_lobe::eval towards the light.
     const float wx = l.lightWi.x[k], wy = l.lightWi.y[k], wz = l.lightWi.z[k];
-    const float distance = l.lightDistance[k], lightPdf = l.lightPdf[k];
-    const float lr = l.radiance.x[k], lg = l.radiance.y[k], lb = l.radiance.z[k];
-    const bool usable = (l.lightKind[k] == kLightTaken) & (lightPdf > 0) & !((lr <= 0) & (lg <= 0) & (lb <= 0));
-
-    // lambert_lobe::eval, then the MIS weight and the shadow ray.
     const float wiDotNg = dot3(wx, wy, wz, gx, gy, gz);
     const float cosI = dot3(wx, wy, wz, nx, ny, nz);
     const bool lit = !(wiDotNg * woDotNg <= 0) & !(cosI <= 0);
-    const float bsdfPdf = lit ? cosI * kInvPi : 0.0f;
     const float cosScale = kInvPi * cosI;
-    const float vr = lit ? cr * cosScale : 0.0f, vg = lit ? cg * cosScale : 0.0f, vb = lit ? cb * cosScale : 0.0f;
-    const bool contributes = usable & !((vr <= 0) & (vg <= 0) & (vb <= 0));
-    const float a2 = lightPdf * lightPdf, b2 = bsdfPdf * bsdfPdf;
-    const bool delta = l.lightDelta[k] != 0;
-    const float mis = delta ? 1.0f : (a2 + b2 > 0 ? a2 / (a2 + b2) : 0.0f);
-    const float share = mis / lightPdf;
-    l.lightHit[k] = contributes;
-    // The scalar product has the shadow ray's visibility in it, 1 in an opaque scene.
-    l.lightScale.x[k] = l.beta.x[k] * lr * 1.0f * share;
-    l.lightScale.y[k] = l.beta.y[k] * lg * 1.0f * share;
-    l.lightScale.z[k] = l.beta.z[k] * lb * 1.0f * share;
-    l.lightValue.x[k] = vr;
-    l.lightValue.y[k] = vg;
-    l.lightValue.z[k] = vb;
-    // shadowRay (camera.h): from the offset origin at the light point itself.
-    const float shadowOffset = wiDotNg >= 0 ? epsilon : -epsilon;
-    const float sox = px + gx * shadowOffset, soy = py + gy * shadowOffset, soz = pz + gz * shadowOffset;
-    const float tox = px + wx * distance - sox, toy = py + wy * distance - soy, toz = pz + wz * distance - soz;
-    const float toLength = std::sqrt(dot3(tox, toy, toz, tox, toy, toz)), toInverse = 1.0f / toLength;
-    const bool finiteLight = distance < 1e29f, aimed = finiteLight & (toLength > 0);
-    l.shadowOrigin.x[k] = sox;
-    l.shadowOrigin.y[k] = soy;
-    l.shadowOrigin.z[k] = soz;
-    l.shadowDir.x[k] = aimed ? tox * toInverse : wx;
-    l.shadowDir.y[k] = aimed ? toy * toInverse : wy;
-    l.shadowDir.z[k] = aimed ? toz * toInverse : wz;
-    l.shadowTMax[k] = !finiteLight ? distance : aimed ? std::max(0.0f, toLength - 2 * epsilon) : 0.0f;
+    const Vec3 litValue(cr * cosScale, cg * cosScale, cb * cosScale);
+    const Vec3 value = select(lit, litValue, Vec3(0));
+    // Whether the value is above black, tested before the choice: a choice between truth values
+    // would keep the loop from becoming vector code.
+    weighLightSample(l, l, k, lit & !black(litValue), lit ? cosI * kInvPi : 0.0f, epsilon);
+    put(l.lightValue, k, value);
+    put(l.lightReflectValue, k, Vec3(0));
 
     // lambert_lobe::sample: squareToCosineHemisphere, then the frame's toWorld.
     const float u1 = l.bsdfU1[k];
@@ -110,73 +84,20 @@ inline bool finite(float v) { return std::fabs(v) <= FLT_MAX; }
     const float lx = r * cosPhi, ly = r * sinPhi, lz = std::sqrt(std::max(0.0f, 1 - u1));
     const float ix = sx * lx + tx * ly + nx * lz, iy = sy * lx + ty * ly + ny * lz, iz = sz * lx + tz * ly + nz * lz;
     const float weightScale = kInvPi * kPi;
-    const float weightR = cr * weightScale, weightG = cg * weightScale, weightB = cb * weightScale;
-    const bool scattered = !(lz <= 0) & !(dot3(ix, iy, iz, gx, gy, gz) * woDotNg <= 0) &
-                           !((weightR <= 0) & (weightG <= 0) & (weightB <= 0));
-    l.scattered[k] = scattered;
-    l.wi.x[k] = ix;
-    l.wi.y[k] = iy;
-    l.wi.z[k] = iz;
-    l.pdf[k] = lz * kInvPi;
-
-    // The throughput, then the roulette on what a light found next would be weighted by.
-    const float lbr = l.beta.x[k] * weightR, lbg = l.beta.y[k] * weightG, lbb = l.beta.z[k] * weightB;
-    const float occlusion = l.occlusion[k];
-    const bool occluded = occlusion < 1;
-    const float br = occluded ? lbr * occlusion : lbr, bg = occluded ? lbg * occlusion : lbg, bb = occluded ? lbb * occlusion : lbb;
-    l.alive[k] = finite(lbr) & finite(lbg) & finite(lbb) & !((lbr <= 0) & (lbg <= 0) & (lbb <= 0));
-    const float q = std::max(minSurvival, 1 - std::sqrt(std::max(lbr, std::max(lbg, lbb))));
-    const bool boosted = l.roulette[k] != 0;
-    const float boost = 1 / (1 - q);
-    l.endProbability[k] = q;
-    l.nextBeta.x[k] = boosted ? br * boost : br;
-    l.nextBeta.y[k] = boosted ? bg * boost : bg;
-    l.nextBeta.z[k] = boosted ? bb * boost : bb;
-    l.nextLightBeta.x[k] = boosted ? lbr * boost : lbr;
-    l.nextLightBeta.y[k] = boosted ? lbg * boost : lbg;
-    l.nextLightBeta.z[k] = boosted ? lbb * boost : lbb;
-    const float rayOffset = dot3(ix, iy, iz, gx, gy, gz) >= 0 ? epsilon : -epsilon;
-    l.rayOrigin.x[k] = px + gx * rayOffset;
-    l.rayOrigin.y[k] = py + gy * rayOffset;
-    l.rayOrigin.z[k] = pz + gz * rayOffset;
+    const Vec3 weight(cr * weightScale, cg * weightScale, cb * weightScale);
+    const bool scattered = !(lz <= 0) & !(dot3(ix, iy, iz, gx, gy, gz) * woDotNg <= 0) & !black(weight);
+    l.category[k] = kLobeDiffuse;
+    continuePath(l, l, k, scattered, Vec3(ix, iy, iz), lz * kInvPi, weight, epsilon, minSurvival);
   }
-}
-
-// Each stage once per instruction set, chosen at run time; a stage takes the epsilon and the
-// survival floor whether it needs them or not, so that all share one signature.
-using Stage = void (*)(LambertLanes&, float, float);
-template <Stage stage>
-void baseline(LambertLanes& l, float epsilon, float minSurvival) {
-  stage(l, epsilon, minSurvival);
-}
-#if defined(__x86_64__)
-template <Stage stage>
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq")]] void avx512(LambertLanes& l, float epsilon, float minSurvival) {
-  stage(l, epsilon, minSurvival);
-}
-template <Stage stage>
-[[gnu::target("avx2")]] void avx2(LambertLanes& l, float epsilon, float minSurvival) {
-  stage(l, epsilon, minSurvival);
-}
-#endif
-
-template <Stage stage>
-void run(VectorIsa isa, LambertLanes& l, float epsilon, float minSurvival) {
-#if defined(__x86_64__)
-  isa = std::min(isa, bestVectorIsa());
-  if (isa == VectorIsa::Avx512) return avx512<stage>(l, epsilon, minSurvival);
-  if (isa == VectorIsa::Avx2) return avx2<stage>(l, epsilon, minSurvival);
-#endif
-  baseline<stage>(l, epsilon, minSurvival);
 }
 
 }  // namespace
 
-void sampleRectangleLanes(LambertLanes& lanes, int count, VectorIsa isa) {
+void sampleRectangleLanes(BounceLanes& lanes, int count, VectorIsa isa) {
   if (count > 0) run<sampleRectangles>(isa, lanes, 0, 0);
 }
 
-void shadeLambertLanes(LambertLanes& lanes, int count, float epsilon, float minSurvival, VectorIsa isa) {
+void shadeLambertLanes(BounceLanes& lanes, int count, float epsilon, float minSurvival, VectorIsa isa) {
   if (count > 0) run<shade>(isa, lanes, epsilon, minSurvival);
 }
 

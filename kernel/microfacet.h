@@ -46,6 +46,8 @@ inline Vec3 ggxSampleVisible(Vec3 wo, float alpha, float u1, float u2) {
   return normalize(Vec3(alpha * nh.x, alpha * nh.y, std::max(1e-6f, nh.z)));
 }
 
+inline float roughnessToAlpha(float roughness) { return std::max(1e-4f, roughness * roughness); }
+
 // Unpolarised Fresnel reflectance of a dielectric; eta = eta_transmitted / eta_incident.
 inline float fresnelDielectric(float cosI, float eta) {
   cosI = clamp01(cosI);
@@ -60,6 +62,21 @@ inline float fresnelDielectric(float cosI, float eta) {
 inline Vec3 fresnelSchlick(Vec3 f0, float cosI) {
   float m = clamp01(1 - cosI), m5 = m * m * m * m * m;
   return f0 + (Vec3(1) - f0) * m5;
+}
+
+// Hemispherical average of the dielectric Fresnel reflectance, 2 * integral of F(mu) mu dmu, by
+// Kulla and Conty's fit for eta >= 1; from inside, reciprocity gives 1 - (1 - F_avg(1/eta)) eta^2.
+inline float averageDielectricFresnel(float eta) {
+  if (eta >= 1) return (eta - 1) / (4.08567f + 1.00071f * eta);
+  float outside = 1 / eta;
+  return 1 - (1 - (outside - 1) / (4.08567f + 1.00071f * outside)) * eta * eta;
+}
+
+// The share of light that leaves after any number of bounces between microfacets, given the
+// single-bounce Fresnel average and the white albedo average (Kulla and Conty 2017).
+inline float multiScatterFresnel(float fAvg, float eAvg) {
+  float d = 1 - fAvg * (1 - eAvg);
+  return d > 0 ? fAvg * fAvg * eAvg / d : 0;
 }
 
 // Refracts wi about n (same side as wi); false on total internal reflection.

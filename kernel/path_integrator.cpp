@@ -110,7 +110,7 @@ void PathIntegrator::traceBatch(const FilmPoint* film, Sampler* samplers, Sample
   Ray rays[kPacketSize];
   SurfaceHit hits[kPacketSize];
   bool active[kPacketSize] = {}, found[kPacketSize] = {};
-  LambertLanes lanes{};
+  RoundLanes lanes{};
   // Camera rays leave one point into neighbouring pixels: Embree traverses those as a bundle.
   bool coherent = true;
   for (;;) {
@@ -391,8 +391,7 @@ void PathIntegrator::scatterAt(Path& path, const SurfaceHit& hit, const ShadedPo
     scatter(path, hit, mat, LambertBsdf(mat.baseColor, sp.shading, hit.ng, wo));
     return;
   }
-  float minRoughness = path.afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
-  scatter(path, hit, mat, Bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness));
+  scatter(path, hit, mat, Bsdf(mat, sp.shading, sp.coat, hit.ng, wo, minRoughness(path)));
 }
 
 // The rest of a bounce, once the BSDF is known: its light sample (left pending for the shadow

@@ -4,7 +4,7 @@
 
 #include "kernel/camera.h"
 #include "kernel/catcher.h"
-#include "kernel/lambert_lanes.h"
+#include "kernel/bounce_lanes.h"
 #include "kernel/light_paths.h"
 #include "kernel/lights.h"
 #include "kernel/material.h"
@@ -20,9 +20,9 @@ struct IntegratorSettings {
   float causticsReduction = 1;  // < 1 roughens glossy lobes after a diffuse bounce
   bool wantAo = false;          // trace the AO ray at the first hit
   const LightPaths* lightPaths = nullptr;  // light path expression and light group outputs, if any
-  // Lambert bounces on the vector unit where the render allows (see shadeRound); off, every bounce
-  // takes the scalar path, the reference the vector one must equal.
-  bool vectorLambert = true;
+  // Lambert and rough reflector bounces on the vector unit where the render allows (see
+  // shadeRound); off, every bounce takes the scalar path, the reference the vector one must equal.
+  bool vectorBounces = true;
   VectorIsa isa = bestVectorIsa();  // the widest instruction set the vector stages may use
 };
 
@@ -71,10 +71,16 @@ class PathIntegrator {
   void shadeHit(Path& path, SurfaceHit& hit) const;
   bool shadeSurface(Path& path, SurfaceHit& hit, ShadedPoint& sp) const;
   void scatterAt(Path& path, const SurfaceHit& hit, const ShadedPoint& sp) const;
-  void shadeRound(Path* paths, SurfaceHit* hits, const bool* active, const bool* found, int count, LambertLanes& lanes) const;
-  void queueLambert(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, LambertLanes& lanes, int lane) const;
-  void sampleLightOf(const SurfaceHit& hit, LambertLanes& lanes, int lane) const;
-  void finishLambert(Path& path, const SurfaceHit& hit, const LambertLanes& lanes, int lane) const;
+  struct RoundLanes {
+    BounceLanes lambert, glossy;
+  };
+  float minRoughness(const Path& path) const;
+  void shadeRound(Path* paths, SurfaceHit* hits, const bool* active, const bool* found, int count, RoundLanes& lanes) const;
+  void queueReflector(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const;
+  void queueBounce(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, bool choosesLobe, BounceLanes& lanes,
+                   int lane) const;
+  void sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, int lane, bool skyHemisphere) const;
+  void finishBounce(Path& path, const SurfaceHit& hit, const BounceLanes& lanes, int lane, bool choseLobe) const;
   template <class AnyBsdf>
   void scatter(Path& path, const SurfaceHit& hit, const MaterialSample& mat, const AnyBsdf& bsdf) const;
   void resolveVisibility(Path* paths, int count) const;

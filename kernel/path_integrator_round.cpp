@@ -1,18 +1,24 @@
-// One round of a batch's bounces, with Lambert surfaces shaded together on the vector unit.
+// One round of a batch's bounces, with Lambert surfaces and rough reflectors shaded together on
+// the vector unit, each kind in its own lanes.
+#include "kernel/microfacet.h"
 #include "kernel/path_integrator.h"
 #include "kernel/path_state.h"
 
 namespace zvr::kernel {
 
+float PathIntegrator::minRoughness(const Path& path) const {
+  return path.afterDiffuse && settings_.causticsReduction < 1 ? clamp01(1 - settings_.causticsReduction) : 0;
+}
+
 void PathIntegrator::shadeRound(Path* paths, SurfaceHit* hits, const bool* active, const bool* found, int count,
-                                LambertLanes& lanes) const {
-  // The vector stage covers what a Lambert bounce of the path tracer does with opaque geometry and
-  // no light path outputs; the preview weighs its samples differently, and transparent shadows
-  // need a query per surface.
-  static_assert(kLambertLanes >= kPacketSize, "a round queues up to a packet of lanes");
-  const bool vector = settings_.vectorLambert && settings_.mode != IntegratorMode::Preview && !paths_ && scene_.allOpaque();
-  int laneOf[kPacketSize];
-  int n = 0;
+                                RoundLanes& lanes) const {
+  // The vector stages cover what a bounce of the path tracer does with opaque geometry and no light
+  // path outputs; the preview weighs its samples differently, and transparent shadows need a query
+  // per surface.
+  static_assert(kBounceLanes >= kPacketSize, "a round queues up to a packet of lanes");
+  const bool vector = settings_.vectorBounces && settings_.mode != IntegratorMode::Preview && !paths_ && scene_.allOpaque();
+  int lambertOf[kPacketSize], glossyOf[kPacketSize];
+  int lambert = 0, glossy = 0;
   for (int k = 0; k < count; ++k) {
     if (!active[k]) continue;
     if (!found[k]) {
@@ -25,37 +31,62 @@ void PathIntegrator::shadeRound(Path* paths, SurfaceHit* hits, const bool* activ
     }
     ShadedPoint sp;
     if (!shadeSurface(paths[k], hits[k], sp)) continue;
-    if (!LambertBsdf::handles(sp.material)) {
+    if (LambertBsdf::handles(sp.material)) {
+      queueBounce(paths[k], hits[k], sp, false, lanes.lambert, lambert);
+      lambertOf[lambert++] = k;
+    } else if (const float least = minRoughness(paths[k]); Bsdf::isRoughReflector(sp.material, least)) {
+      queueReflector(sp.material, least, lanes.glossy, glossy);
+      queueBounce(paths[k], hits[k], sp, true, lanes.glossy, glossy);
+      glossyOf[glossy++] = k;
+    } else {
       scatterAt(paths[k], hits[k], sp);
-      continue;
     }
-    queueLambert(paths[k], hits[k], sp, lanes, n);
-    laneOf[n++] = k;
   }
-  if (n == 0) return;
-  sampleRectangleLanes(lanes, n, settings_.isa);
-  for (int i = 0; i < n; ++i)
-    if (lanes.lightKind[i] == kLightByScalar) sampleLightOf(hits[laneOf[i]], lanes, i);
-  shadeLambertLanes(lanes, n, epsilon_, kMinSurvival, settings_.isa);
-  for (int i = 0; i < n; ++i) finishLambert(paths[laneOf[i]], hits[laneOf[i]], lanes, i);
+  auto run = [&](BounceLanes& l, const int* laneOf, int n, bool rough) {
+    if (n == 0) return;
+    sampleRectangleLanes(l, n, settings_.isa);
+    for (int i = 0; i < n; ++i)
+      if (l.lightKind[i] == kLightByScalar) sampleLightOf(hits[laneOf[i]], l, i, !rough);
+    if (rough) shadeGlossyLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
+    else shadeLambertLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
+    for (int i = 0; i < n; ++i) finishBounce(paths[laneOf[i]], hits[laneOf[i]], l, i, rough);
+  };
+  run(lanes.lambert, lambertOf, lambert, false);
+  run(lanes.glossy, glossyOf, glossy, true);
 }
 
 namespace {
 
-void put(LambertLanes::Vec3Lanes& lanes, int lane, Vec3 v) {
+void put(BounceLanes::Vec3Lanes& lanes, int lane, Vec3 v) {
   lanes.x[lane] = v.x;
   lanes.y[lane] = v.y;
   lanes.z[lane] = v.z;
 }
 
-Vec3 get(const LambertLanes::Vec3Lanes& lanes, int lane) { return {lanes.x[lane], lanes.y[lane], lanes.z[lane]}; }
+Vec3 get(const BounceLanes::Vec3Lanes& lanes, int lane) { return {lanes.x[lane], lanes.y[lane], lanes.z[lane]}; }
 
 }  // namespace
 
-// The scalar half of scatter<LambertBsdf> before its arithmetic: the draws in the same order, and
-// the light choice. Emissive rectangles sampled by area go to the vector unit; any other light is
-// sampled here.
-void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, LambertLanes& lanes, int lane) const {
+// A rough reflector's numbers as Bsdf derives them from the material, with no transmission.
+void PathIntegrator::queueReflector(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const {
+  const float metallic = clamp01(mat.metallic);
+  const float ior = mat.ior >= 1.0f ? mat.ior : 1.5f;
+  const float specular = metallic < 1 ? clamp01(mat.specular) : 0;
+  const float f0 = specular > 0 ? fresnelDielectric(1, ior) : 0;
+  lanes.metallic[lane] = metallic;
+  lanes.specular[lane] = specular;
+  lanes.eta[lane] = ior;
+  lanes.f0[lane] = f0;
+  put(lanes.tintedF0, lane,
+      {std::min(1.0f, f0 * mat.specularColor.x), std::min(1.0f, f0 * mat.specularColor.y),
+       std::min(1.0f, f0 * mat.specularColor.z)});
+  lanes.alpha[lane] = roughnessToAlpha(std::max(clamp01(mat.roughness), minRoughness));
+}
+
+// The scalar half of scatter before its arithmetic: the draws in the same order, and the light
+// choice. Emissive rectangles sampled by area go to the vector unit; any other light is sampled here.
+void PathIntegrator::queueBounce(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, bool choosesLobe,
+                                 BounceLanes& lanes, int lane) const {
   Sampler& sampler = *path.sampler;
   const MaterialSample& mat = sp.material;
   const Vec3 wo = -path.ray.direction;
@@ -68,8 +99,8 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
   put(lanes.color, lane, mat.baseColor);
   put(lanes.beta, lane, path.beta);
   lanes.occlusion[lane] = mat.occlusion;
-  const Vec3 upper = dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
-  put(lanes.upper, lane, upper);
+  const Vec3 side = dot(wo, hit.ng) >= 0 ? hit.ng : -hit.ng;
+  put(lanes.side, lane, side);
 
   lanes.lightKind[lane] = kNoLight;
   if (!lights_.empty()) {
@@ -81,7 +112,7 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
     lanes.lightU2[lane] = u.second;
     lanes.lightChoice[lane] = ul;
     float pmf = 0;
-    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, hit.p, upper, pmf)) {
+    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, hit.p, side, pmf)) {
       lanes.lightKind[lane] = kLightRectangle;
       put(lanes.corner, lane, r->corner);
       put(lanes.edgeX, lane, r->x);
@@ -96,23 +127,30 @@ void PathIntegrator::queueLambert(Path& path, const SurfaceHit& hit, const Shade
       put(lanes.radiance, lane, r->emission);
       lanes.lightDelta[lane] = 0;
     } else {
-      sampleLightOf(hit, lanes, lane);
+      sampleLightOf(hit, lanes, lane, !choosesLobe);
     }
   }
-  sampler.skip();  // a Lambert surface has no lobe to choose
+  lanes.lobeU[lane] = 0;
+  if (choosesLobe) {
+    lanes.lobeU[lane] = sampler.get1D();
+    path.choseLobe = true;
+  } else {
+    sampler.skip();
+  }
   auto u = sampler.get2D();
   lanes.bsdfU1[lane] = u.first;
   lanes.bsdfU2[lane] = u.second;
   lanes.roulette[lane] = path.depth + 1 >= kRussianRouletteDepth;
 }
 
-// The light sample of a lane that the vector stage does not take: LightSet::sample itself.
-void PathIntegrator::sampleLightOf(const SurfaceHit& hit, LambertLanes& lanes, int lane) const {
+// The light sample of a lane that the vector stage does not take: LightSet::sample itself. Lambert
+// alone samples its sky in the hemisphere it takes light from; glossy lobes keep the whole sphere.
+void PathIntegrator::sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, int lane, bool skyHemisphere) const {
   LightSample ls;
   lanes.lightKind[lane] = kNoLight;
-  // A Lambert surface only reflects, and samples its sky in the same hemisphere it takes light from.
-  const Vec3 upper = get(lanes.upper, lane);
-  if (!lights_.sample(hit.p, lanes.lightChoice[lane], lanes.lightU1[lane], lanes.lightU2[lane], scene_, ls, upper, upper))
+  const Vec3 side = get(lanes.side, lane);
+  if (!lights_.sample(hit.p, lanes.lightChoice[lane], lanes.lightU1[lane], lanes.lightU2[lane], scene_, ls,
+                      skyHemisphere ? side : Vec3(0), side))
     return;
   lanes.lightKind[lane] = kLightTaken;
   put(lanes.lightWi, lane, ls.wi);
@@ -122,12 +160,13 @@ void PathIntegrator::sampleLightOf(const SurfaceHit& hit, LambertLanes& lanes, i
   lanes.lightDelta[lane] = ls.delta;
 }
 
-// The scalar half after the arithmetic: scatter<LambertBsdf>'s bookkeeping, from the lane's results.
-void PathIntegrator::finishLambert(Path& path, const SurfaceHit& hit, const LambertLanes& lanes, int lane) const {
+// The scalar half after the arithmetic: scatter's bookkeeping, from the lane's results.
+void PathIntegrator::finishBounce(Path& path, const SurfaceHit& hit, const BounceLanes& lanes, int lane, bool choseLobe) const {
   const uint32_t depth = path.depth;
   if (lanes.lightHit[lane]) {
     BsdfEval e;
     e.value[kLobeDiffuse] = get(lanes.lightValue, lane);
+    e.value[kLobeReflect] = get(lanes.lightReflectValue, lane);
     const Vec3 scale = get(lanes.lightScale, lane);
     path.lightPending = true;
     path.lightNeedsRay = true;
@@ -141,9 +180,14 @@ void PathIntegrator::finishLambert(Path& path, const SurfaceHit& hit, const Lamb
   }
   if (depth >= maxDepth_) path.emissionOnly = true;
   if (!lanes.scattered[lane]) return;
-  if (++path.diffuseBounces > params_.maxDepthDiffuse) path.emissionOnly = true;
-  path.afterDiffuse = true;
-  if (depth == 0) path.firstCategory = kLobeDiffuse;
+  const int category = lanes.category[lane];
+  if (category == kLobeDiffuse) {
+    if (++path.diffuseBounces > params_.maxDepthDiffuse) path.emissionOnly = true;
+    path.afterDiffuse = true;
+  } else if (++path.glossyBounces > params_.maxDepthGlossy) {
+    path.emissionOnly = true;
+  }
+  if (depth == 0) path.firstCategory = category;
   if (!lanes.alive[lane]) return;
   if (lanes.roulette[lane] && path.sampler->get1D() < lanes.endProbability[lane]) return;
   path.beta = get(lanes.nextBeta, lane);
@@ -151,10 +195,11 @@ void PathIntegrator::finishLambert(Path& path, const SurfaceHit& hit, const Lamb
   path.deltaBounce = false;
   path.prevPdf = lanes.pdf[lane];
   path.prevP = hit.p;
-  path.prevUpper = path.prevSide = get(lanes.upper, lane);
-  // A Lambert surface reflects only: the path stays in its medium.
+  path.prevSide = get(lanes.side, lane);
+  path.prevUpper = choseLobe ? Vec3(0) : path.prevSide;
+  // Neither kind transmits: the path stays in its medium.
   path.coneWidth = hit.footprint;
-  path.cone += 0.5f;
+  path.cone += category == kLobeDiffuse ? 0.5f : 0.1f;
   ++path.depth;
   path.ray = Ray{get(lanes.rayOrigin, lane), get(lanes.wi, lane), 0, 1e30f};
   path.alive = true;

@@ -230,24 +230,33 @@ TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
   EXPECT_GT(rays, 3u * kPacketSize) << "camera, shadow and AO rays at least";
 }
 
-// Every light kind a Lambert bounce can sample, between a floor and a ceiling that keep paths going
-// to the roulette: a rectangle seen from near (left to the scalar code) and from afar (by area on
-// the vector unit), an emissive sphere, a point light and the sky. The glossy sphere keeps scalar
-// lanes in the same rounds; the coarse diffuse one has shading normals far from its faces, so some
-// bounces end before their roulette. Every instruction set must give the scalar path's samples to
-// the bit, and leave each sampler where the scalar path leaves it.
-TEST_F(KernelTest, VectorLambertBouncesEqualTheScalarPath) {
+// Every light kind a bounce can sample, between a floor and a ceiling that keep paths going to the
+// roulette: a rectangle seen from near (left to the scalar code) and from afar (by area on the
+// vector unit), an emissive sphere, a point light and the sky. Lambert and rough reflectors (a
+// coloured metal, a plastic, a tinted half metal of another index) take the vector stages; the
+// mirror keeps scalar lanes in the same rounds. The coarse diffuse sphere has shading normals far
+// from its faces, so some bounces end before their roulette. Every instruction set must give the
+// scalar path's samples to the bit, and leave each sampler where the scalar path leaves it.
+TEST_F(KernelTest, VectorBouncesEqualTheScalarPath) {
   auto floor = diffuseMaterial(0.7f, 0.6f, 0.5f);
   floor->occlusionTexture.image = image(1, 1, 1, {0.5f}, ColorSpace::Linear, 31);  // beta apart from lightBeta
+  auto metal = material(1, 0.3f), plastic = material(0, 0.5f), halfMetal = material(0.5f, 0.7f), mirror = material(1, 0);
+  metal->baseColor[0] = 0.9f, metal->baseColor[1] = 0.6f, metal->baseColor[2] = 0.2f;
+  plastic->baseColor[0] = 0.1f, plastic->baseColor[1] = 0.3f, plastic->baseColor[2] = 0.8f;
+  halfMetal->ior = 1.8f;
+  halfMetal->specularColor[0] = 0.4f;
   const SceneSnapshot snap = sceneOf({shape(1, makeQuad(3), floor),
                                       shape(2, makeQuad(3), diffuseMaterial(0.8f, 0.8f, 0.8f), facingDown(2)),
                                       shape(3, makeQuad(0.5f), emitter(8), facingDown(1.9f)),
                                       shape(4, makeSphere(0.4f, 4, 2), diffuseMaterial(0.2f, 0.8f, 0.3f), translation(-0.8f, 0.4f, 0)),
-                                      shape(5, makeSphere(0.4f, 16, 8), material(1, 0.3f), translation(0.8f, 0.4f, 0)),
-                                      shape(6, makeSphere(0.1f, 8, 4), emitter(4), translation(0, 0.3f, 0.8f))},
+                                      shape(5, makeSphere(0.4f, 16, 8), metal, translation(0.8f, 0.4f, 0)),
+                                      shape(6, makeSphere(0.1f, 8, 4), emitter(4), translation(0, 0.3f, 0.8f)),
+                                      shape(7, makeSphere(0.3f, 16, 8), plastic, translation(0, 0.3f, -0.6f)),
+                                      shape(8, makeSphere(0.3f, 16, 8), halfMetal, translation(-0.9f, 0.3f, -0.9f)),
+                                      shape(9, makeSphere(0.3f, 16, 8), mirror, translation(0.9f, 0.3f, -0.9f))},
                                      {pointLight(1, 1.5f, 1, 1), environmentLight(0.5f)}, cameraAt(0, 1.5f, 2.5f, 0, 0.3f, 0, 1.2f));
   ASSERT_TRUE(build(snap));
-  ASSERT_TRUE(scene_->allOpaque()) << "the vector stage takes opaque scenes only";
+  ASSERT_TRUE(scene_->allOpaque()) << "the vector stages take opaque scenes only";
   Camera camera(snap.camera, 32, 32);
   RenderParams params;
   params.maxDepthDiffuse = 5;
@@ -266,11 +275,13 @@ TEST_F(KernelTest, VectorLambertBouncesEqualTheScalarPath) {
     return std::make_tuple(b[0], b[1], b[2]);
   };
   IntegratorSettings scalar;
-  scalar.vectorLambert = false;
+  scalar.vectorBounces = false;
   for (VectorIsa isa : {VectorIsa::Baseline, VectorIsa::Avx2, VectorIsa::Avx512}) {
     IntegratorSettings vector;
     vector.isa = std::min(isa, bestVectorIsa());
     for (uint32_t batch = 0; batch < 8; ++batch) {
+      // Caustics reduction roughens the reflectors after a diffuse bounce, the mirror among them.
+      scalar.causticsReduction = vector.causticsReduction = batch % 2 ? 0.5f : 1.0f;
       std::vector<Sampler> expectedSamplers(kPacketSize, Sampler(0, 0)), samplers(kPacketSize, Sampler(0, 0));
       SampleResult expected[kPacketSize], got[kPacketSize];
       trace(scalar, batch, expected, expectedSamplers.data());
