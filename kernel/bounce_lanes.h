@@ -45,11 +45,12 @@ struct alignas(64) BounceLanes {
 
   // The light sample, by its kind (LightLane); radiance for both taken samples and rectangles.
   Lanes<int32_t> lightKind;
-  Lanes<float> lightChoice, lightU1, lightU2;
+  Lanes<int32_t> lightEntry;  // the chosen light (LightSet::Choice), with its probability in pmf
+  Lanes<float> lightU1, lightU2;
   Vec3Lanes lightWi, radiance;
   Lanes<float> lightDistance, lightPdf;
   Lanes<int32_t> lightDelta;
-  // kLightRectangle: the emissive rectangle (EmissiveRectangle) and the probability of its choice.
+  // kLightRectangle: the emissive rectangle (EmissiveRectangle).
   Vec3Lanes corner, edgeX, edgeY, center, lightNormal;
   Lanes<float> width, height, area, pmf;
   Lanes<int32_t> doubleSided;

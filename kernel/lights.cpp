@@ -413,17 +413,29 @@ float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, V
   return choicePmf(entry, ref, side) * dist2 / (area * cosL);
 }
 
-const EmissiveRectangle* LightSet::chosenRectangle(float uLight, Vec3 ref, Vec3 side, float& pmf) const {
-  const Entry* e = choose(ref, side, uLight, pmf);
-  return e && e->kind == Kind::Rectangle && pmf > 0 ? &rectangles_[e->index] : nullptr;
+LightSet::Choice LightSet::choose(float uLight, Vec3 ref, Vec3 side) const {
+  Choice c;
+  const Entry* e = choose(ref, side, uLight, c.pmf);
+  if (e && c.pmf > 0) c.entry = int32_t(e - entries_.data());
+  return c;
+}
+
+const EmissiveRectangle* LightSet::rectangleOf(Choice choice) const {
+  if (choice.entry < 0) return nullptr;
+  const Entry& e = entries_[size_t(choice.entry)];
+  return e.kind == Kind::Rectangle ? &rectangles_[e.index] : nullptr;
 }
 
 bool LightSet::sample(const Vec3& ref, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
                       Vec3 upper, Vec3 side) const {
-  float pmf = 0;
-  const Entry* chosen = choose(ref, side, uLight, pmf);
-  if (!chosen || pmf <= 0) return false;
-  const Entry& e = *chosen;
+  return sample(choose(uLight, ref, side), ref, u1, u2, scene, out, upper);
+}
+
+bool LightSet::sample(Choice choice, const Vec3& ref, float u1, float u2, const Scene& scene, LightSample& out,
+                      Vec3 upper) const {
+  if (choice.entry < 0 || !(choice.pmf > 0)) return false;
+  const Entry& e = entries_[size_t(choice.entry)];
+  const float pmf = choice.pmf;
   out.delta = false;
   out.infinite = false;
   out.emitterType = kEventLight;

@@ -68,10 +68,19 @@ class LightSet {
   // below it are then not chosen.
   bool sample(const Vec3& p, float uLight, float u1, float u2, const Scene& scene, LightSample& out,
               Vec3 upper = Vec3(0), Vec3 side = Vec3(0)) const;
-  // The emissive rectangle sample() picks with `uLight` from `ref` and `side`, and the probability
-  // of that choice; null for any other light. Vector stages sample it by area with sample()'s arithmetic,
-  // and leave to sample() the points from which it looksLarge() by kSphericalRectangleEstimate.
-  const EmissiveRectangle* chosenRectangle(float uLight, Vec3 ref, Vec3 side, float& pmf) const;
+  // sample() in two steps, for callers that look at the light between them: the light chosen with
+  // `uLight` for `ref` and `side` (entry -1 when none can be), then a sample of it.
+  struct Choice {
+    int32_t entry = -1;
+    float pmf = 0;  // the probability of that choice
+  };
+  Choice choose(float uLight, Vec3 ref, Vec3 side = Vec3(0)) const;
+  bool sample(Choice choice, const Vec3& p, float u1, float u2, const Scene& scene, LightSample& out,
+              Vec3 upper = Vec3(0)) const;
+  // The chosen light when it is an emissive rectangle, else null. Vector stages sample it by area
+  // with sample()'s arithmetic, and leave to sample() the points from which it looksLarge() by
+  // kSphericalRectangleEstimate.
+  const EmissiveRectangle* rectangleOf(Choice choice) const;
   // Radiance of the environment along a direction leaving the scene.
   Vec3 environment(Vec3 dir) const;
   // Solid-angle density with which sample() picks that environment direction, for the same `upper`.

@@ -110,9 +110,10 @@ void PathIntegrator::queueBounce(Path& path, const SurfaceHit& hit, const Shaded
     auto u = sampler.get2D();
     lanes.lightU1[lane] = u.first;
     lanes.lightU2[lane] = u.second;
-    lanes.lightChoice[lane] = ul;
-    float pmf = 0;
-    if (const EmissiveRectangle* r = lights_.chosenRectangle(ul, hit.p, side, pmf)) {
+    const LightSet::Choice choice = lights_.choose(ul, hit.p, side);
+    lanes.lightEntry[lane] = choice.entry;
+    lanes.pmf[lane] = choice.pmf;
+    if (const EmissiveRectangle* r = lights_.rectangleOf(choice)) {
       lanes.lightKind[lane] = kLightRectangle;
       put(lanes.corner, lane, r->corner);
       put(lanes.edgeX, lane, r->x);
@@ -122,7 +123,6 @@ void PathIntegrator::queueBounce(Path& path, const SurfaceHit& hit, const Shaded
       lanes.width[lane] = r->width;
       lanes.height[lane] = r->height;
       lanes.area[lane] = r->area;
-      lanes.pmf[lane] = pmf;
       lanes.doubleSided[lane] = r->doubleSided;
       put(lanes.radiance, lane, r->emission);
       lanes.lightDelta[lane] = 0;
@@ -143,14 +143,14 @@ void PathIntegrator::queueBounce(Path& path, const SurfaceHit& hit, const Shaded
   lanes.roulette[lane] = path.depth + 1 >= kRussianRouletteDepth;
 }
 
-// The light sample of a lane that the vector stage does not take: LightSet::sample itself. Lambert
+// The light sample of a lane that the vector stage does not take: LightSet::sample of its choice. Lambert
 // alone samples its sky in the hemisphere it takes light from; glossy lobes keep the whole sphere.
 void PathIntegrator::sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, int lane, bool skyHemisphere) const {
   LightSample ls;
   lanes.lightKind[lane] = kNoLight;
   const Vec3 side = get(lanes.side, lane);
-  if (!lights_.sample(hit.p, lanes.lightChoice[lane], lanes.lightU1[lane], lanes.lightU2[lane], scene_, ls,
-                      skyHemisphere ? side : Vec3(0), side))
+  const LightSet::Choice choice{lanes.lightEntry[lane], lanes.pmf[lane]};
+  if (!lights_.sample(choice, hit.p, lanes.lightU1[lane], lanes.lightU2[lane], scene_, ls, skyHemisphere ? side : Vec3(0)))
     return;
   lanes.lightKind[lane] = kLightTaken;
   put(lanes.lightWi, lane, ls.wi);
