@@ -2,9 +2,9 @@
 // samples of emissive rectangles by area, the BSDF's value and MIS weight, the shadow ray, the next
 // direction, the throughput and the roulette. One lane at a time these were chains of square roots
 // and divisions that the processor could not overlap (a fifth of a Cornell box sample). Two kinds
-// of surface have a stage: plain Lambert, and rough reflectors (Lambert under GGX reflection, metal
-// or dielectric, without transmission, clearcoat or sheen). Each lane computes exactly what
-// PathIntegrator::scatter computes for it.
+// of surface have a stage: plain Lambert, and glossy (Lambert under rough GGX reflection, metal or
+// dielectric, without transmission, clearcoat or sheen: Bsdf::isRoughReflector). Each lane
+// computes exactly what PathIntegrator::scatter computes for it.
 #pragma once
 
 #include <cstdint>
@@ -37,7 +37,7 @@ struct alignas(64) BounceLanes {
   Vec3Lanes color, beta;
   Lanes<float> occlusion;
   Vec3Lanes side;  // the hemisphere of wo's side of the geometric surface
-  // A rough reflector's material, as Bsdf takes it: metallic and specular clamped (specular 0 on
+  // A glossy material, as Bsdf takes it: metallic and specular clamped (specular 0 on
   // a full metal), the index of refraction, the dielectric's normal reflectance and its tint, GGX
   // alpha (at least kDeltaAlpha), and the lobe choice's number.
   Lanes<float> metallic, specular, eta, f0, alpha, lobeU;

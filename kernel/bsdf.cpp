@@ -62,12 +62,15 @@ bool Bsdf::isPlainLambert(const MaterialSample& m) {
          !(clamp01(maxComponent(m.sheenColor)) > 0);
 }
 
-// Not Lambert alone, as specular is above zero or the surface all metal; a base colour with
-// luminance keeps the diffuse or the reflection lobe weighted at any angle.
+// Not Lambert alone, as specular is above zero or the surface all metal. A finite base colour with
+// luminance, under a specular colour that is not negative, keeps the diffuse or the reflection lobe
+// weighted at any angle, so the weights have a positive, finite sum.
 bool Bsdf::isRoughReflector(const MaterialSample& m, float minRoughness) {
-  return !isPlainLambert(m) && clamp01(m.transmission) == 0 && !(m.clearcoat > 0) &&
-         !(clamp01(maxComponent(m.sheenColor)) > 0) && (clamp01(m.metallic) >= 1 || clamp01(m.specular) > 0) &&
-         luminance(m.baseColor) > 0 && roughnessToAlpha(std::max(clamp01(m.roughness), minRoughness)) >= kDeltaAlpha;
+  const Vec3 tint = m.specularColor;
+  return clamp01(m.transmission) == 0 && !(m.clearcoat > 0) && !(clamp01(maxComponent(m.sheenColor)) > 0) &&
+         (clamp01(m.metallic) >= 1 || clamp01(m.specular) > 0) && isFinite(m.baseColor) && luminance(m.baseColor) > 0 &&
+         tint.x >= 0 && tint.y >= 0 && tint.z >= 0 &&
+         roughnessToAlpha(std::max(clamp01(m.roughness), minRoughness)) >= kDeltaAlpha;
 }
 
 // Lambert alone, the common case: the values the layered set-up would compute with every other

@@ -101,8 +101,8 @@ class Bsdf {
   bool choosesLobe() const { return !lambertOnly_; }
   // Lambert alone: no metal, transmission, specular, clearcoat or sheen.
   static bool isPlainLambert(const MaterialSample& m);
-  // Diffuse, rough GGX reflection and its multiple scattering, nothing else, and some lobe with
-  // weight at every angle: the materials the vector bounce of rough reflectors takes.
+  // Diffuse, rough GGX reflection and its multiple scattering, nothing else, with finite lobe
+  // weights that sum above zero at every angle: the materials the glossy vector bounce takes.
   static bool isRoughReflector(const MaterialSample& m, float minRoughness);
 
  private:

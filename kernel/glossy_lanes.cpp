@@ -1,4 +1,4 @@
-// The rough reflector's bounce on the vector unit: Bsdf's set-up, eval and sample for a material
+// The glossy bounce on the vector unit: Bsdf's set-up, eval and sample for a material
 // with only its diffuse, GGX reflection and multiple-scattering lobes, written out per lane from
 // the same inline functions Bsdf calls, in the same order, so that each lane gets Bsdf's numbers
 // to the bit. Every lobe is computed in every lane and the lane's own chosen by a blend.
@@ -46,11 +46,11 @@ struct Reflector {
     const Vec3 wiL = toLocal(wi);
     const bool sameSide = dot(wi, ng) * dot(wo, ng) > 0;
     const bool above = sameSide & !(wiL.z <= 0);
-    const bool diffuseOn = above & (weightDiffuse > 0);
-    const bool multiScatterOn = above & (weightMultiScatter > 0);
+    const bool diffuseOn = above & !(weightDiffuse <= 0);
+    const bool multiScatterOn = above & !(weightMultiScatter <= 0);
     const Vec3 h = normalize(woLocal + wiL);
     const float cosH = dot(woLocal, h);
-    const bool reflectOn = above & (weightReflect > 0) & !(cosH <= 0);
+    const bool reflectOn = above & !(weightReflect <= 0) & !(cosH <= 0);
 
     const float cosinePdf = wiL.z * kInvPi;
     const Vec3 fDiffuse = diffuse * ((1 - fd) * kInvPi * wiL.z);
@@ -74,20 +74,18 @@ struct Reflector {
   Reflector r;
   r.ng = at(l.ng, k);
   r.wo = at(l.wo, k);
-  // The frame turned to wo's side as Frame{-n, s} turns it: s made orthogonal to the new normal
-  // and normalised, or Duff's basis of that normal where s cannot be.
+  // The frame turned to wo's side as Bsdf turns it, by Frame{-n, s}: s made orthogonal to the new
+  // normal and normalised, or Duff's basis of that normal where s cannot be. Written out, as the
+  // constructor's early return keeps the loop from becoming vector code.
   const Vec3 n0 = at(l.n, k), s0 = at(l.s, k), t0 = at(l.t, k);
   const bool flip = dot(r.wo, n0) < 0;
   const Vec3 fn = -n0;
   const Vec3 ts = s0 - fn * dot(fn, s0);
   const float tl = length(ts);
-  const float sign = std::copysign(1.0f, fn.z);
-  const float a = -1.0f / (sign + fn.z);
-  const float b = fn.x * fn.y * a;
-  const Vec3 duffS(1 + sign * fn.x * fn.x * a, sign * b, -sign * fn.x), duffT(b, sign + fn.y * fn.y * a, -fn.y);
+  const Frame duff(fn);
   const bool degenerate = tl < 1e-6f;
-  const Vec3 fs = select(degenerate, duffS, ts / tl);
-  const Vec3 ft = select(degenerate, duffT, cross(fn, fs));
+  const Vec3 fs = select(degenerate, duff.s, ts / tl);
+  const Vec3 ft = select(degenerate, duff.t, cross(fn, fs));
   r.n = select(flip, fn, n0);
   r.s = select(flip, fs, s0);
   r.t = select(flip, ft, t0);
@@ -131,9 +129,9 @@ struct Reflector {
   r.msScale = 1 / (kPi * (1 - eAvg));
   float weightMultiScatter = multiScatter ? maxComponent(r.msColor) * lossO : 0.0f;
 
-  // The lobes' weights normalised, summed in Bsdf's order with its three empty lobes. The sum is
-  // above zero for every material isRoughReflector takes, where Bsdf's test for it always passes;
-  // left out, it no longer hides the weights' signs from the vector code.
+  // The lobes' weights normalised, summed in Bsdf's order with its three empty lobes. Bsdf's test
+  // that the sum is above zero always passes for the materials isRoughReflector takes; left out, it
+  // no longer hides the weights' signs from the vector code.
   float sum = 0;
   sum += weightDiffuse;
   sum += weightReflect;
@@ -171,10 +169,12 @@ struct Reflector {
     const bool pickDiffuse = (u < acc) & (r.weightDiffuse > 0);
     acc += r.weightReflect;
     const bool pickReflect = (u < acc) & (r.weightReflect > 0);
-    const bool fallBack = !(r.weightMultiScatter > 0) & (r.weightReflect > 0);  // no last lobe: back to reflection
-    const bool reflect = (!pickDiffuse) & (pickReflect | fallBack);
-    const bool multiScatter = !(pickDiffuse | pickReflect) & (r.weightMultiScatter > 0);
-    const float chosenWeight = reflect ? r.weightReflect : multiScatter ? r.weightMultiScatter : r.weightDiffuse;
+    // Past the first two, the scan steps back from the last lobe to the first with weight.
+    const bool lastHasWeight = !(r.weightMultiScatter <= 0);
+    const bool reflect = (!pickDiffuse) & (pickReflect | (!lastHasWeight & !(r.weightReflect <= 0)));
+    const bool multiScatter = !(pickDiffuse | pickReflect) & lastHasWeight;
+    // Bsdf rejects a chosen lobe without weight: only the diffuse one can be, chosen last.
+    const bool chosenHasWeight = reflect | multiScatter | !(r.weightDiffuse <= 0);
     const Vec3 cosineLocal = squareToCosineHemisphere(u1, u2);
     const Vec3 mirrored = kernel::reflect(r.woLocal, ggxSampleVisible(r.woLocal, r.alpha, u1, u2));
     const Vec3 wi = r.toWorld(select(reflect, mirrored, cosineLocal));
@@ -182,7 +182,7 @@ struct Reflector {
     float sampledPdf;
     r.eval(wi, sampledDiffuse, sampledReflect, sampledPdf);
     const Vec3 f = sampledDiffuse + sampledReflect + Vec3(0);
-    const bool scattered = !(chosenWeight <= 0) & !(reflect & (mirrored.z <= 0)) & !(sampledPdf <= 0) & !black(f);
+    const bool scattered = chosenHasWeight & !(reflect & (mirrored.z <= 0)) & !(sampledPdf <= 0) & !black(f);
     out.category[k] = reflect | multiScatter ? kLobeReflect : kLobeDiffuse;
     continuePath(l, out, k, scattered, wi, sampledPdf, f / sampledPdf, epsilon, minSurvival);
   }

@@ -20,7 +20,7 @@ struct IntegratorSettings {
   float causticsReduction = 1;  // < 1 roughens glossy lobes after a diffuse bounce
   bool wantAo = false;          // trace the AO ray at the first hit
   const LightPaths* lightPaths = nullptr;  // light path expression and light group outputs, if any
-  // Lambert and rough reflector bounces on the vector unit where the render allows (see
+  // Lambert and glossy bounces on the vector unit where the render allows (see
   // shadeRound); off, every bounce takes the scalar path, the reference the vector one must equal.
   bool vectorBounces = true;
   VectorIsa isa = bestVectorIsa();  // the widest instruction set the vector stages may use
@@ -76,11 +76,11 @@ class PathIntegrator {
   };
   float minRoughness(const Path& path) const;
   void shadeRound(Path* paths, SurfaceHit* hits, const bool* active, const bool* found, int count, RoundLanes& lanes) const;
-  void queueReflector(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const;
+  void queueGlossy(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const;
   void queueBounce(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, bool choosesLobe, BounceLanes& lanes,
                    int lane) const;
   void sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, int lane, bool skyHemisphere) const;
-  void finishBounce(Path& path, const SurfaceHit& hit, const BounceLanes& lanes, int lane, bool choseLobe) const;
+  void finishBounce(Path& path, const SurfaceHit& hit, const BounceLanes& lanes, int lane, bool skyHemisphere) const;
   template <class AnyBsdf>
   void scatter(Path& path, const SurfaceHit& hit, const MaterialSample& mat, const AnyBsdf& bsdf) const;
   void resolveVisibility(Path* paths, int count) const;

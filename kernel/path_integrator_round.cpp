@@ -1,5 +1,5 @@
-// One round of a batch's bounces, with Lambert surfaces and rough reflectors shaded together on
-// the vector unit, each kind in its own lanes.
+// One round of a batch's bounces, with Lambert and glossy surfaces shaded together on the vector
+// unit, each kind in its own lanes.
 #include "kernel/microfacet.h"
 #include "kernel/path_integrator.h"
 #include "kernel/path_state.h"
@@ -35,21 +35,23 @@ void PathIntegrator::shadeRound(Path* paths, SurfaceHit* hits, const bool* activ
       queueBounce(paths[k], hits[k], sp, false, lanes.lambert, lambert);
       lambertOf[lambert++] = k;
     } else if (const float least = minRoughness(paths[k]); Bsdf::isRoughReflector(sp.material, least)) {
-      queueReflector(sp.material, least, lanes.glossy, glossy);
+      queueGlossy(sp.material, least, lanes.glossy, glossy);
       queueBounce(paths[k], hits[k], sp, true, lanes.glossy, glossy);
       glossyOf[glossy++] = k;
     } else {
       scatterAt(paths[k], hits[k], sp);
     }
   }
-  auto run = [&](BounceLanes& l, const int* laneOf, int n, bool rough) {
+  // Lambert alone samples its sky in the hemisphere it takes light from; glossy lobes keep the
+  // whole sphere (see scatter).
+  auto run = [&](BounceLanes& l, const int* laneOf, int n, bool glossy) {
     if (n == 0) return;
     sampleRectangleLanes(l, n, settings_.isa);
     for (int i = 0; i < n; ++i)
-      if (l.lightKind[i] == kLightByScalar) sampleLightOf(hits[laneOf[i]], l, i, !rough);
-    if (rough) shadeGlossyLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
+      if (l.lightKind[i] == kLightByScalar) sampleLightOf(hits[laneOf[i]], l, i, !glossy);
+    if (glossy) shadeGlossyLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
     else shadeLambertLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
-    for (int i = 0; i < n; ++i) finishBounce(paths[laneOf[i]], hits[laneOf[i]], l, i, rough);
+    for (int i = 0; i < n; ++i) finishBounce(paths[laneOf[i]], hits[laneOf[i]], l, i, !glossy);
   };
   run(lanes.lambert, lambertOf, lambert, false);
   run(lanes.glossy, glossyOf, glossy, true);
@@ -67,8 +69,8 @@ Vec3 get(const BounceLanes::Vec3Lanes& lanes, int lane) { return {lanes.x[lane],
 
 }  // namespace
 
-// A rough reflector's numbers as Bsdf derives them from the material, with no transmission.
-void PathIntegrator::queueReflector(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const {
+// A glossy material's numbers as Bsdf derives them, with no transmission.
+void PathIntegrator::queueGlossy(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const {
   const float metallic = clamp01(mat.metallic);
   const float ior = mat.ior >= 1.0f ? mat.ior : 1.5f;
   const float specular = metallic < 1 ? clamp01(mat.specular) : 0;
@@ -130,7 +132,6 @@ void PathIntegrator::queueBounce(Path& path, const SurfaceHit& hit, const Shaded
       sampleLightOf(hit, lanes, lane, !choosesLobe);
     }
   }
-  lanes.lobeU[lane] = 0;
   if (choosesLobe) {
     lanes.lobeU[lane] = sampler.get1D();
     path.choseLobe = true;
@@ -143,8 +144,7 @@ void PathIntegrator::queueBounce(Path& path, const SurfaceHit& hit, const Shaded
   lanes.roulette[lane] = path.depth + 1 >= kRussianRouletteDepth;
 }
 
-// The light sample of a lane that the vector stage does not take: LightSet::sample of its choice. Lambert
-// alone samples its sky in the hemisphere it takes light from; glossy lobes keep the whole sphere.
+// The light sample of a lane that the vector stage does not take: LightSet::sample of its choice.
 void PathIntegrator::sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, int lane, bool skyHemisphere) const {
   LightSample ls;
   lanes.lightKind[lane] = kNoLight;
@@ -161,7 +161,8 @@ void PathIntegrator::sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, in
 }
 
 // The scalar half after the arithmetic: scatter's bookkeeping, from the lane's results.
-void PathIntegrator::finishBounce(Path& path, const SurfaceHit& hit, const BounceLanes& lanes, int lane, bool choseLobe) const {
+void PathIntegrator::finishBounce(Path& path, const SurfaceHit& hit, const BounceLanes& lanes, int lane,
+                                  bool skyHemisphere) const {
   const uint32_t depth = path.depth;
   if (lanes.lightHit[lane]) {
     BsdfEval e;
@@ -196,7 +197,7 @@ void PathIntegrator::finishBounce(Path& path, const SurfaceHit& hit, const Bounc
   path.prevPdf = lanes.pdf[lane];
   path.prevP = hit.p;
   path.prevSide = get(lanes.side, lane);
-  path.prevUpper = choseLobe ? Vec3(0) : path.prevSide;
+  path.prevUpper = skyHemisphere ? path.prevSide : Vec3(0);
   // Neither kind transmits: the path stays in its medium.
   path.coneWidth = hit.footprint;
   path.cone += category == kLobeDiffuse ? 0.5f : 0.1f;

@@ -1,6 +1,6 @@
 // Packet queries and lockstep batches: a packet answers each lane as the single query does, rays
 // aimed at the edges and corners of a closed mesh never slip through it, and a lane's sample does
-// not depend on the lanes beside it, and Lambert bounces shaded on the vector unit equal the scalar ones.
+// not depend on the lanes beside it, and bounces shaded on the vector unit equal the scalar ones.
 #include <cstring>
 #include <random>
 #include <tuple>
@@ -231,35 +231,47 @@ TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
 }
 
 // Every light kind a bounce can sample, between a floor and a ceiling that keep paths going to the
-// roulette: a rectangle seen from near (left to the scalar code) and from afar (by area on the
-// vector unit), an emissive sphere, a point light and the sky. Lambert and rough reflectors (a
+// roulette (a glossy ceiling over a Lambert floor): a rectangle seen from near (left to the scalar code) and from afar (by area on the
+// vector unit), an emissive sphere, a point light and the sky. Lambert and glossy surfaces (a
 // coloured metal, a plastic, a tinted half metal of another index) take the vector stages; the
-// mirror keeps scalar lanes in the same rounds. The coarse diffuse sphere has shading normals far
-// from its faces, so some bounces end before their roulette. Every instruction set must give the
-// scalar path's samples to the bit, and leave each sampler where the scalar path leaves it.
+// mirror and a plastic with a negative specular colour keep scalar lanes in the same rounds. The
+// coarse spheres have shading normals far from their faces: frames turn to wo's side, and some
+// bounces end before their roulette. The floor's occlusion texture has levels, so a wrong cone
+// after a bounce shows. Every instruction set must give the scalar path's samples to the bit, and
+// leave each sampler where the scalar path leaves it.
 TEST_F(KernelTest, VectorBouncesEqualTheScalarPath) {
   auto floor = diffuseMaterial(0.7f, 0.6f, 0.5f);
-  floor->occlusionTexture.image = image(1, 1, 1, {0.5f}, ColorSpace::Linear, 31);  // beta apart from lightBeta
-  auto metal = material(1, 0.3f), plastic = material(0, 0.5f), halfMetal = material(0.5f, 0.7f), mirror = material(1, 0);
+  std::vector<float> occlusion(64);
+  for (size_t i = 0; i < occlusion.size(); ++i) occlusion[i] = 0.3f + 0.6f * float((i * 37) % 64) / 64;
+  floor->occlusionTexture.image = image(8, 8, 1, occlusion, ColorSpace::Linear, 31);  // beta apart from lightBeta
+  auto metal = material(1, 0.3f), plastic = material(0, 0.5f), halfMetal = material(0.5f, 0.7f), mirror = material(1, 0),
+       coarseMetal = material(1, 0.6f), negativeTint = material(0, 0.4f);
   metal->baseColor[0] = 0.9f, metal->baseColor[1] = 0.6f, metal->baseColor[2] = 0.2f;
   plastic->baseColor[0] = 0.1f, plastic->baseColor[1] = 0.3f, plastic->baseColor[2] = 0.8f;
+  auto ceiling = material(1, 0.6f);  // paths between it and the floor reach the glossy bounce limit
+  for (int c = 0; c < 3; ++c) ceiling->baseColor[c] = 0.8f;
   halfMetal->ior = 1.8f;
   halfMetal->specularColor[0] = 0.4f;
+  // Dark under a negative specular colour, the lobes' weights sum below zero: Bsdf takes no light.
+  for (int c = 0; c < 3; ++c) negativeTint->baseColor[c] = 0.02f, negativeTint->specularColor[c] = -1;
   const SceneSnapshot snap = sceneOf({shape(1, makeQuad(3), floor),
-                                      shape(2, makeQuad(3), diffuseMaterial(0.8f, 0.8f, 0.8f), facingDown(2)),
+                                      shape(2, makeQuad(3), ceiling, facingDown(2)),
                                       shape(3, makeQuad(0.5f), emitter(8), facingDown(1.9f)),
                                       shape(4, makeSphere(0.4f, 4, 2), diffuseMaterial(0.2f, 0.8f, 0.3f), translation(-0.8f, 0.4f, 0)),
                                       shape(5, makeSphere(0.4f, 16, 8), metal, translation(0.8f, 0.4f, 0)),
                                       shape(6, makeSphere(0.1f, 8, 4), emitter(4), translation(0, 0.3f, 0.8f)),
                                       shape(7, makeSphere(0.3f, 16, 8), plastic, translation(0, 0.3f, -0.6f)),
                                       shape(8, makeSphere(0.3f, 16, 8), halfMetal, translation(-0.9f, 0.3f, -0.9f)),
-                                      shape(9, makeSphere(0.3f, 16, 8), mirror, translation(0.9f, 0.3f, -0.9f))},
+                                      shape(9, makeSphere(0.3f, 16, 8), mirror, translation(0.9f, 0.3f, -0.9f)),
+                                      shape(10, makeSphere(0.25f, 4, 2), coarseMetal, translation(-0.4f, 0.25f, 0.5f)),
+                                      shape(11, makeSphere(0.2f, 16, 8), negativeTint, translation(0.4f, 0.2f, 0.6f))},
                                      {pointLight(1, 1.5f, 1, 1), environmentLight(0.5f)}, cameraAt(0, 1.5f, 2.5f, 0, 0.3f, 0, 1.2f));
   ASSERT_TRUE(build(snap));
   ASSERT_TRUE(scene_->allOpaque()) << "the vector stages take opaque scenes only";
   Camera camera(snap.camera, 32, 32);
   RenderParams params;
   params.maxDepthDiffuse = 5;
+  params.maxDepthGlossy = 1;
   auto trace = [&](IntegratorSettings settings, uint32_t batch, SampleResult* out, Sampler* samplers) {
     PathIntegrator integrator(*scene_, lights_, camera, params, settings);
     FilmPoint film[kPacketSize];
@@ -279,7 +291,7 @@ TEST_F(KernelTest, VectorBouncesEqualTheScalarPath) {
   for (VectorIsa isa : {VectorIsa::Baseline, VectorIsa::Avx2, VectorIsa::Avx512}) {
     IntegratorSettings vector;
     vector.isa = std::min(isa, bestVectorIsa());
-    for (uint32_t batch = 0; batch < 8; ++batch) {
+    for (uint32_t batch = 0; batch < 16; ++batch) {
       // Caustics reduction roughens the reflectors after a diffuse bounce, the mirror among them.
       scalar.causticsReduction = vector.causticsReduction = batch % 2 ? 0.5f : 1.0f;
       std::vector<Sampler> expectedSamplers(kPacketSize, Sampler(0, 0)), samplers(kPacketSize, Sampler(0, 0));
