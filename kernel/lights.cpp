@@ -415,7 +415,7 @@ float LightSet::trianglePdf(const Scene& scene, uint32_t shape, uint32_t prim, V
 
 LightSet::Choice LightSet::choose(float uLight, Vec3 ref, Vec3 side) const {
   Choice c;
-  const Entry* e = choose(ref, side, uLight, c.pmf);
+  const Entry* e = chooseEntry(ref, side, uLight, c.pmf);
   if (e && c.pmf > 0) c.entry = int32_t(e - entries_.data());
   return c;
 }
@@ -624,7 +624,7 @@ void LightSet::buildHierarchy(const std::vector<float>& power) {
   localShare_ = std::clamp(float(localPower / total), 0x1p-24f, localPower < total ? 1 - 0x1p-24f : 1.0f);
 }
 
-const LightSet::Entry* LightSet::choose(Vec3 ref, Vec3 side, float uLight, float& pmf) const {
+const LightSet::Entry* LightSet::chooseEntry(Vec3 ref, Vec3 side, float uLight, float& pmf) const {
   pmf = 0;
   if (hierarchy_.empty()) {
     if (empty() || selection_.total() <= 0) return nullptr;

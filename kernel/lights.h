@@ -146,7 +146,7 @@ class LightSet {
   void buildHierarchy(const std::vector<float>& power);
   // The entry chosen with `uLight` for a point at `ref` that sees the hemisphere around `side`
   // (zero: everywhere), and the probability of that choice; null when no light can be chosen there.
-  const Entry* choose(Vec3 ref, Vec3 side, float uLight, float& pmf) const;
+  const Entry* chooseEntry(Vec3 ref, Vec3 side, float uLight, float& pmf) const;
   float choicePmf(size_t entry, Vec3 ref, Vec3 side) const;
   // The triangle's solid angle seen from `ref` when it is sampled by solid angle there, else 0.
   static float sphericalSolidAngle(const Triangle& t, Vec3 ref);
