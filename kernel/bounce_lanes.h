@@ -73,6 +73,9 @@ struct alignas(64) BounceLanes {
   Lanes<float> pdf, endProbability;
 };
 
+struct MaterialSample;
+// Puts a material that Bsdf::isRoughReflector takes into a lane, as Bsdf derives its numbers.
+void putGlossyMaterial(const MaterialSample& material, float minRoughness, BounceLanes& lanes, int lane);
 // Samples the rectangles of lanes [0, count) by area, where they do not look large: each such lane
 // becomes kLightTaken or kNoLight, and the others kLightByScalar.
 void sampleRectangleLanes(BounceLanes& lanes, int count, VectorIsa isa = bestVectorIsa());

@@ -191,6 +191,22 @@ struct Reflector {
 
 }  // namespace
 
+// Bsdf::initLayered's numbers, with no transmission.
+void putGlossyMaterial(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) {
+  const float metallic = clamp01(mat.metallic);
+  const float ior = mat.ior >= 1.0f ? mat.ior : 1.5f;
+  const float specular = metallic < 1 ? clamp01(mat.specular) : 0;
+  const float f0 = specular > 0 ? fresnelDielectric(1, ior) : 0;
+  lanes.metallic[lane] = metallic;
+  lanes.specular[lane] = specular;
+  lanes.eta[lane] = ior;
+  lanes.f0[lane] = f0;
+  put(lanes.tintedF0, lane,
+      {std::min(1.0f, f0 * mat.specularColor.x), std::min(1.0f, f0 * mat.specularColor.y),
+       std::min(1.0f, f0 * mat.specularColor.z)});
+  lanes.alpha[lane] = roughnessToAlpha(std::max(clamp01(mat.roughness), minRoughness));
+}
+
 void shadeGlossyLanes(BounceLanes& lanes, int count, float epsilon, float minSurvival, VectorIsa isa) {
   if (count > 0) run<shade>(isa, lanes, epsilon, minSurvival);
 }

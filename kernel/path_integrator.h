@@ -76,7 +76,6 @@ class PathIntegrator {
   };
   float minRoughness(const Path& path) const;
   void shadeRound(Path* paths, SurfaceHit* hits, const bool* active, const bool* found, int count, RoundLanes& lanes) const;
-  void queueGlossy(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const;
   void queueBounce(Path& path, const SurfaceHit& hit, const ShadedPoint& sp, bool choosesLobe, BounceLanes& lanes,
                    int lane) const;
   void sampleLightOf(const SurfaceHit& hit, BounceLanes& lanes, int lane, bool skyHemisphere) const;

@@ -1,6 +1,5 @@
 // One round of a batch's bounces, with Lambert and glossy surfaces shaded together on the vector
 // unit, each kind in its own lanes.
-#include "kernel/microfacet.h"
 #include "kernel/path_integrator.h"
 #include "kernel/path_state.h"
 
@@ -35,7 +34,7 @@ void PathIntegrator::shadeRound(Path* paths, SurfaceHit* hits, const bool* activ
       queueBounce(paths[k], hits[k], sp, false, lanes.lambert, lambert);
       lambertOf[lambert++] = k;
     } else if (const float least = minRoughness(paths[k]); Bsdf::isRoughReflector(sp.material, least)) {
-      queueGlossy(sp.material, least, lanes.glossy, glossy);
+      putGlossyMaterial(sp.material, least, lanes.glossy, glossy);
       queueBounce(paths[k], hits[k], sp, true, lanes.glossy, glossy);
       glossyOf[glossy++] = k;
     } else {
@@ -68,22 +67,6 @@ void put(BounceLanes::Vec3Lanes& lanes, int lane, Vec3 v) {
 Vec3 get(const BounceLanes::Vec3Lanes& lanes, int lane) { return {lanes.x[lane], lanes.y[lane], lanes.z[lane]}; }
 
 }  // namespace
-
-// A glossy material's numbers as Bsdf derives them, with no transmission.
-void PathIntegrator::queueGlossy(const MaterialSample& mat, float minRoughness, BounceLanes& lanes, int lane) const {
-  const float metallic = clamp01(mat.metallic);
-  const float ior = mat.ior >= 1.0f ? mat.ior : 1.5f;
-  const float specular = metallic < 1 ? clamp01(mat.specular) : 0;
-  const float f0 = specular > 0 ? fresnelDielectric(1, ior) : 0;
-  lanes.metallic[lane] = metallic;
-  lanes.specular[lane] = specular;
-  lanes.eta[lane] = ior;
-  lanes.f0[lane] = f0;
-  put(lanes.tintedF0, lane,
-      {std::min(1.0f, f0 * mat.specularColor.x), std::min(1.0f, f0 * mat.specularColor.y),
-       std::min(1.0f, f0 * mat.specularColor.z)});
-  lanes.alpha[lane] = roughnessToAlpha(std::max(clamp01(mat.roughness), minRoughness));
-}
 
 // The scalar half of scatter before its arithmetic: the draws in the same order, and the light
 // choice. Emissive rectangles sampled by area go to the vector unit; any other light is sampled here.
