@@ -43,14 +43,14 @@ void PathIntegrator::shadeRound(Path* paths, SurfaceHit* hits, const bool* activ
   }
   // Lambert alone samples its sky in the hemisphere it takes light from; glossy lobes keep the
   // whole sphere (see scatter).
-  auto run = [&](BounceLanes& l, const int* laneOf, int n, bool glossy) {
+  auto run = [&](BounceLanes& l, const int* laneOf, int n, bool isGlossy) {
     if (n == 0) return;
     sampleRectangleLanes(l, n, settings_.isa);
     for (int i = 0; i < n; ++i)
-      if (l.lightKind[i] == kLightByScalar) sampleLightOf(hits[laneOf[i]], l, i, !glossy);
-    if (glossy) shadeGlossyLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
+      if (l.lightKind[i] == kLightByScalar) sampleLightOf(hits[laneOf[i]], l, i, !isGlossy);
+    if (isGlossy) shadeGlossyLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
     else shadeLambertLanes(l, n, epsilon_, kMinSurvival, settings_.isa);
-    for (int i = 0; i < n; ++i) finishBounce(paths[laneOf[i]], hits[laneOf[i]], l, i, !glossy);
+    for (int i = 0; i < n; ++i) finishBounce(paths[laneOf[i]], hits[laneOf[i]], l, i, !isGlossy);
   };
   run(lanes.lambert, lambertOf, lambert, false);
   run(lanes.glossy, glossyOf, glossy, true);
