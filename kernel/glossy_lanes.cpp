@@ -41,7 +41,8 @@ struct Reflector {
     return metal * metallic + dielectricFresnel(cosH) * (1 - metallic);
   }
 
-  // Bsdf::eval: f |cos| per category (diffuse, reflection) and the density over the lobes.
+  // Bsdf::eval: f |cos| per category (diffuse, reflection) and the density over the lobes. Lobes
+  // are gated by Bsdf's own test of their weights; admitted materials have finite weights.
   [[gnu::always_inline]] void eval(Vec3 wi, Vec3& diffuseValue, Vec3& reflectValue, float& pdf) const {
     const Vec3 wiL = toLocal(wi);
     const bool sameSide = dot(wi, ng) * dot(wo, ng) > 0;
@@ -169,11 +170,12 @@ struct Reflector {
     const bool pickDiffuse = (u < acc) & (r.weightDiffuse > 0);
     acc += r.weightReflect;
     const bool pickReflect = (u < acc) & (r.weightReflect > 0);
-    // Past the first two, the scan steps back from the last lobe to the first with weight.
+    // Past the first two, the scan steps back from the last lobe to the nearest one with weight.
     const bool lastHasWeight = !(r.weightMultiScatter <= 0);
     const bool reflect = (!pickDiffuse) & (pickReflect | (!lastHasWeight & !(r.weightReflect <= 0)));
     const bool multiScatter = !(pickDiffuse | pickReflect) & lastHasWeight;
-    // Bsdf rejects a chosen lobe without weight: only the diffuse one can be, chosen last.
+    // Bsdf rejects a chosen lobe without weight. Only the diffuse one could be, chosen last; for the
+    // materials admitted its weight is then 1, so this mirrors Bsdf rather than filtering anything.
     const bool chosenHasWeight = reflect | multiScatter | !(r.weightDiffuse <= 0);
     const Vec3 cosineLocal = squareToCosineHemisphere(u1, u2);
     const Vec3 mirrored = kernel::reflect(r.woLocal, ggxSampleVisible(r.woLocal, r.alpha, u1, u2));

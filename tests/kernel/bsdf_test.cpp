@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -303,6 +304,34 @@ TEST(LambertBsdfTest, AnswersAsTheLayeredBsdfBitForBit) {
   }
 }
 
+// What the glossy vector stage may take: only materials whose lobe weights stay finite and sum
+// above zero, and that Bsdf does not treat as Lambert alone or as a mirror.
+TEST(GlossyLanes, AdmitOnlyMaterialsWithFinitePositiveWeights) {
+  const struct {
+    const char* label;
+    void (*change)(MaterialSample&);
+    bool admitted;
+  } cases[] = {
+      {"rough plastic", [](MaterialSample&) {}, true},
+      {"rough metal", [](MaterialSample& m) { m.metallic = 1; }, true},
+      {"infinite base colour", [](MaterialSample& m) { m.baseColor.y = std::numeric_limits<float>::infinity(); }, false},
+      {"black base colour", [](MaterialSample& m) { m.baseColor = Vec3(0); }, false},
+      {"negative specular colour", [](MaterialSample& m) { m.specularColor.z = -0.5f; }, false},
+      {"NaN specular colour", [](MaterialSample& m) { m.specularColor.x = std::numeric_limits<float>::quiet_NaN(); }, false},
+      {"half metal without specular", [](MaterialSample& m) { m.metallic = 0.5f, m.specular = 0; }, false},
+      {"mirror", [](MaterialSample& m) { m.roughness = 0; }, false},
+      {"transmission", [](MaterialSample& m) { m.transmission = 0.5f; }, false},
+      {"clearcoat", [](MaterialSample& m) { m.clearcoat = 0.5f; }, false},
+  };
+  for (const auto& c : cases) {
+    MaterialSample m = makeMaterial(0, 0.5f);
+    c.change(m);
+    EXPECT_EQ(Bsdf::isRoughReflector(m, 0), c.admitted) << c.label;
+  }
+  MaterialSample smooth = makeMaterial(1, 0);
+  EXPECT_TRUE(Bsdf::isRoughReflector(smooth, 0.3f)) << "caustics reduction roughens a mirror into the stage";
+}
+
 // The glossy vector stage against Bsdf itself, lane by lane, on what scenes seldom give it: a lobe
 // number of one (Bsdf's scan then falls back to the last lobe with weight; head-on, a smooth metal
 // has no multiple-scattering lobe), a shading normal turned away from wo, a grazing view.
@@ -315,6 +344,8 @@ TEST(GlossyLanes, EqualBsdfLaneByLane) {
   } cases[] = {
       {"smooth metal head-on, lobe number one", 1, 0.05f, {0, 0, 1}, {0, 0, 1}, {0.3f, 0.1f, 1}, 1, 0.3f, 0.7f},
       {"smooth plastic head-on, lobe number one", 0, 0.05f, {0, 0, 1}, {0, 0, 1}, {-0.2f, 0.4f, 1}, 1, 0.6f, 0.2f},
+      {"untinted plastic head-on, lobe number one: no reflection weight, back to diffuse", 0, 0.5f, {0, 0, 1}, {0, 0, 1},
+       {0.1f, 0.1f, 1}, 1, 0.4f, 0.6f},
       {"rough half metal, lobe number one", 0.5f, 0.6f, {0, 0, 1}, {0.5f, 0, 1}, {0, 0.5f, 1}, 1, 0.1f, 0.9f},
       {"shading normal turned away from wo", 0.5f, 0.4f, {0.9f, 0, 0.3f}, {-0.8f, 0, 0.2f}, {0.2f, 0.3f, 1}, 0.4f, 0.5f, 0.5f},
       {"grazing plastic", 0, 0.3f, {0, 0, 1}, {1, 0, 0.01f}, {-1, 0.2f, 0.3f}, 0.2f, 0.8f, 0.1f},
@@ -327,6 +358,7 @@ TEST(GlossyLanes, EqualBsdfLaneByLane) {
   for (int k = 0; k < count; ++k) {
     const Case& c = cases[k];
     MaterialSample m = makeMaterial(c.metallic, c.roughness);
+    if (std::strncmp(c.label, "untinted", 8) == 0) m.specularColor = Vec3(0);
     ASSERT_TRUE(Bsdf::isRoughReflector(m, 0)) << c.label;
     materials.push_back(m);
     const Frame frame(normalize(c.normal));
@@ -361,8 +393,8 @@ TEST(GlossyLanes, EqualBsdfLaneByLane) {
       EXPECT_EQ(out.lightScale.x[k], powerHeuristic(1, e.pdf) / 1);
       BsdfSample s;
       const bool sampled = bsdf.sample(c.lobeU, c.u1, c.u2, s);
-      ASSERT_EQ(out.scattered[k] != 0, sampled);
-      if (!sampled) continue;
+      EXPECT_EQ(out.scattered[k] != 0, sampled);
+      if (!sampled || !out.scattered[k]) continue;
       EXPECT_EQ(out.category[k], s.category);
       EXPECT_EQ(bits(lane(out.wi, k)), bits(s.wi));
       EXPECT_EQ(out.pdf[k], s.pdf);

@@ -231,14 +231,14 @@ TEST_F(KernelTest, BatchLanesDoNotDependOnTheirNeighbours) {
 }
 
 // Every light kind a bounce can sample, between a floor and a ceiling that keep paths going to the
-// roulette (a glossy ceiling over a Lambert floor): a rectangle seen from near (left to the scalar code) and from afar (by area on the
-// vector unit), an emissive sphere, a point light and the sky. Lambert and glossy surfaces (a
-// coloured metal, a plastic, a tinted half metal of another index) take the vector stages; the
-// mirror and a plastic with a negative specular colour keep scalar lanes in the same rounds. The
-// coarse spheres have shading normals far from their faces: frames turn to wo's side, and some
-// bounces end before their roulette. The floor's occlusion texture has levels, so a wrong cone
-// after a bounce shows. Every instruction set must give the scalar path's samples to the bit, and
-// leave each sampler where the scalar path leaves it.
+// roulette (a glossy ceiling over a Lambert floor): a rectangle seen from near (left to the scalar
+// code) and from afar (by area on the vector unit), an emissive sphere, a point light and the sky.
+// Lambert and glossy surfaces (a coloured metal, a plastic, a tinted half metal of another index)
+// take the vector stages; the mirror and a plastic with a negative specular colour keep scalar
+// lanes in the same rounds. The coarse spheres have shading normals far from their faces: frames
+// turn to wo's side, and some bounces end before their roulette. The floor's occlusion texture has
+// levels, so a wrong cone after a bounce shows. Every instruction set must give the scalar path's
+// samples to the bit, and leave each sampler where the scalar path leaves it.
 TEST_F(KernelTest, VectorBouncesEqualTheScalarPath) {
   auto floor = diffuseMaterial(0.7f, 0.6f, 0.5f);
   std::vector<float> occlusion(64);
@@ -252,7 +252,8 @@ TEST_F(KernelTest, VectorBouncesEqualTheScalarPath) {
   for (int c = 0; c < 3; ++c) ceiling->baseColor[c] = 0.8f;
   halfMetal->ior = 1.8f;
   halfMetal->specularColor[0] = 0.4f;
-  // Dark under a negative specular colour, the lobes' weights sum below zero: Bsdf takes no light.
+  // Dark under a negative specular colour, the lobes' weights sum below zero seen near head-on,
+  // where Bsdf takes no light; the glossy stage must leave such a material to it.
   for (int c = 0; c < 3; ++c) negativeTint->baseColor[c] = 0.02f, negativeTint->specularColor[c] = -1;
   const SceneSnapshot snap = sceneOf({shape(1, makeQuad(3), floor),
                                       shape(2, makeQuad(3), ceiling, facingDown(2)),
