@@ -151,16 +151,15 @@ struct Reflector {
 // side of a choice needs may only be hoisted out of it from memory known to be there.
 [[gnu::always_inline]] inline void shade(BounceLanes& lanes, float epsilon, float minSurvival) {
   BounceLanes l = lanes;
-  BounceLanes& out = l;
   for (int k = 0; k < kBounceLanes; ++k) {
     const Reflector r = reflectorOf(l, k);
 
     Vec3 diffuseValue, reflectValue;
     float pdf;
     r.eval(at(l.lightWi, k), diffuseValue, reflectValue, pdf);
-    weighLightSample(l, out, k, !black(diffuseValue + reflectValue + Vec3(0)), pdf, epsilon);
-    put(out.lightValue, k, diffuseValue);
-    put(out.lightReflectValue, k, reflectValue);
+    weighLightSample(l, k, !black(diffuseValue + reflectValue + Vec3(0)), pdf, epsilon);
+    put(l.lightValue, k, diffuseValue);
+    put(l.lightReflectValue, k, reflectValue);
 
     // Bsdf::sample: the lobe by its weight (the scan over all six finds the last one that has
     // weight when the number passes the first two), its direction, and eval there.
@@ -185,8 +184,8 @@ struct Reflector {
     r.eval(wi, sampledDiffuse, sampledReflect, sampledPdf);
     const Vec3 f = sampledDiffuse + sampledReflect + Vec3(0);
     const bool scattered = chosenHasWeight & !(reflect & (mirrored.z <= 0)) & !(sampledPdf <= 0) & !black(f);
-    out.category[k] = reflect | multiScatter ? kLobeReflect : kLobeDiffuse;
-    continuePath(l, out, k, scattered, wi, sampledPdf, f / sampledPdf, epsilon, minSurvival);
+    l.category[k] = reflect | multiScatter ? kLobeReflect : kLobeDiffuse;
+    continuePath(l, k, scattered, wi, sampledPdf, f / sampledPdf, epsilon, minSurvival);
   }
   copyResults(l, lanes);
 }

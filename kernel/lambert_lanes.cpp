@@ -72,7 +72,7 @@ inline float dot3(float ax, float ay, float az, float bx, float by, float bz) { 
     const Vec3 value = select(lit, litValue, Vec3(0));
     // Whether the value is above black, tested before the choice: a choice between truth values
     // would keep the loop from becoming vector code.
-    weighLightSample(l, l, k, lit & !black(litValue), lit ? cosI * kInvPi : 0.0f, epsilon);
+    weighLightSample(l, k, lit & !black(litValue), lit ? cosI * kInvPi : 0.0f, epsilon);
     put(l.lightValue, k, value);
     put(l.lightReflectValue, k, Vec3(0));
 
@@ -87,7 +87,7 @@ inline float dot3(float ax, float ay, float az, float bx, float by, float bz) { 
     const Vec3 weight(cr * weightScale, cg * weightScale, cb * weightScale);
     const bool scattered = !(lz <= 0) & !(dot3(ix, iy, iz, gx, gy, gz) * woDotNg <= 0) & !black(weight);
     l.category[k] = kLobeDiffuse;
-    continuePath(l, l, k, scattered, Vec3(ix, iy, iz), lz * kInvPi, weight, epsilon, minSurvival);
+    continuePath(l, k, scattered, Vec3(ix, iy, iz), lz * kInvPi, weight, epsilon, minSurvival);
   }
 }
 

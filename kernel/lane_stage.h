@@ -28,62 +28,61 @@ inline Vec3 select(bool c, Vec3 a, Vec3 b) { return {c ? a.x : b.x, c ? a.y : b.
 
 // The taken light sample against the BSDF there (whether its f |cos| is above black, and its
 // density): its MIS weight, its scale, and its shadow ray (shadowRay in camera.h) from the offset
-// origin at the light point. `l` holds the lane's inputs and `out` receives the results; they may
-// be the same.
-[[gnu::always_inline]] inline void weighLightSample(const BounceLanes& l, BounceLanes& out, int k, bool reflects, float bsdfPdf,
-                                                    float epsilon) {
+// origin at the light point.
+[[gnu::always_inline]] inline void weighLightSample(BounceLanes& l, int k, bool reflects, float bsdfPdf, float epsilon) {
   const Vec3 p = at(l.p, k), ng = at(l.ng, k), wi = at(l.lightWi, k), radiance = at(l.radiance, k);
   const float distance = l.lightDistance[k], lightPdf = l.lightPdf[k];
   const bool usable = (l.lightKind[k] == kLightTaken) & (lightPdf > 0) & !black(radiance);
-  out.lightHit[k] = usable & reflects;
+  l.lightHit[k] = usable & reflects;
   const float a2 = lightPdf * lightPdf, b2 = bsdfPdf * bsdfPdf;
   const bool delta = l.lightDelta[k] != 0;
   const float mis = delta ? 1.0f : (a2 + b2 > 0 ? a2 / (a2 + b2) : 0.0f);
   const float share = mis / lightPdf;
   // The scalar product has the shadow ray's visibility in it, 1 in an opaque scene.
-  out.lightScale.x[k] = l.beta.x[k] * radiance.x * 1.0f * share;
-  out.lightScale.y[k] = l.beta.y[k] * radiance.y * 1.0f * share;
-  out.lightScale.z[k] = l.beta.z[k] * radiance.z * 1.0f * share;
+  l.lightScale.x[k] = l.beta.x[k] * radiance.x * 1.0f * share;
+  l.lightScale.y[k] = l.beta.y[k] * radiance.y * 1.0f * share;
+  l.lightScale.z[k] = l.beta.z[k] * radiance.z * 1.0f * share;
   const float shadowOffset = dot(wi, ng) >= 0 ? epsilon : -epsilon;
   const float sox = p.x + ng.x * shadowOffset, soy = p.y + ng.y * shadowOffset, soz = p.z + ng.z * shadowOffset;
   const float tox = p.x + wi.x * distance - sox, toy = p.y + wi.y * distance - soy, toz = p.z + wi.z * distance - soz;
   const float toLength = std::sqrt(tox * tox + toy * toy + toz * toz), toInverse = 1.0f / toLength;
   const bool finiteLight = distance < 1e29f, aimed = finiteLight & (toLength > 0);
-  put(out.shadowOrigin, k, {sox, soy, soz});
-  out.shadowDir.x[k] = aimed ? tox * toInverse : wi.x;
-  out.shadowDir.y[k] = aimed ? toy * toInverse : wi.y;
-  out.shadowDir.z[k] = aimed ? toz * toInverse : wi.z;
-  out.shadowTMax[k] = !finiteLight ? distance : aimed ? std::max(0.0f, toLength - 2 * epsilon) : 0.0f;
+  put(l.shadowOrigin, k, {sox, soy, soz});
+  l.shadowDir.x[k] = aimed ? tox * toInverse : wi.x;
+  l.shadowDir.y[k] = aimed ? toy * toInverse : wi.y;
+  l.shadowDir.z[k] = aimed ? toz * toInverse : wi.z;
+  l.shadowTMax[k] = !finiteLight ? distance : aimed ? std::max(0.0f, toLength - 2 * epsilon) : 0.0f;
 }
 
 // The sampled direction with its density and weight (f |cos| / pdf): the throughput, the roulette
 // on what a light found next would be weighted by, and the next ray's origin.
-[[gnu::always_inline]] inline void continuePath(const BounceLanes& l, BounceLanes& out, int k, bool scattered, Vec3 wi,
-                                                float pdf, Vec3 weight, float epsilon, float minSurvival) {
+[[gnu::always_inline]] inline void continuePath(BounceLanes& l, int k, bool scattered, Vec3 wi, float pdf, Vec3 weight,
+                                                float epsilon, float minSurvival) {
   const Vec3 p = at(l.p, k), ng = at(l.ng, k);
-  out.scattered[k] = scattered;
-  put(out.wi, k, wi);
-  out.pdf[k] = pdf;
+  l.scattered[k] = scattered;
+  put(l.wi, k, wi);
+  l.pdf[k] = pdf;
   const float lbr = l.beta.x[k] * weight.x, lbg = l.beta.y[k] * weight.y, lbb = l.beta.z[k] * weight.z;
   const float occlusion = l.occlusion[k];
   const bool occluded = occlusion < 1;
   const float br = occluded ? lbr * occlusion : lbr, bg = occluded ? lbg * occlusion : lbg, bb = occluded ? lbb * occlusion : lbb;
-  out.alive[k] = finite(lbr) & finite(lbg) & finite(lbb) & !((lbr <= 0) & (lbg <= 0) & (lbb <= 0));
+  l.alive[k] = finite(lbr) & finite(lbg) & finite(lbb) & !((lbr <= 0) & (lbg <= 0) & (lbb <= 0));
   const float q = std::max(minSurvival, 1 - std::sqrt(std::max(lbr, std::max(lbg, lbb))));
   const bool boosted = l.roulette[k] != 0;
   const float boost = 1 / (1 - q);
-  out.endProbability[k] = q;
-  out.nextBeta.x[k] = boosted ? br * boost : br;
-  out.nextBeta.y[k] = boosted ? bg * boost : bg;
-  out.nextBeta.z[k] = boosted ? bb * boost : bb;
-  out.nextLightBeta.x[k] = boosted ? lbr * boost : lbr;
-  out.nextLightBeta.y[k] = boosted ? lbg * boost : lbg;
-  out.nextLightBeta.z[k] = boosted ? lbb * boost : lbb;
+  l.endProbability[k] = q;
+  l.nextBeta.x[k] = boosted ? br * boost : br;
+  l.nextBeta.y[k] = boosted ? bg * boost : bg;
+  l.nextBeta.z[k] = boosted ? bb * boost : bb;
+  l.nextLightBeta.x[k] = boosted ? lbr * boost : lbr;
+  l.nextLightBeta.y[k] = boosted ? lbg * boost : lbg;
+  l.nextLightBeta.z[k] = boosted ? lbb * boost : lbb;
   const float rayOffset = dot(wi, ng) >= 0 ? epsilon : -epsilon;
-  put(out.rayOrigin, k, {p.x + ng.x * rayOffset, p.y + ng.y * rayOffset, p.z + ng.z * rayOffset});
+  put(l.rayOrigin, k, {p.x + ng.x * rayOffset, p.y + ng.y * rayOffset, p.z + ng.z * rayOffset});
 }
 
-// The results of a stage's lanes, from where it computed them.
+// The results of a stage's lanes, from where it computed them. Only the results: copying the
+// whole lanes back lets the compiler work in the caller's lanes instead, which undoes the copy.
 inline void copyResults(const BounceLanes& from, BounceLanes& to) {
   auto copy = [](const auto& source, auto& target) { std::copy(std::begin(source), std::end(source), std::begin(target)); };
   auto copy3 = [&](const BounceLanes::Vec3Lanes& source, BounceLanes::Vec3Lanes& target) {
